@@ -1,0 +1,39 @@
+# Makes the test programs that the folders asked for, and the checks of the tree itself.
+
+function(dravik_adt_add_deferred_tests)
+    get_property(names GLOBAL PROPERTY DRAVIK_ADT_TESTS)
+    foreach(name IN LISTS names)
+        get_property(sources GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_SOURCES)
+        get_property(libraries GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_LIBRARIES)
+        get_property(threaded GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_THREADED)
+        add_executable(${name} ${sources})
+        dravik_adt_configure_target(${name})
+        target_link_libraries(${name} PRIVATE dravik::adt dravik_adt_testing ${libraries} GTest::gmock_main)
+        add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+        if(threaded)
+            set_tests_properties(${name} PROPERTIES LABELS threads)
+        endif()
+    endforeach()
+endfunction()
+
+# The tree's own rules: who may include whom, every header alone, every test file in a target.
+function(dravik_adt_add_structure_tests)
+    find_package(Python3 REQUIRED COMPONENTS Interpreter)
+    add_test(NAME structure
+             COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_structure.py
+                     --source ${PROJECT_SOURCE_DIR} --compile-commands ${CMAKE_BINARY_DIR}/compile_commands.json)
+
+    # One source per public header that includes nothing else: a header that leans on another one does not compile.
+    file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/dravik/adt/*.h)
+    list(FILTER headers EXCLUDE REGEX "/(platform|testing)/")
+    set(units)
+    foreach(header IN LISTS headers)
+        string(REPLACE "/" "_" unit ${header})
+        string(REGEX REPLACE "\\.h$" ".cpp" unit ${CMAKE_BINARY_DIR}/headers_alone/${unit})
+        file(CONFIGURE OUTPUT ${unit} CONTENT "#include <${header}>  // IWYU pragma: keep\n")
+        list(APPEND units ${unit})
+    endforeach()
+    add_library(headers_alone OBJECT ${units})
+    dravik_adt_configure_target(headers_alone)
+    target_link_libraries(headers_alone PRIVATE dravik::adt)
+endfunction()

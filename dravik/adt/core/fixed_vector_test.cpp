@@ -1,0 +1,64 @@
+#include "dravik/adt/core/fixed_vector.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <sstream>
+#include <stdexcept>
+#include <unordered_set>
+
+namespace Quorvel::Dravik::Adt {
+namespace {
+
+using testing::ElementsAre;
+using testing::ThrowsMessage;
+
+static_assert(std::is_trivially_copyable_v<FixedVector<4, int>>);
+static_assert(sizeof(FixedVector<3, int>) == 3 * sizeof(int));
+static_assert(FixedVector<2, int>(3, 4)[1] == 4, "usable in constant expressions");
+static_assert(!std::is_convertible_v<int, FixedVector<1, int>>);
+
+TEST(FixedVector, RejectsAnIndexOutsideAsUnsigned) {
+    FixedVector<3, int> vector(1, 2, 3);
+    EXPECT_EQ(vector[2], 3);
+    for (int const axis : {3, -1, INT_MAX, INT_MIN}) {
+        EXPECT_THAT(
+            [&] { vector[axis] = 7; }, ThrowsMessage<std::invalid_argument>("[Adt::FixedVector] Index out of bounds."))
+            << axis;
+    }
+    EXPECT_THAT(vector, ElementsAre(1, 2, 3));
+}
+
+TEST(FixedVector, WidensWithTheGivenFill) {
+    EXPECT_THAT((FixedVector<4, int>(FixedVector<2, int>(7, 8), 0)), ElementsAre(7, 8, 0, 0));
+    EXPECT_THAT((FixedVector<4, int>(FixedVector<3, int>(7, 8, 9), 1)), ElementsAre(7, 8, 9, 1));
+}
+
+TEST(FixedVector, PredicatesHoldOnlyWhereEveryComponentAgrees) {
+    FixedVector<2, int> const mixed(0, 5);
+    FixedVector<2, int> const bound(1, 5);
+    // Neither all below nor all at least: the two are no negations of one another.
+    EXPECT_FALSE(mixed.allLess(bound));
+    EXPECT_FALSE(mixed.allGreaterEqual(bound));
+    EXPECT_TRUE((mixed.allLess({1, 6})));
+    EXPECT_TRUE((mixed.allGreaterEqual({0, 5})));
+    EXPECT_FALSE(mixed.allEqual(0));
+    EXPECT_TRUE((FixedVector<2, int>::Filled(5).allEqual(5)));
+}
+
+TEST(FixedVector, SumsWrapAtTheEndsOfInt) {
+    EXPECT_THAT((FixedVector<2, int>(INT_MAX, 1) + FixedVector<2, int>(1, 2)), ElementsAre(INT_MIN, 3));
+    EXPECT_THAT((FixedVector<2, int>(INT_MIN, 1) - FixedVector<2, int>(1, 2)), ElementsAre(INT_MAX, -1));
+}
+
+TEST(FixedVector, PrintsAndHashes) {
+    std::ostringstream out;
+    out << FixedVector<3, int>(1, -2, 3);
+    EXPECT_EQ(out.str(), "(1,-2,3)");
+    std::unordered_set<FixedVector<2, int>> const keys{{1, 2}, {2, 1}, {1, 2}};
+    EXPECT_EQ(keys.size(), 2u);
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt

@@ -1,0 +1,86 @@
+#include "dravik/adt/core/range.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <sstream>
+#include <unordered_set>
+
+namespace Quorvel::Dravik::Adt {
+namespace {
+
+using Box1 = OpenEndedRange<1, int>;
+using Box2 = OpenEndedRange<2, int>;
+
+static_assert(std::is_trivially_copyable_v<OpenEndedRange<4, int>>);
+static_assert(sizeof(OpenEndedRange<4, int>) == 8 * sizeof(int));
+static_assert(sizeof(ClosedRange<1, double>) == 2 * sizeof(double));
+
+Box1 box(int min, int max) { return {Box1::Point(min), Box1::Point(max)}; }
+
+TEST(OpenEndedRange, ContainsItsLowerCornerButNotItsUpperOne) {
+    Box2 const range{{1, 1}, {3, 4}};
+    EXPECT_TRUE(range.contains({1, 1}));
+    EXPECT_TRUE(range.contains({2, 3}));
+    EXPECT_FALSE(range.contains({3, 1}));
+    EXPECT_FALSE(range.contains({1, 4}));
+    EXPECT_FALSE(range.contains({0, 1}));
+}
+
+TEST(OpenEndedRange, IntersectsAndClipsByTheCornersOfBoth) {
+    struct Row {
+        char const* name;
+        Box1 left, right;
+        bool intersects;
+        Box1 clipped;
+    };
+    Row const rows[] = {
+        {"Overlap", box(0, 10), box(5, 20), true, box(5, 10)},
+        {"TouchingStaysThere", box(0, 4), box(4, 9), false, box(4, 4)},
+        {"ApartGoesToZero", box(0, 4), box(6, 9), false, box(0, 0)},
+        {"EmptyInsideIntersectsNothing", box(5, 5), box(0, 10), false, box(5, 5)},
+        {"EndsOfInt", box(INT_MIN, INT_MAX), box(-1, 1), true, box(-1, 1)},
+    };
+    for (Row const& row : rows) {
+        EXPECT_EQ(row.left.intersects(row.right), row.intersects) << row.name;
+        EXPECT_EQ(row.right.intersects(row.left), row.intersects) << row.name;
+        Box1 clipped = row.left;
+        clipped.intersect(row.right);
+        EXPECT_EQ(clipped, row.clipped) << row.name;
+    }
+}
+
+TEST(OpenEndedRange, OnlyTheAxisThatLiesApartIsCleared) {
+    Box2 range{{0, 5}, {4, 9}};
+    range.intersect({{6, 7}, {9, 8}});
+    EXPECT_EQ(range, (Box2{{0, 7}, {0, 8}}));
+}
+
+TEST(OpenEndedRange, CountsPointsInSixtyFourBits) {
+    EXPECT_EQ((OpenEndedRange<3, int>{{0, 0, 0}, {100000, 100000, 100}}).pointCount(), 1'000'000'000'000);
+    EXPECT_EQ((Box2{{0, 0}, {-1, -1}}).pointCount(), 0) << "two negative sides are no area";
+    EXPECT_EQ(box(INT_MIN, INT_MAX).size(0), 4294967295);
+    auto const all = OpenEndedRange<4, int>{
+        FixedVector<4, int>::Filled(INT_MIN), FixedVector<4, int>::Filled(INT_MAX)};
+    EXPECT_EQ(all.pointCount(), INT64_MAX);
+}
+
+TEST(ClosedRange, ContainsEveryEmptyRange) {
+    using Closed = ClosedRange<1, int>;
+    EXPECT_TRUE((Closed{0, 1}.contains({5, 4})));
+    EXPECT_TRUE((Closed{0, 1}.contains({0, 1})));
+    EXPECT_FALSE((Closed{0, 1}.contains({0, 2})));
+    EXPECT_FALSE((ClosedRange<2, int>{{0, 0}, {4, 4}}.contains({{1, 1}, {2, 5}})));
+    EXPECT_TRUE((ClosedRange<2, int>{{0, 0}, {4, 4}}.contains({{1, 9}, {2, 8}})));
+}
+
+TEST(Ranges, PrintAndHash) {
+    std::ostringstream out;
+    out << Box2{{0, 1}, {4, 3}} << ' ' << ClosedRange<1, float>{-0.5f, 2} << ' ' << ClosedRange<2, int>{{0, 1}, {4, 3}};
+    EXPECT_EQ(out.str(), "[0,4)x[1,3) [-0.5,2] [0,4]x[1,3]");
+    EXPECT_EQ((std::unordered_set<Box1>{box(0, 1), box(1, 0), box(0, 1)}.size()), 2u);
+    EXPECT_EQ((std::unordered_set<ClosedRange<1, double>>{{0, 1}, {0, 2}, {0, 1}}.size()), 2u);
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt

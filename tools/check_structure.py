@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+"""Checks the rules of the tree: who may include whom, and that every test file is built by a target."""
+
+import argparse
+import json
+import pathlib
+import re
+import sys
+
+ROOT = "dravik/adt"
+
+# folder -> folders (or single headers) it may include besides itself and export.h
+MAY_INCLUDE = {
+    "platform": [],
+    "exceptions": ["platform"],
+    "core": ["exceptions", "platform"],
+    "diagnostics": ["core", "platform"],
+    "converters": ["core", "exceptions", "platform"],
+    "bulkdef": ["core", "exceptions", "diagnostics/hasher.h"],
+    "bulkview": ["core", "exceptions"],
+}
+MAY_INCLUDE["bulkview/filters"] = ["bulkview", "converters", "bulkdef", *MAY_INCLUDE["bulkview"], *MAY_INCLUDE["converters"],
+                                   *MAY_INCLUDE["bulkdef"]]
+MAY_INCLUDE["bulkview/old"] = ["bulkview", *MAY_INCLUDE["bulkview"]]
+
+# A part of a folder that stands under its own rule instead of its parent's.
+OWN_RULE = ("bulkview/filters", "bulkview/old")
+
+INCLUDE = re.compile(r'^\s*#\s*include\s+["<](dravik/[^">]+)[">]', re.MULTILINE)
+
+
+def folder_of(path: str) -> str:
+    """The folder of the table that `path`, relative to dravik/adt, lives in; "" for the top level."""
+    for own in OWN_RULE:
+        if path.startswith(own + "/"):
+            return own
+    return path.split("/")[0] if "/" in path else ""
+
+
+def may_include(includer: str, included: str) -> bool:
+    source, target = folder_of(includer), folder_of(included)
+    if source in ("", "testing") or target == source or included == "export.h":
+        return target != "testing" or source == "testing"
+    allowed = MAY_INCLUDE[source]
+    return target in allowed or included in allowed
+
+
+def check_includes(source: pathlib.Path) -> list[str]:
+    problems = []
+    for file in sorted((source / ROOT).rglob("*")):
+        if file.suffix not in (".h", ".cpp", ".c"):
+            continue
+        includer = file.relative_to(source / ROOT).as_posix()
+        is_test = includer.endswith("_test.cpp") or includer.endswith("_test.c")
+        for name in INCLUDE.findall(file.read_text()):
+            if not name.startswith(ROOT + "/"):
+                problems.append(f"{includer} includes {name}, which is outside the library")
+                continue
+            included = name[len(ROOT) + 1:]
+            if not (source / name).is_file():
+                problems.append(f"{includer} includes {name}, which does not exist")
+            elif file.suffix == ".h" and folder_of(included) == "platform" and folder_of(includer) not in ("platform", "testing"):
+                problems.append(f"{includer} is public and includes {included} of platform/")
+            elif not is_test and not may_include(includer, included):
+                problems.append(f"{includer} may not include {included}")
+    return problems
+
+
+def check_tests_are_built(source: pathlib.Path, compile_commands: pathlib.Path) -> list[str]:
+    built = {pathlib.Path(entry["file"]).resolve() for entry in json.loads(compile_commands.read_text())}
+    tests = [*(source / ROOT).rglob("*_test.cpp"), *(source / ROOT).rglob("*_test.c"),
+             *(source / "examples").rglob("*_test.cpp")]
+    return [f"{test.relative_to(source)} is built by no target" for test in tests if test.resolve() not in built]
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--source", type=pathlib.Path, required=True)
+    parser.add_argument("--compile-commands", type=pathlib.Path, required=True)
+    arguments = parser.parse_args()
+    problems = check_includes(arguments.source) + check_tests_are_built(arguments.source, arguments.compile_commands)
+    for problem in problems:
+        print(problem, file=sys.stderr)
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
