@@ -1,7 +1,7 @@
 #pragma once
 
-// Regular samplings of index space: ExtentImpl along one axis, ExtentK on N axes, and an extent together with the number
-// of its axis. Plain values that own nothing. Threads: as `int`.
+// Regular samplings of index space: ExtentImpl along one axis, ExtentK on N axes, and an extent together with the
+// number of its axis. Plain values that own nothing. Threads: as `int`.
 
 #include "dravik/adt/core/detail/progression.h"
 #include "dravik/adt/core/fixed_vector.h"
@@ -14,10 +14,10 @@ namespace Quorvel::Dravik::Adt {
 
 /// The indices origin + k * step for k = 0 ... count - 1, in that order.
 ///
-/// Unit: absolute indices. A negative step runs downwards; a count of 0 or less is empty. A step of 0 makes sense with a
-/// count of 1 only and then divides like a step of 1. Indices that leave the range of T are wrapped where they are asked
-/// for, and never undefined. Equality asks for the same sequence of indices, so empty extents are all equal and the step
-/// of a single index does not matter; hence there is no hash. Threads: as `int`.
+/// Unit: absolute indices. A negative step runs downwards; a count of 0 or less is empty. A step of 0 makes sense with
+/// a count of 1 only and then divides like a step of 1. Indices that leave the range of T are wrapped where they are
+/// asked for, and never undefined. Equality asks for the same sequence of indices, so empty extents are all equal and
+/// the step of a single index does not matter; hence there is no hash. Threads: as `int`.
 ///
 ///     ExtentImpl<int> const odd{1, 2, 5};                    // 1 3 5 7 9
 ///     odd.reversed().intersection(ExtentImpl<int>{0, 3, 4});  // {9, -6, 2}: 9 3
@@ -51,7 +51,8 @@ struct ExtentImpl {
             return -1;
         }
         // Exact for 32-bit operands: the rounding error of the quotient is far below half a step.
-        double const place = (static_cast<double>(value) - static_cast<double>(origin)) / static_cast<double>(divisor());
+        double const place =
+            (static_cast<double>(value) - static_cast<double>(origin)) / static_cast<double>(divisor());
         auto const truncated = static_cast<std::int64_t>(place + 0.5);
         return static_cast<T>(std::clamp<std::int64_t>(truncated, 0, std::int64_t{count} - 1));
     }
@@ -66,8 +67,9 @@ struct ExtentImpl {
                (other.lowest() - lowest()) % divisor() == 0;
     }
 
-    /// The indices common to both, in the direction of this extent; its step is the least common multiple of both steps,
-    /// also for a single index. Where that multiple leaves T, the first common index alone with the step clipped to T.
+    /// The indices common to both, in the direction of this extent; its step is the least common multiple of both
+    /// steps, also for a single index. Where that multiple leaves T, the first common index alone with the step clipped
+    /// to T.
     /// @complexity O(log step)
     constexpr ExtentImpl intersection(ExtentImpl const& other) const noexcept {
         if (isEmpty() || other.isEmpty()) {
@@ -101,8 +103,7 @@ struct ExtentImpl {
         if (left.isEmpty() || right.isEmpty()) {
             return left.isEmpty() && right.isEmpty();
         }
-        return left.count == right.count && left.origin == right.origin &&
-               (left.count == 1 || left.step == right.step);
+        return left.count == right.count && left.origin == right.origin && (left.count == 1 || left.step == right.step);
     }
 
     /// Writes "5:2:10" for origin 5, step 2, count 10.
@@ -146,8 +147,8 @@ class ExtentK {
     constexpr explicit ExtentK(OpenEndedRange<N, T> const& range) noexcept {
         for (int axis = 0; axis < N; ++axis) {
             std::int64_t const length = std::int64_t{range.max.data()[axis]} - std::int64_t{range.min.data()[axis]};
-            std::int64_t const count = std::clamp<std::int64_t>(
-                length, std::numeric_limits<T>::min(), std::numeric_limits<T>::max());
+            std::int64_t const count =
+                std::clamp<std::int64_t>(length, std::numeric_limits<T>::min(), std::numeric_limits<T>::max());
             axes_.data()[axis] = {range.min.data()[axis], 1, static_cast<T>(count)};
         }
     }
@@ -177,8 +178,7 @@ class ExtentK {
 
     /// Writes "0:1:10 x 9:-1:10".
     template <class Traits>
-    friend std::basic_ostream<char, Traits>& operator<<(
-        std::basic_ostream<char, Traits>& out, ExtentK const& extent) {
+    friend std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& out, ExtentK const& extent) {
         for (int axis = 0; axis < N; ++axis) {
             out << (axis == 0 ? "" : " x ") << extent.data()[axis];
         }

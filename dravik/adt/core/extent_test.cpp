@@ -56,10 +56,14 @@ TEST(Extent, NearestIndexRoundsHalvesTowardsTheLaterPlace) {
         int value, place;
     };
     constexpr Row kRows[] = {
-        {"Below", {10, 5, 4}, 12, 0},      {"Above", {10, 5, 4}, 13, 1},
-        {"FarAbove", {10, 5, 4}, 1000, 3}, {"FarBelow", {10, 5, 4}, -1000, 0},
-        {"Empty", {10, 5, 0}, 12, -1},     {"NegativeCount", {10, 5, -3}, 12, -1},
-        {"Tie", {0, 2, 3}, 1, 1},          {"TieDescending", {0, -2, 3}, -1, 1},
+        {"Below", {10, 5, 4}, 12, 0},
+        {"Above", {10, 5, 4}, 13, 1},
+        {"FarAbove", {10, 5, 4}, 1000, 3},
+        {"FarBelow", {10, 5, 4}, -1000, 0},
+        {"Empty", {10, 5, 0}, 12, -1},
+        {"NegativeCount", {10, 5, -3}, 12, -1},
+        {"Tie", {0, 2, 3}, 1, 1},
+        {"TieDescending", {0, -2, 3}, -1, 1},
         {"EndsOfInt", {INT_MIN, 1, INT_MAX}, INT_MAX, INT_MAX - 1},
         {"StepZero", {5, 0, 1}, 9, 0},
     };
@@ -80,9 +84,12 @@ TEST(Extent, RelationsMatchListsOfIndicesOverAllSmallPairs) {
                     common.push_back(index);
                 }
             }
-            ASSERT_EQ(a.contains(b), std::all_of(listB.begin(), listB.end(), [&](long long index) {
-                return std::find(listA.begin(), listA.end(), index) != listA.end();
-            }) && (b.count <= 1 || b.step % (a.step == 0 ? 1 : a.step) == 0))
+            ASSERT_EQ(
+                a.contains(b),
+                std::all_of(
+                    listB.begin(), listB.end(),
+                    [&](long long index) { return std::find(listA.begin(), listA.end(), index) != listA.end(); }) &&
+                    (b.count <= 1 || b.step % (a.step == 0 ? 1 : a.step) == 0))
                 << a << " contains " << b;
             ASSERT_EQ(indices(a.intersection(b)), common) << a << " and " << b;
             ASSERT_EQ(a == b, listA == listB) << a << " == " << b;
@@ -143,8 +150,7 @@ std::optional<Extent> walkedIntersection(Extent a, Extent b) {
         return std::nullopt;
     }
     Extent const common{
-        static_cast<int>(x), static_cast<int>(multiple),
-        static_cast<int>((std::min(lastA, lastB) - x) / multiple + 1)};
+        static_cast<int>(x), static_cast<int>(multiple), static_cast<int>((std::min(lastA, lastB) - x) / multiple + 1)};
     return descending ? common.reversed() : common;
 }
 
@@ -153,8 +159,7 @@ TEST(Extent, IntersectionMatchesTheStepWalkOnRandomPairs) {
     for (int round = 0; round < 3000; ++round) {
         auto const any = [&] {
             int const step = random.between(1, random.oneOf({3, 50, 40000}));
-            return Extent{
-                random.between(-100000, 100000), random.chance(50) ? step : -step, random.between(1, 2000)};
+            return Extent{random.between(-100000, 100000), random.chance(50) ? step : -step, random.between(1, 2000)};
         };
         Extent const a = any();
         Extent const b = any();

@@ -39,14 +39,13 @@ class FixedVector {
 
     /// The N components in order.
     template <class... Components>
-    requires(sizeof...(Components) == N && (std::convertible_to<Components, T> && ...))
-    constexpr explicit(N == 1) FixedVector(Components const&... components) noexcept
+    requires(sizeof...(Components) == N && (std::convertible_to<Components, T> && ...)) constexpr explicit(N == 1)
+        FixedVector(Components const&... components) noexcept
         : components_{static_cast<T>(components)...} {}
 
     /// The components of `shorter`, then `fill` in every added one.
     template <int M>
-    requires(M < N)
-    constexpr FixedVector(FixedVector<M, T> const& shorter, T fill) noexcept {
+    requires(M < N) constexpr FixedVector(FixedVector<M, T> const& shorter, T fill) noexcept {
         for (int axis = 0; axis < N; ++axis) {
             components_[axis] = axis < M ? shorter.data()[axis] : fill;
         }

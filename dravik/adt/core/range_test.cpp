@@ -16,7 +16,9 @@ static_assert(std::is_trivially_copyable_v<OpenEndedRange<4, int>>);
 static_assert(sizeof(OpenEndedRange<4, int>) == 8 * sizeof(int));
 static_assert(sizeof(ClosedRange<1, double>) == 2 * sizeof(double));
 
-Box1 box(int min, int max) { return {Box1::Point(min), Box1::Point(max)}; }
+Box1 box(int min, int max) {
+    return {Box1::Point(min), Box1::Point(max)};
+}
 
 TEST(OpenEndedRange, ContainsItsLowerCornerButNotItsUpperOne) {
     Box2 const range{{1, 1}, {3, 4}};
@@ -60,8 +62,7 @@ TEST(OpenEndedRange, CountsPointsInSixtyFourBits) {
     EXPECT_EQ((OpenEndedRange<3, int>{{0, 0, 0}, {100000, 100000, 100}}).pointCount(), 1'000'000'000'000);
     EXPECT_EQ((Box2{{0, 0}, {-1, -1}}).pointCount(), 0) << "two negative sides are no area";
     EXPECT_EQ(box(INT_MIN, INT_MAX).size(0), 4294967295);
-    auto const all = OpenEndedRange<4, int>{
-        FixedVector<4, int>::Filled(INT_MIN), FixedVector<4, int>::Filled(INT_MAX)};
+    auto const all = OpenEndedRange<4, int>{FixedVector<4, int>::Filled(INT_MIN), FixedVector<4, int>::Filled(INT_MAX)};
     EXPECT_EQ(all.pointCount(), INT64_MAX);
 }
 

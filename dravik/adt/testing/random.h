@@ -45,8 +45,8 @@ class Random {
 
     /// Leans on the edges: `low` or `high` themselves, one beside or one beyond them, else anything in between.
     int edgy(int low, int high) {
-        std::int64_t const wide = chance(50) ? oneOf<std::int64_t>({low, high}) + between(-1, 1)
-                                             : between<std::int64_t>(low, high);
+        std::int64_t const wide =
+            chance(50) ? oneOf<std::int64_t>({low, high}) + between(-1, 1) : between<std::int64_t>(low, high);
         return static_cast<int>(std::clamp<std::int64_t>(wide, INT32_MIN, INT32_MAX));
     }
 
