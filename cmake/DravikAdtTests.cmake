@@ -37,3 +37,11 @@ function(dravik_adt_add_structure_tests)
     dravik_adt_configure_target(headers_alone)
     target_link_libraries(headers_alone PRIVATE dravik::adt)
 endfunction()
+
+# A stranger's project, in each way that it may find the library.
+function(dravik_adt_add_install_tests)
+    foreach(way find_package pkg_config add_subdirectory)
+        add_test(NAME stranger_${way} COMMAND ${PROJECT_SOURCE_DIR}/tools/check_install.sh ${way} ${PROJECT_SOURCE_DIR}
+                                              ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
+    endforeach()
+endfunction()

@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Installs a build into an empty folder and lets a stranger's project use it, in one of three ways.
+# usage: check_install.sh find_package|pkg_config|add_subdirectory SOURCE_DIR BUILD_DIR CXX
+set -euo pipefail
+way=$1 source=$2 build=$3 cxx=$4
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+install_library() {
+    cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
+    for private in platform testing; do
+        if find "$work/prefix" -path "*/$private/*" | grep -q .; then
+            echo "$private/ was installed" >&2
+            return 1
+        fi
+    done
+}
+
+build_stranger() {
+    cmake -S "$source/tools/stranger" -B "$work/build" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" "$@" >"$work/configure.log"
+    cmake --build "$work/build" >"$work/build.log" || { cat "$work/build.log" >&2; return 1; }
+    "$work/build/stranger"
+}
+
+case $way in
+find_package)
+    install_library
+    build_stranger -DCMAKE_PREFIX_PATH="$work/prefix"
+    ;;
+pkg_config)
+    install_library
+    pc=$(dirname "$(find "$work/prefix" -name dravik_adt.pc)")
+    lib=$(PKG_CONFIG_PATH=$pc pkg-config --define-variable=prefix="$work/prefix" --variable=libdir dravik_adt)
+    # shellcheck disable=SC2046  # the flags are words
+    "$cxx" -std=c++20 -o "$work/stranger" "$source/tools/stranger/stranger.cpp" \
+        $(PKG_CONFIG_PATH=$pc pkg-config --define-variable=prefix="$work/prefix" --cflags --libs dravik_adt)
+    LD_LIBRARY_PATH=$lib "$work/stranger"
+    ;;
+add_subdirectory)
+    build_stranger -DDRAVIK_ADT_SOURCE="$source" -DCMAKE_BUILD_TYPE=Release
+    ;;
+*)
+    echo "no such way: $way" >&2
+    exit 2
+    ;;
+esac
