@@ -1,0 +1,112 @@
+#include "dravik/adt/core/lightweight_mutex.h"
+#include "dravik/adt/core/threading_mutex.h"
+
+#include <boost/thread/lock_guard.hpp>
+#include <boost/thread/lock_types.hpp>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace Quorvel::Dravik::Adt {
+namespace {
+
+using Threading::Mutex;
+
+static_assert(!std::is_copy_constructible_v<Mutex> && !std::is_copy_assignable_v<Mutex>);
+static_assert(!std::is_copy_constructible_v<Mutex::Lock> && !std::is_copy_constructible_v<LightweightMutex>);
+
+template <class AnyMutex>
+bool isFreeForOthers(AnyMutex& mutex) {
+    bool isFree = false;
+    std::thread([&] {
+        isFree = mutex.try_lock();
+        if (isFree) {
+            mutex.unlock();
+        }
+    }).join();
+    return isFree;
+}
+
+TEST(MutexLock, ReportsMisuseAndKeepsItsState) {
+    Mutex mutex;
+    Mutex::Lock lock(mutex);
+    EXPECT_THROW(lock.lock(), boost::lock_error);
+    EXPECT_FALSE(isFreeForOthers(mutex)) << "the refused second lock must not have let go";
+    lock.unlock();
+    EXPECT_THROW(lock.unlock(), boost::lock_error);
+    EXPECT_TRUE(isFreeForOthers(mutex));
+    lock.lock();
+    EXPECT_FALSE(isFreeForOthers(mutex));
+}
+
+TEST(MutexLock, LetsGoAtTheEndOfItsScopeOnlyWhatItHolds) {
+    Mutex mutex;
+    try {
+        Mutex::Lock lock(mutex);
+        throw std::runtime_error("left early");
+    } catch (std::runtime_error const&) {
+    }
+    EXPECT_TRUE(isFreeForOthers(mutex));
+    std::unique_lock<Mutex> other(mutex, std::defer_lock);
+    {
+        Mutex::Lock lock(mutex);
+        lock.unlock();
+        other.lock();
+    }
+    EXPECT_FALSE(isFreeForOthers(mutex)) << "an unlocked Lock must leave the next holder alone";
+}
+
+TEST(Mutex, MeetsTheLocksAndConditionsOfBoostAndTheStandard) {
+    Mutex mutex;
+    std::condition_variable_any changed;
+    bool ready = false;
+    std::thread producer([&] {
+        boost::lock_guard<Mutex> guard(mutex);
+        ready = true;
+        changed.notify_one();
+    });
+    {
+        boost::unique_lock<Mutex> lock(mutex);
+        changed.wait(lock, [&] { return ready; });
+        EXPECT_TRUE(lock.owns_lock());
+    }
+    producer.join();
+    EXPECT_TRUE(isFreeForOthers(mutex));
+}
+
+template <class AnyMutex>
+class MutualExclusion : public testing::Test {};
+using Mutexes = testing::Types<Mutex, LightweightMutex>;
+TYPED_TEST_SUITE(MutualExclusion, Mutexes);
+
+TYPED_TEST(MutualExclusion, LosesNoIncrement) {
+    TypeParam mutex;
+    int counter = 0;
+    auto const countUp = [&] {
+        for (int round = 0; round < 10000; ++round) {
+            std::lock_guard<TypeParam> guard(mutex);
+            ++counter;
+        }
+    };
+    std::thread first(countUp);
+    std::thread second(countUp);
+    first.join();
+    second.join();
+    EXPECT_EQ(counter, 20000);
+}
+
+TEST(LightweightMutex, IsFreeOnceItsHolderLeftAsOftenAsItEntered) {
+    LightweightMutex mutex;
+    mutex.lock();
+    ASSERT_TRUE(mutex.try_lock());
+    mutex.unlock();
+    EXPECT_FALSE(isFreeForOthers(mutex));
+    mutex.unlock();
+    EXPECT_TRUE(isFreeForOthers(mutex));
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt
