@@ -1,0 +1,51 @@
+#pragma once
+
+// ClonedException: what becomes of an exception that is not cloneable by itself, and the capture of whatever is being
+// handled. Capture runs on any number of threads at once; registration must not overlap it.
+
+#include "dravik/adt/exceptions/cloneable_exception_base.h"
+
+#include <boost/function.hpp>
+
+#include <vector>
+
+namespace Quorvel::Dravik::Adt::Exceptions {
+
+/// Stand-in for a foreign exception: its own class is gone, its type and its text are kept.
+class DRAVIK_ADT_EXPORT ClonedException : public CloneableExceptionBase {
+  public:
+    /// Returns a clone of the exception being handled when it knows the type, else null. It may rethrow the exception
+    /// inside a try block of its own; one that throws or is empty counts as not knowing.
+    using Handler = boost::function0<ConstPtr>;
+
+    ClonedException(ClonedException const&) = default;
+    ~ClonedException() override;
+
+    /// Type of the exception that was cloned.
+    std::type_info const& exceptionType() const noexcept;
+
+    /// A clone of the exception being handled, never null.
+    ///
+    /// Cloneable ones keep their type and fields; a thrown `char const*` becomes a ClonedStrException, std::bad_alloc a
+    /// MemoryException, other standard ones a ClonedStdException. Anything else is shown to the registered handlers in
+    /// their order, and is an UnknownException when none knows it. Cancellation of the thread passes through.
+    /// @pre called inside a catch block
+    static ConstPtr catchException();
+
+    /// Appends a copy of `handler` to those that catchException() asks. There is no way back.
+    /// @threads during start-up, while no thread can be in catchException()
+    static void registerExceptionHandler(Handler const& handler);
+
+  protected:
+    /// Message: the text, after the readable name of `type` and ": " where asked for.
+    ClonedException(std::type_info const& type, std::string text, bool typeNameInFront);
+
+  private:
+    static ConstPtr askHandlers();
+
+    static std::vector<Handler> ex_handlers_;
+
+    std::type_info const& type_;
+};
+
+}  // namespace Quorvel::Dravik::Adt::Exceptions

@@ -1,0 +1,18 @@
+#include "dravik/adt/exceptions/cloned_std_exception.h"
+
+#include <boost/make_shared.hpp>
+
+namespace Quorvel::Dravik::Adt::Exceptions {
+
+ClonedStdException::ClonedStdException(std::exception const& source)
+    : ClonedException(typeid(source), source.what(), /*typeNameInFront=*/true) {}
+
+ICloneableException::ConstPtr ClonedStdException::clone() const {
+    return boost::make_shared<ClonedStdException>(*this);
+}
+
+void ClonedStdException::throwClone() const {
+    throw ClonedStdException(*this);
+}
+
+}  // namespace Quorvel::Dravik::Adt::Exceptions

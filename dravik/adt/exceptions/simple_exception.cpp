@@ -1,0 +1,9 @@
+#include "dravik/adt/exceptions/simple_exception.h"
+
+namespace Quorvel::Dravik::Adt::Exceptions {
+
+SimpleException::SimpleException(std::string const& message) : CloneableExceptionBase(message) {}
+
+SimpleException::~SimpleException() = default;
+
+}  // namespace Quorvel::Dravik::Adt::Exceptions
