@@ -1,0 +1,9 @@
+#include "dravik/adt/exceptions/plain_exception.h"
+
+namespace Quorvel::Dravik::Adt::Exceptions {
+
+char const* PlainException::what() const noexcept {
+    return message_.what();
+}
+
+}  // namespace Quorvel::Dravik::Adt::Exceptions
