@@ -8,6 +8,7 @@
 #include "dravik/adt/core/range.h"
 
 #include <algorithm>
+#include <concepts>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt {
@@ -142,6 +143,12 @@ class ExtentK {
             axes_.data()[axis] = {origin.data()[axis], 1, count.data()[axis]};
         }
     }
+
+    /// The N extents, axis 0 first.
+    template <class... Extents>
+    requires(sizeof...(Extents) == N && (std::same_as<Extents, ExtentImpl<T>> && ...)) constexpr explicit(N == 1)
+        ExtentK(Extents const&... axes) noexcept
+        : axes_(axes...) {}
 
     /// The indices of a box; a side longer than T counts is cut at the largest count.
     constexpr explicit ExtentK(OpenEndedRange<N, T> const& range) noexcept {

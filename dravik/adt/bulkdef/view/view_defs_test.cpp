@@ -1,0 +1,218 @@
+#include "dravik/adt/bulkdef/view/composite_view_def.h"
+
+#include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkdef/view/complete_view_def.h"
+#include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
+#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/testing/modelled_views.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <sstream>
+#include <typeinfo>
+
+namespace Quorvel::Dravik::Adt::BulkDef::View {
+namespace {
+
+using Extent = ExtentImpl<int>;
+using testing::UnorderedElementsAreArray;
+
+static_assert(!std::is_convertible_v<ExtentK<1, int>, ArraySubsetDef<1>>);
+static_assert(std::is_abstract_v<ArrayViewDef>);
+static_assert(std::is_empty_v<CompositeViewDef>);
+
+// The fields as they are: equality is tolerant and would hide them.
+std::string text(Extent const& extent) {
+    return (std::ostringstream() << extent).str();
+}
+
+ArraySubsetDef<1> subset(Extent const& axis) {
+    return ArraySubsetDef<1>(ExtentK<1, int>(axis));
+}
+
+// Neither complete nor an array view.
+class ForeignView : public ViewDef {
+  public:
+    int getHashCode() const override { return 1; }
+
+  protected:
+    bool compare(ViewDef const& other) const override { return dynamic_cast<ForeignView const*>(&other) != nullptr; }
+    std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<ForeignView>(); }
+};
+
+TEST(ArraySubsetDef, MapsAxisExtentsBothWays) {
+    struct Row {
+        char const* name;
+        Extent subset, given;
+        char const *toTarget, *toView;
+    };
+    constexpr Row kRows[] = {
+        {"Whole", {10, 2, 5}, {0, 1, 5}, "10:2:5", "0:1:0"},
+        {"Decimated", {10, 2, 5}, {1, 2, 2}, "12:4:2", "0:1:0"},
+        {"ClippedAbove", {10, 2, 5}, {3, 1, 10}, "16:2:2", "0:1:2"},
+        {"ClippedBothSides", {10, 2, 5}, {-1, 1, 100}, "10:2:5", "0:1:5"},
+        {"OddAndEven", {10, 2, 5}, {11, 1, 5}, "10:2:0", "1:1:2"},
+        {"OffTheGrid", {10, 2, 5}, {11, 2, 5}, "10:2:0", "0:1:0"},
+        {"Reversed", {9, -1, 10}, {0, 1, 10}, "9:-1:10", "9:-1:10"},
+        {"InsideKeepsItsOrder", {10, 2, 5}, {4, -1, 3}, "18:-2:3", "0:1:0"},
+        {"ClippedAscends", {10, 2, 5}, {6, -1, 4}, "16:2:2", "0:1:0"},
+        {"TargetKeepsItsOrder", {10, 2, 5}, {18, -1, 100}, "10:2:5", "4:-1:5"},
+        {"EmptyKeepsItsPlace", {10, 2, 5}, {3, 4, 0}, "16:8:0", "0:1:0"},
+        {"StepZero", {5, 0, 1}, {0, 1, 9}, "5:0:1", "0:1:1"},
+        {"NothingSeen", {5, 0, 0}, {0, 1, 9}, "5:0:0", "0:1:0"},
+        {"EndsOfInt", {INT_MIN, 1, INT_MAX}, {INT_MIN, INT_MAX, 3}, "-2:2147483647:1", "0:2147483647:1"},
+    };
+    for (Row const& row : kRows) {
+        auto const view = subset(row.subset);
+        EXPECT_EQ(text(view.viewToTargetAxisExtent({0, row.given}).second), row.toTarget) << row.name;
+        EXPECT_EQ(text(view.targetToViewAxisExtent({0, row.given}).second), row.toView) << row.name;
+    }
+}
+
+TEST(ArraySubsetDef, LeavesTheAxesAboveItsOwnAlone) {
+    ArraySubsetDef<2> const view({Extent{1, 2, 3}, Extent{1, 2, 3}});
+    for (int const axis : {2, 3, -1, INT_MAX}) {
+        AxisExtent const given{axis, {7, -5, 3}};
+        EXPECT_EQ(text(view.viewToTargetAxisExtent(given).second), "7:-5:3") << axis;
+        EXPECT_EQ(text(view.inverse()->viewToTargetAxisExtent(given).second), "7:-5:3") << axis;
+        EXPECT_EQ(view.targetToViewAxisExtent(given).first, axis);
+    }
+}
+
+TEST(ArraySubsetDef, ComparesSequencesAndHashesThemAlike) {
+    struct Row {
+        char const* name;
+        Extent left, right;
+        bool equal;
+    };
+    constexpr Row kRows[] = {
+        {"Empty", {1, 2, 0}, {3, 4, 0}, true},
+        {"StepOfOneIndex", {1, 2, 1}, {1, -7, 1}, true},
+        {"OriginOfOneIndex", {1, 2, 1}, {2, 2, 1}, false},
+        {"Direction", {1, 2, 2}, {3, -2, 2}, false},
+        {"Count", {1, 2, 2}, {1, 2, 3}, false},
+    };
+    for (Row const& row : kRows) {
+        ArraySubsetDef<2> const left({Extent{0, 1, 4}, row.left});
+        ArraySubsetDef<2> const right({Extent{0, 1, 4}, row.right});
+        EXPECT_EQ(left.equals(right), row.equal) << row.name;
+        EXPECT_EQ(left.inverse()->equals(*right.inverse()), row.equal) << row.name;
+        EXPECT_FALSE(left.equals(*left.inverse()));
+        EXPECT_EQ(left.getHashCode(), 19);
+        EXPECT_EQ(left.inverse()->getHashCode(), 19);
+    }
+    EXPECT_FALSE(subset({0, 1, 4}).equals(ArraySubsetDef<2>({Extent{0, 1, 4}, Extent{0, 1, 4}})));
+    EXPECT_EQ(CompleteViewDef().getHashCode(), 27);
+}
+
+TEST(CompositeViewDef, ComposesIntoOneSubset) {
+    struct Row {
+        char const* name;
+        Extent inner, outer;
+        char const* composed;
+    };
+    constexpr Row kRows[] = {
+        {"StepsMultiply", {10, 2, 5}, {1, 2, 2}, "12:4:2"},
+        {"ReversedInner", {9, -1, 10}, {2, 3, 3}, "7:-3:3"},
+        {"ReversedOuter", {10, 2, 5}, {4, -1, 5}, "18:-2:5"},
+        {"BothReversed", {9, -1, 10}, {9, -2, 5}, "0:2:5"},
+        {"StartsBelowTheInner", {10, 2, 5}, {-2, 1, 5}, "10:2:3"},
+        {"EndsAboveTheInner", {10, 2, 5}, {6, -1, 4}, "18:-2:2"},
+        {"NothingInCommon", {10, 2, 5}, {5, 1, 4}, "20:2:0"},
+        {"StepZero", {5, 0, 1}, {0, 0, 1}, "5:0:1"},
+    };
+    for (Row const& row : kRows) {
+        auto const composed = CompositeViewDef::compose(subset(row.inner), subset(row.outer));
+        auto const* const one = ArraySubsetDef<1>::Cast(composed.get());
+        ASSERT_NE(one, nullptr) << row.name;
+        EXPECT_EQ(text(one->subset()[0]), row.composed) << row.name;
+    }
+    ArraySubsetDef<2> const two({Extent{1, 1, 4}, Extent{2, 1, 4}});
+    ArraySubsetDef<3> const three({Extent{0, 1, 4}, Extent{3, -1, 4}, Extent{5, 1, 4}});
+    ArraySubsetDef<3> const both({Extent{1, 1, 4}, Extent{5, -1, 4}, Extent{5, 1, 4}});
+    EXPECT_TRUE(CompositeViewDef::compose(two, three)->equals(both));
+    // A view seen through its inverse shows what the view sees, and not the whole.
+    EXPECT_TRUE(CompositeViewDef::compose(two, *two.inverse())->equals(two));
+}
+
+TEST(CompositeViewDef, KnowsCompleteAndForeignViews) {
+    CompleteViewDef const complete;
+    ForeignView const foreign;
+    auto const view = subset({10, 2, 5});
+    auto const compose = [](ViewDef const& a, ViewDef const& b) { return CompositeViewDef::compose(a, b); };
+    EXPECT_TRUE(compose(complete, foreign)->equals(foreign));
+    EXPECT_TRUE(compose(foreign, complete)->equals(foreign));
+    EXPECT_TRUE(compose(complete, complete)->equals(complete));
+    EXPECT_THROW(compose(foreign, view), std::bad_cast);
+    EXPECT_THROW(compose(view, foreign), std::bad_cast);
+    EXPECT_THROW(CompositeViewDef::inverse(foreign), std::bad_cast);
+    EXPECT_TRUE(CompositeViewDef::difference(foreign, complete)->equals(foreign));
+    EXPECT_TRUE(CompositeViewDef::difference(complete, view)->equals(*view.inverse()));
+    EXPECT_TRUE(CompositeViewDef::difference(complete, complete)->equals(complete));
+    EXPECT_THAT(
+        [&] { CompositeViewDef::difference(view, view); },
+        testing::ThrowsMessage<Exceptions::NotImplementedException>(
+            "Not implemented: CompositeViewDef::difference is not fully implemented"));
+}
+
+TEST(CompositeViewDef, InvertsPointersWithoutCopyingWhereItCan) {
+    boost::shared_ptr<ViewDef const> const complete = CompleteViewDef::Instance();
+    EXPECT_EQ(CompositeViewDef::inverse(complete), complete);
+    EXPECT_NE(CompositeViewDef::inverse(*complete), complete);
+    EXPECT_EQ(CompositeViewDef::inverse(boost::shared_ptr<ViewDef const>()), nullptr);
+    EXPECT_EQ(ArrayViewDef::Cast(complete), nullptr);
+    EXPECT_EQ(ArrayViewDef::Cast(boost::shared_ptr<ViewDef const>()), nullptr);
+    boost::shared_ptr<ViewDef const> const view = subset({10, 2, 5}).clone();
+    EXPECT_EQ(ArrayViewDef::Cast(view), view);
+    auto const inverse = CompositeViewDef::inverse(view);
+    auto const inner = CompositeViewDef::inverse(inverse);
+    EXPECT_NE(inner, view) << "an inverse holds a clone";
+    EXPECT_EQ(CompositeViewDef::inverse(*inverse), inner) << "and hands out that very object";
+    EXPECT_EQ(CompositeViewDef::inverse(*inverse->clone()), inner) << "which its clones share";
+}
+
+// The mapping of any view, one index after the other.
+void expectMapsLikeItsModel(Testing::ModelledView const& view, Testing::Random& random) {
+    auto const array = ArrayViewDef::Cast(view.def);
+    for (int axis = 0; array && axis < 4; ++axis) {
+        auto const& map = view.axes[static_cast<std::size_t>(axis)];
+        Extent const given{random.between(-12, 12), random.oneOf({-3, -2, -1, 1, 2, 3}), random.between(0, 9)};
+        auto const mapped = array->viewToTargetAxisExtent({axis, given});
+        ASSERT_EQ(mapped.first, axis);
+        if (!map) {
+            ASSERT_EQ(text(mapped.second), text(given));
+            continue;
+        }
+        std::vector<int> seen;
+        std::vector<int> targets;
+        for (int const index : Testing::indicesOf(given)) {
+            if (auto const found = map->find(index); found != map->end()) {
+                seen.push_back(index);
+                targets.push_back(found->second);
+            }
+        }
+        // A subset turns what it had to clip; everything else keeps the order it was asked in.
+        if (given.step < 0 && static_cast<int>(seen.size()) < given.count &&
+            !dynamic_cast<ArrayViewDef::InverseArrayViewDef const*>(array.get())) {
+            std::reverse(targets.begin(), targets.end());
+        }
+        ASSERT_EQ(Testing::indicesOf(mapped.second), targets) << *array << " axis " << axis << " of " << given;
+        auto const back = array->targetToViewAxisExtent(mapped).second;
+        ASSERT_THAT(Testing::indicesOf(back), UnorderedElementsAreArray(seen)) << *array << " of " << given;
+    }
+}
+
+TEST(Views, ComposedAndInvertedMapEveryIndexThroughEveryStep) {
+    Testing::Random random;
+    for (int round = 0; round < 20000; ++round) {
+        auto const view = Testing::randomView(random, 3);
+        ASSERT_NO_FATAL_FAILURE(expectMapsLikeItsModel(view, random));
+        ASSERT_NO_FATAL_FAILURE(expectMapsLikeItsModel(view.inverted(), random));
+        ASSERT_TRUE(view.inverted().inverted().def->equals(*view.def)) << *view.def;
+    }
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt::BulkDef::View
