@@ -1,0 +1,73 @@
+#include "dravik/adt/core/array_ref.h"
+
+#include "dravik/adt/platform/type_name.h"
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+
+namespace Quorvel::Dravik::Adt {
+
+namespace {
+
+constexpr std::int64_t kLargestByteSize = std::numeric_limits<std::uint32_t>::max();
+
+/// Whole bytes of `sampleCount` samples of `bitSize` bits, cut at the ends of 64 bits.
+std::int64_t byteSizeOf(std::int64_t sampleCount, int bitSize) noexcept {
+    std::int64_t bits = 0;
+    if (__builtin_mul_overflow(sampleCount, std::int64_t{bitSize}, &bits) || __builtin_add_overflow(bits, 7, &bits)) {
+        return (sampleCount < 0) == (bitSize < 0) ? std::numeric_limits<std::int64_t>::max() : 0;
+    }
+    return bits / 8;
+}
+
+}  // namespace
+
+std::string Detail::sampleTypeName(std::type_info const& type) {
+    return Platform::readableTypeName(type);
+}
+
+template <int N, class Byte>
+OpenEndedRange<1, std::int64_t> BasicArrayRef<N, Byte>::linearBounds() const noexcept {
+    Index low = range_.min;
+    Index high = range_.min;
+    for (int axis = 0; axis < N; ++axis) {
+        if (range_.min.data()[axis] < range_.max.data()[axis]) {
+            Index& farEnd = strides_.data()[axis] < 0 ? low : high;
+            farEnd.data()[axis] = range_.max.data()[axis] - 1;
+        }
+    }
+    using Position = FixedVector<1, std::int64_t>;
+    return {Position(position(low)), Position(position(high) + 1)};
+}
+
+template <int N, class Byte>
+std::uint32_t BasicArrayRef<N, Byte>::requiredBufferByteSize(bool touchedOnly) const {
+    return static_cast<std::uint32_t>(
+        std::clamp<std::int64_t>(wideRequiredBufferByteSize(touchedOnly), 0, kLargestByteSize));
+}
+
+template <int N, class Byte>
+std::int64_t BasicArrayRef<N, Byte>::wideRequiredBufferByteSize(bool touchedOnly) const {
+    auto const bounds = linearBounds();
+    std::int64_t const first = *bounds.min.data();
+    std::int64_t const end = *bounds.max.data();
+    if (touchedOnly) {
+        return byteSizeOf(end - first, bitSize_);
+    }
+    if (first < 0) {
+        throw std::runtime_error("[ArrayConstRef::requiredBufferByteSize(false)] Buffer offset is not normalized.");
+    }
+    return byteSizeOf(end, bitSize_);
+}
+
+template class BasicArrayRef<1, char const>;
+template class BasicArrayRef<2, char const>;
+template class BasicArrayRef<3, char const>;
+template class BasicArrayRef<4, char const>;
+template class BasicArrayRef<1, char>;
+template class BasicArrayRef<2, char>;
+template class BasicArrayRef<3, char>;
+template class BasicArrayRef<4, char>;
+
+}  // namespace Quorvel::Dravik::Adt

@@ -1,0 +1,163 @@
+#include "dravik/adt/core/array_ref.h"
+
+#include "dravik/adt/testing/random.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <sstream>
+#include <unordered_set>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt {
+namespace {
+
+using Testing::Random;
+
+static_assert(std::is_trivially_copyable_v<ArrayRef<4>> && std::is_trivially_copyable_v<ArrayConstRef<4>>);
+static_assert(std::is_convertible_v<ArrayRef<3>, ArrayConstRef<3>>);
+static_assert(!std::is_convertible_v<ArrayConstRef<3>, ArrayRef<3>>, "what may only be read must not become writable");
+static_assert(!std::is_constructible_v<ArrayRef<3>, ArrayRef<4>>);
+static_assert(ArrayRef<2>({{2, 0}, {9, 1}}, {3, 1}, nullptr, 4, typeid(int), 32).originOffset() == -2);
+static_assert(ArrayRef<2>().bitSize() == 0 && ArrayRef<2>().originOffset() == 0 && ArrayRef<2>().data() == nullptr);
+
+template <int N>
+ArrayConstRef<N> layout(
+    OpenEndedRange<N, int> const& range, FixedVector<N, int> const& strides, int bufferOffset, int bitSize = 32) {
+    return {range, strides, nullptr, bufferOffset, typeid(float), bitSize};
+}
+
+/// Positions of every sample of the block, walked from its first sample one stride at a time; an empty axis counts as
+/// its lower bound alone.
+template <int N>
+std::vector<std::int64_t> walkedPositions(ArrayConstRef<N> const& array) {
+    std::vector<std::int64_t> positions{array.bufferOffset()};
+    for (int axis = 0; axis < N; ++axis) {
+        std::vector<std::int64_t> const previous = positions;
+        for (int k = 1; k < array.range().size(axis); ++k) {
+            for (std::int64_t const position : previous) {
+                positions.push_back(position + std::int64_t{k} * array.strides()[axis]);
+            }
+        }
+    }
+    return positions;
+}
+
+template <int N>
+FixedVector<N, int> randomVector(Random& random, int low, int high) {
+    FixedVector<N, int> vector;
+    std::generate(vector.begin(), vector.end(), [&] { return random.between(low, high); });
+    return vector;
+}
+
+template <int N>
+void checkAgainstWalkedPositions(Random& random) {
+    auto const min = randomVector<N>(random, -5, 5);
+    auto const size = randomVector<N>(random, 0, 4);
+    ArrayConstRef<N> array = layout<N>({}, {}, 0, random.oneOf({1, 7, 8, 32, 96}));
+    // One field after the other, in any order, ends with the same origin.
+    array.setBufferOffset(random.between(-20, 20));
+    array.setRange({min, min + size});
+    array.setStrides(randomVector<N>(random, -3, 3));
+    SCOPED_TRACE(testing::Message() << array);
+
+    auto const positions = walkedPositions(array);
+    auto const [lowest, highest] = std::minmax_element(positions.begin(), positions.end());
+    EXPECT_EQ(array.linearBounds().min[0], *lowest);
+    EXPECT_EQ(array.linearBounds().max[0], *highest + 1);
+    auto const byteSize = [&](std::int64_t samples) { return (samples * array.bitSize() + 7) / 8; };
+    EXPECT_EQ(array.requiredBufferByteSize(/*touchedOnly=*/true), byteSize(*highest + 1 - *lowest));
+    if (*lowest >= 0) {
+        EXPECT_EQ(array.requiredBufferByteSize(/*touchedOnly=*/false), byteSize(*highest + 1));
+    } else {
+        EXPECT_THROW(array.requiredBufferByteSize(/*touchedOnly=*/false), std::runtime_error);
+    }
+
+    auto const step = randomVector<N>(random, 0, 3);
+    std::int64_t expected = array.bufferOffset();
+    for (int axis = 0; axis < N; ++axis) {
+        expected += step[axis] * array.strides()[axis];
+    }
+    EXPECT_EQ(array.position(min + step), expected);
+    auto moved = array;
+    moved.moveTo(randomVector<N>(random, -100, 100));
+    EXPECT_EQ(moved.position(moved.range().min + step), expected) << "the same samples under other labels";
+    EXPECT_EQ(moved.range().max - moved.range().min, size);
+    EXPECT_EQ(moved.bufferOffset(), array.bufferOffset());
+}
+
+TEST(ArrayRef, AgreesWithWalkedPositions) {
+    Random random;
+    for (int round = 0; round < 2000; ++round) {
+        checkAgainstWalkedPositions<1>(random);
+        checkAgainstWalkedPositions<2>(random);
+        checkAgainstWalkedPositions<3>(random);
+        checkAgainstWalkedPositions<4>(random);
+    }
+}
+
+TEST(ArrayRef, FormsPositionsInSixtyFourBits) {
+    // One row of a large volume, lent with the strides of the whole: index 357 is the last that 32 bits can tell.
+    auto const row = layout<3>({{350, 0, 0}, {360, 1, 1}}, {6'000'000, 2000, 1}, 0);
+    EXPECT_EQ(row.originOffset(), -2'100'000'000);
+    EXPECT_EQ(row.position({359, 0, 0}), 54'000'000);
+    auto const volume = layout<3>({{0, 0, 0}, {1000, 3000, 2000}}, {6'000'000, 2000, 1}, 0);
+    EXPECT_EQ(volume.position({358, 0, 0}), 2'148'000'000);
+    EXPECT_EQ(volume.linearBounds().max[0], 6'000'000'000);
+    EXPECT_EQ(layout<3>({{-1000, 0, 0}, {0, 1, 1}}, {6'000'000, 2000, 1}, 0).originOffset(), 6'000'000'000);
+}
+
+TEST(ArrayRef, TellsTheBytesThatABufferNeeds) {
+    struct Row {
+        char const* name;
+        ArrayConstRef<3> array;
+        std::int64_t fromStart;  // -1: throws
+        std::int64_t touchedOnly;
+    };
+    OpenEndedRange<3, int> const block{{0, 0, 0}, {10, 20, 30}};
+    OpenEndedRange<3, int> const cube{{0, 0, 0}, {2000, 2000, 2000}};
+    FixedVector<3, int> const dense{600, 30, 1};
+    Row const rows[] = {
+        {"Dense", layout<3>(block, dense, 0), 24000, 24000},
+        {"OffsetCountsOnlyFromStart", layout<3>(block, dense, 5), 24020, 24000},
+        {"StartsBeforeTheBuffer", layout<3>({{0, 0, 0}, {4, 1, 1}}, {-1, 0, 0}, 0), -1, 16},
+        {"JustFitsBackwards", layout<3>({{0, 0, 0}, {4, 1, 1}}, {-1, 0, 0}, 3), 16, 16},
+        {"NineBits", layout<3>({{0, 0, 0}, {9, 1, 1}}, {1, 0, 0}, 0, 1), 2, 2},
+        {"EightBits", layout<3>({{0, 0, 0}, {8, 1, 1}}, {1, 0, 0}, 0, 1), 1, 1},
+        {"EmptyTouchesOne", layout<3>({}, dense, 0), 4, 4},
+        {"NoType", layout<3>(block, dense, 0, 0), 0, 0},
+        {"Beyond32Bits", layout<3>(cube, {4'000'000, 2000, 1}, 0, 8), 4294967295, 4294967295},
+        {"Beyond64Bits", layout<3>({{0, 0, 0}, {INT_MAX, INT_MAX, 1}}, {INT_MAX, INT_MAX, 1}, 0, INT_MAX), 4294967295,
+         4294967295},
+        {"NegativeBits", layout<3>(block, dense, 0, -8), 0, 0},
+    };
+    for (Row const& row : rows) {
+        EXPECT_EQ(row.array.requiredBufferByteSize(/*touchedOnly=*/true), row.touchedOnly) << row.name;
+        try {
+            EXPECT_EQ(row.array.requiredBufferByteSize(/*touchedOnly=*/false), row.fromStart) << row.name;
+        } catch (std::runtime_error const& error) {
+            EXPECT_EQ(row.fromStart, -1) << row.name;
+            EXPECT_STREQ(
+                error.what(), "[ArrayConstRef::requiredBufferByteSize(false)] Buffer offset is not normalized.");
+        }
+    }
+}
+
+TEST(ArrayRef, PrintsComparesAndHashes) {
+    char memory[64];
+    ArrayRef<2> const array({{2, 0}, {5, 4}}, {4, 1}, memory, 3, typeid(short), 16);
+    std::ostringstream out;
+    out << array << "; " << ArrayConstRef<1>();
+    EXPECT_EQ(out.str(), "short[2,5)x[0,4) strides (4,1) offset 3; void[0,0) strides (0) offset 0, no memory");
+    ArrayRef<2> otherType = array;
+    otherType.setValueType(typeid(unsigned short), 16);
+    ArrayRef<2> elsewhere = array;
+    elsewhere.setData(memory + 1);
+    EXPECT_EQ((std::unordered_set<ArrayRef<2>>{array, otherType, elsewhere, ArrayRef<2>(array)}.size()), 3u);
+    EXPECT_EQ(ArrayConstRef<2>(array).data(), memory);
+    EXPECT_EQ(ArrayConstRef<2>(array), ArrayConstRef<2>({{2, 0}, {5, 4}}, {4, 1}, memory, 3, typeid(short), 16));
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt

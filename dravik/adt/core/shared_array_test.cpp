@@ -1,0 +1,190 @@
+#include "dravik/adt/core/shared_array.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <functional>
+#include <stdexcept>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt {
+namespace {
+
+static_assert(
+    std::is_convertible_v<SharedArray<2>, SharedArray<4>> && std::is_convertible_v<SharedArray<3>, SharedArray<4>>);
+static_assert(!std::is_constructible_v<SharedArray<3>, SharedArray<4>>);
+static_assert(std::is_convertible_v<SharedArray<3>, ArrayConstRef<3>>);
+static_assert(std::is_nothrow_move_constructible_v<SharedArray<4>>);
+
+class Packed {};
+template <class Sample>
+concept CanMake = requires {
+    SharedArray<1>::Make<Sample>({});
+};
+static_assert(CanMake<double> && !CanMake<Packed>, "whoever packs samples has to say how many bits they take");
+
+std::int32_t ownersReferences(SharedBuffer const& buffer) {
+    struct Counter : SharedBuffer::Owner {
+        static std::int32_t of(SharedBuffer::Owner const& owner) { return (owner.*&Counter::getReferenceCount)(); }
+    };
+    return Counter::of(*buffer.getOwner()) - 1;  // without the reference taken to ask
+}
+
+TEST(SharedArray, WidensInTheSameStorage) {
+    auto const narrow = SharedArray<2>::Make<float>({{2, 0}, {5, 4}}, {4, 1});
+    SharedArray<4> const wide = narrow;
+    EXPECT_EQ(wide.range(), (OpenEndedRange<4, int>{{2, 0, 0, 0}, {5, 4, 1, 1}}));
+    EXPECT_EQ(wide.strides(), (FixedVector<4, int>(4, 1, 0, 0)));
+    EXPECT_EQ(wide.position({3, 2, 0, 0}), narrow.position({3, 2}));
+    EXPECT_EQ(wide.data(), narrow.data());
+    EXPECT_EQ(wide.valueType(), typeid(float));
+    EXPECT_EQ(wide.bitSize(), 32);
+    EXPECT_EQ(wide.buffer().getOwner(), narrow.buffer().getOwner());
+    EXPECT_EQ(ownersReferences(narrow.buffer()), 2);
+}
+
+TEST(SharedArray, KeepsItsSamplesUnderNewLabels) {
+    auto array = SharedArray<4>(SharedArray<2>::Make<short>({{2, 0}, {5, 4}}));
+    auto const before = array.position({2, 0, 0, 0});
+    array.moveTo({10, 10, 0, 0});
+    EXPECT_EQ(array.range(), (OpenEndedRange<4, int>{{10, 10, 0, 0}, {13, 14, 1, 1}}));
+    EXPECT_EQ(array.position({10, 10, 0, 0}), before);
+}
+
+TEST(SharedArray, MakesZerosInTheLayoutAskedFor) {
+    struct Row {
+        char const* name;
+        SharedArray<3> array;
+        FixedVector<3, int> strides;
+        int bufferOffset;
+        std::uint32_t byteSize;
+    };
+    using Array = SharedArray<3>;
+    Row const rows[] = {
+        {"CIsTheDefault", Array::Make<float>({{1, 1, 1}, {3, 4, 5}}), {12, 4, 1}, 0, 96},
+        {"LastAxisSlowest", Array::Make<char>({{0, 0, 0}, {2, 3, 4}}, {1, 2, 6}), {1, 2, 6}, 0, 24},
+        {"Backwards", Array::Make<double>({{0, 0, 0}, {2, 3, 4}}, {-12, 4, -1}), {-12, 4, -1}, 15, 192},
+        {"Repeating", Array::Make<short>({{0, 0, 0}, {9, 3, 4}}, {0, 4, 1}), {0, 4, 1}, 0, 24},
+        {"Padded", Array::Make<short>({{0, 0, 0}, {2, 2, 3}}, {16, 4, 1}), {16, 4, 1}, 0, 46},
+        {"OneBit", Array::Make({{0, 0, 0}, {1, 1, 9}}, typeid(Packed), 1), {9, 9, 1}, 0, 2},
+        {"Empty", Array::Make<int>({{0, 0, 0}, {0, 3, 4}}), {12, 4, 1}, 0, 48},
+    };
+    for (Row const& row : rows) {
+        EXPECT_EQ(row.array.strides(), row.strides) << row.name;
+        EXPECT_EQ(row.array.bufferOffset(), row.bufferOffset) << row.name;
+        ASSERT_EQ(row.array.buffer().getBufferByteSize(), row.byteSize) << row.name;
+        ASSERT_EQ(row.array.data(), row.array.buffer().getBufferNoAlloc()) << row.name;
+        char const* const bytes = row.array.data();
+        EXPECT_EQ(std::count(bytes, bytes + row.byteSize, 0), row.byteSize) << row.name;
+    }
+}
+
+TEST(SharedArray, WrapsTheCallersMemory) {
+    std::vector<int> samples(12);
+    auto const array = SharedArray<2>::Wrap<int>(samples, {{0, 0}, {3, 4}}, {-4, 1});
+    reinterpret_cast<int*>(array.data())[array.position({0, 2})] = 7;
+    EXPECT_EQ(samples[10], 7) << "row 0 lies last";
+    EXPECT_FALSE(array.buffer().isReadOnly());
+    EXPECT_FALSE(array.buffer().isShareable());
+    EXPECT_EQ(array.buffer().getBufferByteSize(), 48u);
+    EXPECT_THROW(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {3, 4}}, {5, 1}), std::invalid_argument);
+    EXPECT_EQ(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {2, 4}}).position({1, 0}), 4);
+}
+
+TEST(SharedArray, RefusesWhatItsNumbersCannotTell) {
+    using Array = SharedArray<3>;
+    std::array<char, 4> memory{};
+    struct Row {
+        char const* name;
+        std::function<void()> make;
+    };
+    Row const rows[] = {
+        {"Bytes",
+         [] {
+             Array::Make<double>({{0, 0, 0}, {1024, 1024, 512}});
+         }},
+        {"DenseStride",
+         [] {
+             Array::Make({{0, 0, 0}, {2, 65536, 32768}}, typeid(Packed), 1);
+         }},
+        {"Offset",
+         [] {
+             Array::Make({{0, 0, 0}, {3, 1, 1}}, {INT_MIN, 0, 0}, typeid(Packed), 1);
+         }},
+        {"WrappedBytes",
+         [&] {
+             Array::Wrap<char>(memory, {{0, 0, 0}, {65536, 65536, 1}});
+         }},
+    };
+    for (Row const& row : rows) {
+        EXPECT_THROW(row.make(), std::length_error) << row.name;
+    }
+    EXPECT_THROW(Array::Make({}, typeid(void), 0), std::invalid_argument);
+    EXPECT_EQ(Array::DenseStrides({{0, 0, 0}, {1, 50000, 50000}})[0], INT_MAX) << "an axis of one index takes no step";
+}
+
+SharedArray<1> unallocated(int length, SharedBuffer buffer, int bufferOffset = 0) {
+    using Index = FixedVector<1, int>;
+    return {
+        ArrayRef<1>({Index(0), Index(length)}, Index(1), nullptr, bufferOffset, typeid(char), 8), std::move(buffer)};
+}
+
+SharedBuffer bufferOf(std::uint32_t byteSize) {
+    return SharedBuffer(boost::intrusive_ptr<SharedBuffer::Owner>(new SharedBuffer::BasicArrayOwner(byteSize)));
+}
+
+TEST(SharedArray, AllocatesInTheStorageItHasOrInANewOne) {
+    struct Row {
+        char const* name;
+        SharedArray<1> array;
+        bool allocateNow;
+        bool getsMemory;
+        std::uint32_t byteSize;
+    };
+    static char external[4];
+    Row rows[] = {
+        {"NewStorage", unallocated(8, {}), true, true, 8},
+        {"NewStorageLater", unallocated(8, {}), false, false, 8},
+        {"OffsetIsRoomBefore", unallocated(8, {}, 2), true, true, 10},
+        {"LargeEnough", unallocated(8, bufferOf(8)), true, true, 8},
+        {"TooSmallGivesNothing", unallocated(8, bufferOf(7)), true, false, 7},
+        {"TooSmallTakesAway", unallocated(8, SharedBuffer::createFromExternal(external, 4, true)), true, false, 4},
+    };
+    rows[5].array.setData(external);
+    for (Row& row : rows) {
+        auto const owner = row.array.buffer().getOwner();
+        row.array.allocate(row.allocateNow);
+        EXPECT_EQ(row.array.data() != nullptr, row.getsMemory) << row.name;
+        EXPECT_EQ(row.array.buffer().getBufferByteSize(), row.byteSize) << row.name;
+        EXPECT_TRUE(owner == nullptr || owner == row.array.buffer().getOwner()) << row.name;
+        EXPECT_EQ(row.array.data(), row.getsMemory ? row.array.buffer().getBufferNoAlloc() : nullptr) << row.name;
+    }
+}
+
+TEST(SharedArray, ChangesNothingWhenItCannotAllocate) {
+    auto before = unallocated(4, {}, -1);
+    EXPECT_THROW(before.allocate(/*allocateNow=*/true), std::runtime_error);
+    EXPECT_TRUE(before.buffer().isNull());
+
+    SharedArray<2> huge(
+        ArrayRef<2>({{0, 0}, {65536, 65536}}, {65536, 1}, nullptr, 0, typeid(char), 8), bufferOf(0xFFFFFFFF));
+    EXPECT_THROW(huge.allocate(/*allocateNow=*/false), std::length_error) << "one byte more than the owner can have";
+    EXPECT_EQ(huge.data(), nullptr);
+}
+
+TEST(SharedArray, EnsuresOnlyWhatIsMissingAndWanted) {
+    auto array = unallocated(4, {});
+    array.ensureAllocated(/*wanted=*/false);
+    EXPECT_TRUE(array.buffer().isNull());
+    array.ensureAllocated(/*wanted=*/true);
+    char* const bytes = array.data();
+    ASSERT_NE(bytes, nullptr);
+    array.setBuffer(bufferOf(100));
+    array.ensureAllocated(/*wanted=*/true);
+    EXPECT_EQ(array.data(), bytes) << "memory that is there is left alone";
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt
