@@ -1,0 +1,178 @@
+#include "dravik/adt/bulkview/buffer_handle.h"
+
+#include <limits>
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+using Detail::loadAcquire;
+using Detail::loadRelaxed;
+using Detail::storeDecisive;
+using Detail::storeRelaxed;
+using Detail::storeRelease;
+
+BufferHandle::Owner::~Owner() {
+    userData_ = nullptr;
+}
+
+// Holds the lock of an owner that enabled locking, and a reference so that the owner outlives its own unlock.
+class BufferHandle::OwnerLock {
+  public:
+    explicit OwnerLock(boost::intrusive_ptr<Owner> owner) : owner_(std::move(owner)) {
+        if (owner_ != nullptr) {
+            owner_->lock();
+        }
+    }
+    OwnerLock(OwnerLock const&) = delete;
+    OwnerLock& operator=(OwnerLock const&) = delete;
+    ~OwnerLock() noexcept(false) {
+        if (owner_ != nullptr) {
+            owner_->unlock();
+        }
+    }
+
+    static bool isWantedBy(Owner const& owner) noexcept { return owner.lockingEnabled(); }
+
+  private:
+    boost::intrusive_ptr<Owner> owner_;
+};
+
+BufferHandle::BufferHandle(BufferHandle const& other) noexcept {
+    *this = other;
+}
+
+BufferHandle& BufferHandle::operator=(BufferHandle const& other) noexcept {
+    if (this == &other) {
+        return *this;
+    }
+    bool const invalidated = other.isInvalidated();
+    storeInfo(other.infoSnapshot());
+    storeRelaxed(buffer_, other.buffer());
+    storeRelaxed(access_, other.access());
+    auto const dropped = owner_.exchange(other.owner_.share());
+    storeDecisive(invalidated_, invalidated);
+    return *this;
+}
+
+BufferHandle::ArrayInfo BufferHandle::infoSnapshot() const noexcept {
+    ArrayInfo info{range4(), {}, loadRelaxed(info_.offset)};
+    for (int axis = 0; axis < 4; ++axis) {
+        info.strides.data()[axis] = loadRelaxed(info_.strides.data()[axis]);
+    }
+    return info;
+}
+
+OpenEndedRange<4, int> BufferHandle::range4() const noexcept {
+    OpenEndedRange<4, int> range;
+    for (int axis = 0; axis < 4; ++axis) {
+        range.min.data()[axis] = loadAcquire(info_.range.min.data()[axis]);
+        range.max.data()[axis] = loadRelaxed(info_.range.max.data()[axis]);
+    }
+    return range;
+}
+
+int BufferHandle::sampleCount() const noexcept {
+    auto const range = range4();
+    unsigned count = 1;
+    for (int axis = 0; axis < 4; ++axis) {
+        count *= static_cast<unsigned>(range.max.data()[axis]) - static_cast<unsigned>(range.min.data()[axis]);
+    }
+    return static_cast<int>(count);
+}
+
+bool BufferHandle::intersects(OpenEndedRange<4, int> range) const noexcept {
+    auto const mine = range4();
+    return mine.min.allLess(range.max) && range.min.allLess(mine.max);
+}
+
+// A thread that empties the range writes every upper end before a lower one, and `contains` reads the lower end first:
+// so a consumer that meets half of the change finds an index outside, or inside the block as it was lent.
+// The last word is written decisively: a fetch that overtakes an invalidation either leaves the range emptied or finds
+// the handle marked.
+void BufferHandle::storeRange(OpenEndedRange<4, int> const& range) noexcept {
+    for (int axis = 0; axis < 4; ++axis) {
+        storeRelaxed(info_.range.max.data()[axis], range.max.data()[axis]);
+    }
+    for (int axis = 3; axis > 0; --axis) {
+        storeRelease(info_.range.min.data()[axis], range.min.data()[axis]);
+    }
+    storeDecisive(info_.range.min.data()[0], range.min.data()[0]);
+}
+
+void BufferHandle::storeInfo(ArrayInfo const& info) noexcept {
+    for (int axis = 0; axis < 4; ++axis) {
+        storeRelaxed(info_.strides.data()[axis], info.strides.data()[axis]);
+    }
+    storeRelaxed(info_.offset, info.offset);
+    storeRange(info.range);
+}
+
+void BufferHandle::lend(void* buffer, ArrayInfo const& info, AdtEnums::Access access) {
+    OwnerLock const lock(owner_.share(OwnerLock::isWantedBy));
+    storeRelaxed(buffer_, buffer);
+    storeRelaxed(access_, access);
+    storeInfo(info);
+}
+
+void BufferHandle::update(void* buffer, ArrayInfo const& info, AdtEnums::Access access) {
+    lend(buffer, info, access);
+}
+
+void BufferHandle::update(ArrayRef<4> const& array, AdtEnums::Access access) {
+    lend(array.data(), {array.range(), array.strides(), array.bufferOffset()}, access);
+}
+
+void BufferHandle::updateRO(ArrayConstRef<4> const& array) {
+    // The access granted is what keeps a consumer from writing.
+    lend(const_cast<char*>(array.data()), {array.range(), array.strides(), array.bufferOffset()}, AdtEnums::Read);
+}
+
+void BufferHandle::updateBufferAndResetInfo(void* buffer, AdtEnums::Access access) {
+    lend(buffer, ArrayInfo(), access);
+}
+
+void BufferHandle::setOwner(Owner* owner) {
+    OwnerLock const lock(owner_.share(OwnerLock::isWantedBy));
+    auto const dropped = owner_.exchange(owner);
+}
+
+void BufferHandle::empty() noexcept {
+    storeInfo(ArrayInfo());
+    storeRelaxed<void*>(buffer_, nullptr);
+    storeRelaxed(access_, AdtEnums::NoAccess);
+    storeDecisive(invalidated_, false);
+}
+
+void BufferHandle::reset(bool releaseOwner) {
+    OwnerLock const lock(owner_.share(OwnerLock::isWantedBy));
+    // Dropped last: with its last reference the owner's destructor runs, which may be anybody's code.
+    auto const dropped = releaseOwner ? owner_.exchange(nullptr) : nullptr;
+    empty();
+}
+
+void BufferHandle::invalidate(bool emptyRange) volatile noexcept {
+    auto& self = const_cast<BufferHandle&>(*this);
+    // Marked before and after. Before, so that a fetch which overtakes the rest finds the mark; after, so that the mark
+    // stands even where the consumer has cleared the first one meanwhile.
+    storeDecisive(self.invalidated_, true);
+    if (emptyRange) {
+        using Index = FixedVector<4, int>;
+        self.storeRange({Index::Filled(std::numeric_limits<int>::max()), Index()});
+    }
+    storeRelaxed(self.access_, AdtEnums::NoAccess);
+    storeRelease(self.invalidated_, true);
+}
+
+bool BufferHandle::tryThreadSafeReset(void const* buffer, boost::intrusive_ptr<Owner> owner) volatile {
+    auto& self = const_cast<BufferHandle&>(*this);
+    bool const locks = owner != nullptr && OwnerLock::isWantedBy(*owner);
+    OwnerLock const lock(locks ? owner : nullptr);
+    boost::intrusive_ptr<Owner> dropped;
+    if (self.buffer() != buffer || !self.owner_.takeIf(owner.get(), dropped)) {
+        return false;
+    }
+    self.empty();
+    return true;
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

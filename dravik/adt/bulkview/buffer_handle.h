@@ -1,0 +1,200 @@
+#pragma once
+
+// BufferHandle: a consumer's record of one lent block of samples. It borrows the samples and holds a counted reference
+// to whoever keeps them alive. Threads: one consumer at a time; `invalidate` and `tryThreadSafeReset` from any thread.
+
+#include "dravik/adt/bulkview/access.h"
+#include "dravik/adt/bulkview/detail/counted_slot.h"
+#include "dravik/adt/bulkview/detail/shared_word.h"
+#include "dravik/adt/core/array_ref.h"
+#include "dravik/adt/core/fixed_vector.h"
+#include "dravik/adt/core/range.h"
+#include "dravik/adt/core/shared.h"
+#include "dravik/adt/export.h"
+
+#include <boost/noncopyable.hpp>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+/// Where the samples of one lent block are, how they are indexed, who keeps them alive, and whether the loan still
+/// holds.
+///
+/// Empty (no buffer, NoAccess, not invalidated), lent (filled by a producer; the buffer is null for a block without
+/// memory) or invalidated (until `reset` or `tryThreadSafeReset`; a producer that fills an invalidated handle leaves it
+/// invalidated). The sample at index p is at buffer() + offset(p) samples; both sides know the sample type.
+/// Positions and ranges are absolute indices; strides and offsets count samples.
+/// @threads Every word is read and written atomically, so a notification on another thread may invalidate the handle at
+/// any moment. What no atomic can make safe is the memory: taking a block back while its consumer reads samples needs
+/// an owner with locking enabled whose lock the consumer holds as well, or a consumer that pauses.
+class DRAVIK_ADT_EXPORT BufferHandle {
+  public:
+    class Owner;
+
+    /// How a lent block is indexed.
+    struct ArrayInfo {
+        OpenEndedRange<4, int> range;  ///< indices the block covers
+        FixedVector<4, int> strides;   ///< per axis, samples from one index to the next
+        int offset = 0;                ///< samples from the buffer's start to the sample at range.min
+
+        friend constexpr bool operator==(ArrayInfo const&, ArrayInfo const&) = default;
+
+        /// Writes "[0,4)x[0,3)x[0,1)x[0,1) strides (3,1,0,0) offset 0".
+        template <class Traits>
+        friend std::basic_ostream<char, Traits>& operator<<(
+            std::basic_ostream<char, Traits>& out, ArrayInfo const& info) {
+            return out << info.range << " strides " << info.strides << " offset " << info.offset;
+        }
+    };
+
+    BufferHandle() noexcept = default;
+    BufferHandle(BufferHandle const& other) noexcept;
+    /// Takes no lock, neither of the owner here before nor of the other's.
+    BufferHandle& operator=(BufferHandle const& other) noexcept;
+    ~BufferHandle() = default;
+
+    // What the handle holds. None of these takes a lock.
+
+    bool isNull() const noexcept { return buffer() == nullptr; }
+    bool isInvalidated() const noexcept { return Detail::loadDecisive(invalidated_); }
+    void* buffer() const noexcept { return Detail::loadRelaxed(buffer_); }
+    AdtEnums::Access access() const noexcept { return Detail::loadRelaxed(access_); }
+    /// The owner, borrowed: an intrusive_ptr made of it keeps it.
+    Owner* owner() const noexcept { return owner_.peek(); }
+
+    /// The description in place, read and written without regard to other threads. What a notification may overtake
+    /// takes infoSnapshot, changes the copy and gives it back with relabel.
+    ArrayInfo const& info() const noexcept { return info_; }
+    ArrayInfo& info() noexcept { return info_; }
+    ArrayInfo infoSnapshot() const noexcept;
+    OpenEndedRange<4, int> range4() const noexcept;
+
+    /// Samples in the block: the product of (max - min) over the axes, wrapped to 32 bits. Means something while a
+    /// block is lent.
+    int sampleCount() const noexcept;
+
+    /// Whether a request for `access` is served by this loan: any loan serves Read, every other access only its own.
+    bool isCompatibleAccess(AdtEnums::Access access) const noexcept {
+        return access == AdtEnums::Read || access == this->access();
+    }
+
+    /// Whether the block covers the index on the axes given; the others are not looked at.
+    template <int K>
+    requires(K <= 4) bool contains(FixedVector<K, int> const& index) const noexcept {
+        bool inside = true;
+        for (int axis = 0; axis < K; ++axis) {
+            // The lower end first: see storeRange.
+            int const min = Detail::loadAcquire(info_.range.min.data()[axis]);
+            int const max = Detail::loadRelaxed(info_.range.max.data()[axis]);
+            inside = inside && min <= index.data()[axis] && index.data()[axis] < max;
+        }
+        return inside;
+    }
+    bool contains(int i) const noexcept { return contains(FixedVector<1, int>(i)); }
+    bool contains(int i, int j) const noexcept { return contains(FixedVector<2, int>(i, j)); }
+    bool contains(int i, int j, int k) const noexcept { return contains(FixedVector<3, int>(i, j, k)); }
+    bool contains(int i, int j, int k, int l) const noexcept { return contains(FixedVector<4, int>(i, j, k, l)); }
+
+    /// Whether min < range.max and range.min < max on every axis.
+    bool intersects(OpenEndedRange<4, int> range) const noexcept;
+
+    /// Samples from the buffer's start to the index on the axes given, the others at range.min. Checks no bounds.
+    template <int K>
+    requires(K <= 4) std::int64_t offset(FixedVector<K, int> const& index)
+    const noexcept {
+        std::int64_t position = Detail::loadRelaxed(info_.offset);
+        for (int axis = 0; axis < K; ++axis) {
+            std::int64_t const steps =
+                std::int64_t{index.data()[axis]} - Detail::loadRelaxed(info_.range.min.data()[axis]);
+            position += steps * Detail::loadRelaxed(info_.strides.data()[axis]);
+        }
+        return position;
+    }
+    std::int64_t offset(int i) const noexcept { return offset(FixedVector<1, int>(i)); }
+    std::int64_t offset(int i, int j, int k, int l) const noexcept { return offset(FixedVector<4, int>(i, j, k, l)); }
+
+    // Changes by a producer. Each but relabel is bracketed by the lock of the owner held on entry, where that enabled
+    // locking; none clears the mark of an invalidation.
+    // @throws what the owner's lock throws, with nothing changed
+
+    void update(void* buffer, ArrayInfo const& info, AdtEnums::Access access);
+    void update(ArrayRef<4> const& array, AdtEnums::Access access);
+    /// Lends `array` for reading only.
+    void updateRO(ArrayConstRef<4> const& array);
+    /// As update, with an all-zero description.
+    void updateBufferAndResetInfo(void* buffer, AdtEnums::Access access);
+    /// Holds `owner`, possibly null, in place of the owner so far.
+    void setOwner(Owner* owner);
+    /// Describes the same samples anew, without a lock.
+    void relabel(ArrayInfo const& info) noexcept { storeInfo(info); }
+
+    // Changes by the consumer.
+
+    /// Empties the handle, keeping the owner unless `releaseOwner`; brackets and failures as for a producer's change.
+    void reset(bool releaseOwner);
+    /// Marks the loan as no longer valid; with `emptyRange` no index is contained any more.
+    /// @threads any
+    void invalidate(bool emptyRange) volatile noexcept;
+    /// Empties the handle if it holds just this buffer with just this owner (both may be null), under the lock of
+    /// `owner` where that enabled locking; false, and nothing changed, otherwise.
+    /// @threads any
+    bool tryThreadSafeReset(void const* buffer, boost::intrusive_ptr<Owner> owner) volatile;
+
+  private:
+    class OwnerLock;
+
+    void storeInfo(ArrayInfo const& info) noexcept;
+    void storeRange(OpenEndedRange<4, int> const& range) noexcept;
+    void lend(void* buffer, ArrayInfo const& info, AdtEnums::Access access);
+    void empty() noexcept;
+
+    ArrayInfo info_;
+    void* buffer_ = nullptr;
+    Detail::CountedSlot<Owner> owner_;
+    AdtEnums::Access access_ = AdtEnums::NoAccess;
+    bool invalidated_ = false;
+};
+
+/// Stands for the memory behind a loan: a producer attaches it to the handles it fills, and the memory stays while one
+/// of them holds it. Starts unreferenced.
+/// @threads references from any thread; the rest as the derived owner says
+class DRAVIK_ADT_EXPORT BufferHandle::Owner : public Shared, private boost::noncopyable {
+  public:
+    /// The tag by which the producer recognises its own owners; not owned.
+    void const* getUserData() const noexcept { return userData_; }
+
+  protected:
+    explicit Owner(void const* userData = nullptr) noexcept : userData_(userData) {}
+    ~Owner() override;
+
+    /// From now on every change of a handle that holds this owner is bracketed by lock and unlock.
+    void enableLocking() noexcept { lockingEnabled_ = true; }
+    bool lockingEnabled() const noexcept { return lockingEnabled_; }
+
+  private:
+    friend class BufferHandle;
+
+    /// Brackets a change of a handle; called only once locking is enabled. A thread may come back to an owner that it
+    /// has locked already.
+    virtual void lock() = 0;
+    virtual void unlock() = 0;
+
+    void const* userData_;
+    bool lockingEnabled_ = false;
+};
+
+}  // namespace Quorvel::Dravik::Adt::BulkView
+
+template <>
+struct std::hash<Quorvel::Dravik::Adt::BulkView::BufferHandle::ArrayInfo> {
+    std::size_t operator()(Quorvel::Dravik::Adt::BulkView::BufferHandle::ArrayInfo const& info) const {
+        std::size_t seed = std::hash<Quorvel::Dravik::Adt::OpenEndedRange<4, int>>()(info.range);
+        boost::hash_range(seed, info.strides.begin(), info.strides.end());
+        boost::hash_combine(seed, info.offset);
+        return seed;
+    }
+};
