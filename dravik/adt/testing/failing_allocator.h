@@ -1,0 +1,36 @@
+#pragma once
+
+// Memory that fails on demand and is counted: a replacement of the global operators new and delete for test programs
+// that link the target dravik_adt_failing_allocator. Works under the sanitizers. Threads: counting is for any number of
+// them, failing is armed per thread.
+
+#include "dravik/adt/testing/failure_plan.h"
+
+#include <cstdint>
+#include <exception>
+#include <ostream>
+
+namespace Quorvel::Dravik::Adt::Testing {
+
+/// What operator new gave out and has not got back, in the whole process.
+struct LiveMemory {
+    std::int64_t blockCount = 0;
+    std::int64_t byteSize = 0;
+
+    friend bool operator==(LiveMemory const&, LiveMemory const&) = default;
+    friend std::ostream& operator<<(std::ostream& out, LiveMemory const& memory) {
+        return out << memory.blockCount << " blocks of " << memory.byteSize << " bytes";
+    }
+};
+
+LiveMemory liveMemory() noexcept;
+
+/// The calling thread's allocations fail by this plan.
+struct AllocationFailure {
+    static constexpr char const* kName = "allocation";
+    static FailurePlan& plan() noexcept;
+    /// Whether `error` is what a failed allocation ends in.
+    static bool explains(std::exception const& error) noexcept;
+};
+
+}  // namespace Quorvel::Dravik::Adt::Testing
