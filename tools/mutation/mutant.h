@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <type_traits>
 
 namespace Mutation {
 
@@ -48,7 +47,7 @@ inline bool isLive(int mutant) {
 
 /// Whether the fault at this place is the live one; never in a constant expression, which stays as it was written.
 constexpr bool live(int mutant) {
-    return !std::is_constant_evaluated() && isLive(mutant);
+    return !__builtin_is_constant_evaluated() && isLive(mutant);
 }
 
 }  // namespace Mutation

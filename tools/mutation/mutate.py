@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Plants single faults in the library's sources and counts how many the tests catch.
 
 All faults are compiled in one build and one of them is switched on per run (see mutant.h). Faults are drawn by a fixed
@@ -22,11 +22,14 @@ import time
 
 import clang.cindex as ci
 
-FLIPPED = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==", "&&": "||", "||": "&&",
+# Each operator and what may stand in its place: comparisons are flipped or moved by one, in turn.
+FLIPPED = {"<": (">=", "<="), "<=": (">", "<"), ">": ("<=", ">="), ">=": ("<", ">"), "==": "!=", "!=": "==", "&&": "||", "||": "&&",
            "+": "-", "-": "+", "*": "+", "/": "*", "%": "*", "<<": ">>", ">>": "<<"}
 NEEDS_NUMBERS = {"+", "-", "*", "/", "%", "<<", ">>"}
 NUMBERS = {ci.TypeKind.INT, ci.TypeKind.UINT, ci.TypeKind.LONG, ci.TypeKind.ULONG, ci.TypeKind.LONGLONG,
            ci.TypeKind.ULONGLONG, ci.TypeKind.DOUBLE, ci.TypeKind.FLOAT}
+# Swapping the arguments of these changes nothing.
+SYMMETRIC = ("min", "max", "gcd", "lcm", "areClose")
 INTEGERS = NUMBERS - {ci.TypeKind.DOUBLE, ci.TypeKind.FLOAT}
 
 Fault = collections.namedtuple("Fault", "file start end text kind line")
@@ -90,7 +93,10 @@ class Finder:
         kinds = {o.type.get_canonical().kind for o in operands}
         if between in NEEDS_NUMBERS and not kinds <= (INTEGERS if between in ("%", "<<", ">>") else NUMBERS):
             return
-        self.plant(cursor, "operator " + between, "%s %s %s" % (self.text(left), FLIPPED[between], self.text(right)))
+        faulty = FLIPPED[between]
+        if isinstance(faulty, tuple):
+            faulty = faulty[cursor.extent.start.line % len(faulty)]
+        self.plant(cursor, "%s for %s" % (faulty, between), "%s %s %s" % (self.text(left), faulty, self.text(right)))
 
     def look_at_call(self, cursor, parent):
         name = self.text(cursor)
@@ -99,6 +105,8 @@ class Finder:
             return
         if parent.kind == ci.CursorKind.COMPOUND_STMT:
             self.add(cursor.extent.start, cursor.extent.end, "dropped call", "if (!Mutation::live(@)) %s" % name)
+        if re.search(r"\b(%s)(<[^()]*>)?\(" % "|".join(SYMMETRIC), name):
+            return
         for first, second in zip(arguments, arguments[1:]):
             same = first.type.get_canonical().spelling == second.type.get_canonical().spelling
             plain = first.type.get_canonical().kind in NUMBERS and self.text(first) != self.text(second)
