@@ -1,9 +1,9 @@
 #pragma once
 
-// Included before everything else in a build of mutants. Which fault is live is decided when the program starts, so that
-// one build carries all of them: DRAVIK_MUTANT is the number of the live one, DRAVIK_MUTANT_TRACE a file that every
-// program appends the numbers of the places it reached to. Plain C++ only: the sources that include it may not know
-// more yet.
+// Included before everything else in a build of mutants. Which fault is live is decided when the program starts, so
+// that one build carries all of them: DRAVIK_MUTANT is the number of the live one, DRAVIK_MUTANT_TRACE a file that
+// every program appends the numbers of the places it reached to. Plain C++ only: the sources that include it may not
+// know more yet.
 
 #include <atomic>
 #include <cstdio>
