@@ -1,6 +1,7 @@
 #include "dravik/adt/converters/value_converter_factory.h"
 
 #include "dravik/adt/converters/basic_down_scale_converter.h"
+#include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/copy_converter.h"
 #include "dravik/adt/converters/down_scale_converter.h"
 #include "dravik/adt/converters/float_converter.h"
@@ -159,6 +160,41 @@ ConverterPtr ValueConverterFactory::getTypeConverter(
         return getCopyConverter(TypeRegister::sizeofTypeInBits(out));
     }
     return getTypeConverter(in, out);
+}
+
+ConverterPtr ValueConverterFactory::prependTypeConverter(
+    std::type_info const& in, ScaleOffset const& transform, ConverterPtr const& converter) {
+    if (!converter) {
+        throw std::invalid_argument("[ValueConverterFactory::prependTypeConverter] null converter argument");
+    }
+    ConverterPtr const before = getTypeConverter(in, converter->getInputType(), transform, /*copyIfSame=*/false);
+    return before ? CompositeConverter::getCompositeConverter(before, converter, {}) : converter;
+}
+
+ConverterPtr ValueConverterFactory::prependTypeConverter(std::type_info const& in, ConverterPtr const& converter) {
+    return prependTypeConverter(in, ScaleOffset::identity(), converter);
+}
+
+ConverterPtr ValueConverterFactory::appendTypeConverter(
+    ConverterPtr const& converter, bool withInverse, std::type_info const& out, ScaleOffset const& transform) {
+    if (!converter) {
+        throw std::invalid_argument("[ValueConverterFactory::appendTypeConverter] null converter argument");
+    }
+    std::type_info const& between = converter->getOutputType();
+    ConverterPtr const after = getTypeConverter(between, out, transform, /*copyIfSame=*/false);
+    if (!after) {
+        return converter;
+    }
+    ConverterPtr inverse;
+    if (withInverse) {
+        inverse = getTypeConverter(out, between, transform.getInverse(), /*copyIfSame=*/false);
+    }
+    return CompositeConverter::getCompositeConverter(converter, after, inverse);
+}
+
+ConverterPtr ValueConverterFactory::appendTypeConverter(
+    ConverterPtr const& converter, bool withInverse, std::type_info const& out) {
+    return appendTypeConverter(converter, withInverse, out, ScaleOffset::identity());
 }
 
 }  // namespace Quorvel::Dravik::Adt::Converters

@@ -39,6 +39,24 @@ class ValueConverterFactory {
     DRAVIK_ADT_EXPORT static IValueConverter::ConstPtr getTypeConverter(
         std::type_info const& in, std::type_info const& out, ScaleOffset const& transform, bool copyIfSame);
 
+    /// A converter that accepts values of type `in`, converts them with `transform` to what `converter` reads, and runs
+    /// `converter`; `converter` itself where no conversion is needed.
+    /// @throws std::invalid_argument for a null converter; else as getTypeConverter
+    DRAVIK_ADT_EXPORT static IValueConverter::ConstPtr prependTypeConverter(
+        std::type_info const& in, ScaleOffset const& transform, IValueConverter::ConstPtr const& converter);
+    DRAVIK_ADT_EXPORT static IValueConverter::ConstPtr prependTypeConverter(
+        std::type_info const& in, IValueConverter::ConstPtr const& converter);
+
+    /// A converter that runs `converter` and converts what it writes, with `transform`, to type `out`; `converter`
+    /// itself where no conversion is needed. With `withInverse` the chain also carries the conversion back, which fails
+    /// the call where only the way forward exists.
+    /// @throws std::invalid_argument for a null converter; else as getTypeConverter
+    DRAVIK_ADT_EXPORT static IValueConverter::ConstPtr appendTypeConverter(
+        IValueConverter::ConstPtr const& converter, bool withInverse, std::type_info const& out,
+        ScaleOffset const& transform);
+    DRAVIK_ADT_EXPORT static IValueConverter::ConstPtr appendTypeConverter(
+        IValueConverter::ConstPtr const& converter, bool withInverse, std::type_info const& out);
+
   private:
     [[noreturn]] static IValueConverter::ConstPtr makeCopyConverter(int bits);
 };
