@@ -45,3 +45,15 @@ function(dravik_adt_add_install_tests)
                                               ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
     endforeach()
 endfunction()
+
+# What gdb shows of a value is what the value prints.
+function(dravik_adt_add_printer_test)
+    find_program(gdb gdb REQUIRED)
+    add_executable(printers_sample ${PROJECT_SOURCE_DIR}/tools/gdb/printers_sample.cpp)
+    dravik_adt_configure_target(printers_sample)
+    target_compile_options(printers_sample PRIVATE -g -O0)
+    target_link_libraries(printers_sample PRIVATE dravik::adt)
+    add_test(NAME gdb_printers
+             COMMAND ${PROJECT_SOURCE_DIR}/tools/gdb/check_printers.sh $<TARGET_FILE:printers_sample>
+                     ${PROJECT_SOURCE_DIR}/tools/gdb/dravik_adt_printers.py)
+endfunction()

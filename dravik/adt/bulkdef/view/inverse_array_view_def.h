@@ -14,6 +14,10 @@ class DRAVIK_ADT_EXPORT ArrayViewDef::InverseArrayViewDef : public ArrayViewDef,
   public:
     explicit InverseArrayViewDef(ArrayViewDef const& view);
 
+    // Without moves: a definition that was moved from would hold nothing.
+    InverseArrayViewDef(InverseArrayViewDef const&) = default;
+    InverseArrayViewDef& operator=(InverseArrayViewDef const&) = default;
+
     /// The view that is inverted; never empty.
     boost::shared_ptr<ArrayViewDef const> const& viewPtr() const noexcept { return view_; }
 

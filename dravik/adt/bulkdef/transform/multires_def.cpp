@@ -1,0 +1,37 @@
+#include "dravik/adt/bulkdef/transform/multires_def.h"
+
+#include "dravik/adt/bulkdef/detail/print.h"
+#include "dravik/adt/diagnostics/hasher.h"
+
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkDef::Transform {
+
+std::string const MultiresDef::BasicAverage = "BasicAverage";
+std::string const MultiresDef::FirstValid = "FirstValid";
+std::string const MultiresDef::Decimation = "Decimation";
+
+MultiresDef::MultiresDef(int factor, std::string name) : factor_(factor), name_(std::move(name)) {}
+
+MultiresDef const* MultiresDef::Cast(TransformDef const* transform) noexcept {
+    return dynamic_cast<MultiresDef const*>(transform);
+}
+
+int MultiresDef::getHashCode() const {
+    return Hasher(13)(static_cast<unsigned int>(factor_));
+}
+
+void MultiresDef::print(std::ostream& out) const {
+    out << "MultiresDef(" << factor_ << ", " << Detail::Quoted{name_} << ")";
+}
+
+bool MultiresDef::compare(TransformDef const& other) const {
+    auto const* const multires = Cast(&other);
+    return multires != nullptr && factor_ == multires->factor_;
+}
+
+std::unique_ptr<TransformDef> MultiresDef::makeClone() const {
+    return std::make_unique<MultiresDef>(factor_, name_);
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkDef::Transform

@@ -1,0 +1,46 @@
+#include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
+
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+BufferAccessorFilter::BufferAccessorFilter(std::unique_ptr<IBufferAccessor> target) noexcept
+    : target_(std::move(target)) {}
+
+BufferAccessorFilter::BufferAccessorFilter(BufferAccessorFilter const& other)
+    : IBufferAccessor(other), target_(other.target_ == nullptr ? nullptr : other.target_->createClone()) {}
+
+BufferAccessorFilter& BufferAccessorFilter::operator=(BufferAccessorFilter const& other) {
+    if (this != &other) {
+        target_ = other.target_ == nullptr ? nullptr : other.target_->createClone();
+    }
+    return *this;
+}
+
+BufferAccessorFilter::~BufferAccessorFilter() = default;
+
+void BufferAccessorFilter::setClient(IClient* client) {
+    if (target_ != nullptr) {
+        target_->setClient(client);
+    }
+}
+
+void BufferAccessorFilter::dispose(bool flag) {
+    if (target_ != nullptr) {
+        target_->dispose(flag);
+    }
+}
+
+void BufferAccessorFilter::dispose() noexcept {
+    target_.reset();
+}
+
+std::unique_ptr<IBufferAccessor> BufferAccessorFilter::releaseTargetAccessor() {
+    return std::move(target_);
+}
+
+std::unique_ptr<IBufferAccessor> BufferAccessorFilter::replaceTargetAccessor(std::unique_ptr<IBufferAccessor> target) {
+    return std::exchange(target_, std::move(target));
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

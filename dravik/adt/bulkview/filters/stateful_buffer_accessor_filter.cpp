@@ -1,0 +1,47 @@
+#include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+StatefulBufferAccessorFilter::StatefulBufferAccessorFilter(std::unique_ptr<IBufferAccessor> target) noexcept
+    : BufferAccessorFilter(std::move(target)) {}
+
+StatefulBufferAccessorFilter::StatefulBufferAccessorFilter(StatefulBufferAccessorFilter const& other)
+    : BufferAccessorFilter(other), IClient(other) {}
+
+StatefulBufferAccessorFilter::~StatefulBufferAccessorFilter() = default;
+
+void StatefulBufferAccessorFilter::setClient(IClient* client) {
+    client_.store(client, std::memory_order_release);
+    BufferAccessorFilter::setClient(client == nullptr ? nullptr : this);
+}
+
+void StatefulBufferAccessorFilter::dispose(bool flag) {
+    BufferAccessorFilter::dispose(flag);
+    client_.store(nullptr, std::memory_order_release);
+}
+
+void StatefulBufferAccessorFilter::dispose() noexcept {
+    BufferAccessorFilter::dispose();
+    client_.store(nullptr, std::memory_order_release);
+}
+
+std::unique_ptr<IBufferAccessor> StatefulBufferAccessorFilter::releaseAccessor() {
+    IClient* const client = clientPtr();
+    return client == nullptr ? nullptr : client->releaseAccessor();
+}
+
+std::unique_ptr<IBufferAccessor> StatefulBufferAccessorFilter::replaceTargetAccessor(
+    std::unique_ptr<IBufferAccessor> target) {
+    if (hasTargetAccessor()) {
+        targetAccessor().dispose(/*flag=*/false);
+    }
+    auto former = BufferAccessorFilter::replaceTargetAccessor(std::move(target));
+    if (clientPtr() != nullptr && hasTargetAccessor()) {
+        targetAccessor().setClient(this);
+    }
+    return former;
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

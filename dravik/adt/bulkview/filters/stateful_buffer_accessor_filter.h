@@ -1,0 +1,57 @@
+#pragma once
+
+// StatefulBufferAccessorFilter: a filter that stands between its target and its client in both directions. Threads: as
+// the chain it is part of; notifications from any thread.
+
+#include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
+#include "dravik/adt/export.h"
+
+#include <atomic>
+#include <memory>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+/// Base of the filters that keep something about what they lent: registers itself as the client of its target, and
+/// each filter decides what it relays to its own client.
+///
+/// Is its target's client exactly while it has a client, except after dispose(flag), when a target that goes on
+/// notifying finds nobody to relay to: relays test for a client. The client is borrowed. A relay is the last thing a
+/// notification does here, since the client may destroy the chain meanwhile.
+class DRAVIK_ADT_EXPORT StatefulBufferAccessorFilter : public BufferAccessorFilter, public IBufferAccessor::IClient {
+  public:
+    using IClient = IBufferAccessor::IClient;  // both bases know it under this name
+
+    StatefulBufferAccessorFilter& operator=(StatefulBufferAccessorFilter const&) = delete;
+
+    /// Keeps `client` and registers this filter at the target, or nobody for null.
+    void setClient(IClient* client) override;
+    /// Passes the call to the target, then forgets the client.
+    void dispose(bool flag) override;
+
+    /// Asks the own client to give up the chain it holds; null without one.
+    std::unique_ptr<IBufferAccessor> releaseAccessor() override;
+
+  protected:
+    explicit StatefulBufferAccessorFilter(std::unique_ptr<IBufferAccessor> target) noexcept;
+    /// Over a clone of the whole chain below `other`, without a client.
+    StatefulBufferAccessorFilter(StatefulBufferAccessorFilter const& other);
+    ~StatefulBufferAccessorFilter() override;
+
+    /// @pre there is a client
+    IClient& client() const noexcept { return *clientPtr(); }
+    /// The client, null when there is none.
+    IClient* clientPtr() const noexcept { return client_.load(std::memory_order_acquire); }
+
+    /// Destroys the target and forgets the client.
+    void dispose() noexcept;
+
+    /// Calls dispose(false) on the target so far, puts `target` in its place and, with a client, registers this filter
+    /// there. What is given back keeps its registration.
+    std::unique_ptr<IBufferAccessor> replaceTargetAccessor(std::unique_ptr<IBufferAccessor> target) override;
+
+  private:
+    /// Read by notifications on other threads.
+    std::atomic<IClient*> client_{nullptr};
+};
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

@@ -1,0 +1,200 @@
+#include "dravik/adt/converters/value_converter_factory.h"
+
+#include "dravik/adt/converters/basic_down_scale_converter.h"
+#include "dravik/adt/converters/composite_converter.h"
+#include "dravik/adt/converters/copy_converter.h"
+#include "dravik/adt/converters/down_scale_converter.h"
+#include "dravik/adt/converters/float_converter.h"
+#include "dravik/adt/converters/int1_copy_converter.h"
+#include "dravik/adt/converters/pure_type_converter.h"
+#include "dravik/adt/converters/type_register.h"
+#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/platform/type_name.h"
+
+#include <boost/make_shared.hpp>
+
+#include <array>
+#include <stdexcept>
+#include <string>
+
+namespace Quorvel::Dravik::Adt::Converters {
+
+namespace {
+
+using Detail::kSampleTypeCount;
+using ConverterPtr = IValueConverter::ConstPtr;
+using Maker = ConverterPtr (*)(ScaleOffset const& transform);
+using MakerRow = std::array<Maker, kSampleTypeCount>;
+using MakerTable = std::array<MakerRow, kSampleTypeCount>;
+
+template <class S, class D>
+struct Basic {
+    static ConverterPtr make(ScaleOffset const&) {
+        if constexpr (Detail::widens(Detail::sampleTypeOf<S>(), Detail::sampleTypeOf<D>())) {
+            return boost::make_shared<PureTypeConverter<S, D>>();
+        } else if constexpr (Detail::narrows(Detail::sampleTypeOf<S>(), Detail::sampleTypeOf<D>())) {
+            return boost::make_shared<BasicDownScaleConverter<S, D>>();
+        } else {
+            return {};
+        }
+    }
+};
+
+template <class S, class D>
+struct Scaled {
+    static ConverterPtr make(ScaleOffset const& transform) {
+        if constexpr (std::same_as<D, float>) {
+            return boost::make_shared<FloatConverter<S>>(transform);
+        } else if constexpr (Detail::scalesToInteger(Detail::sampleTypeOf<S>(), Detail::sampleTypeOf<D>())) {
+            return boost::make_shared<DownScaleConverter<S, D>>(transform);
+        } else {
+            return {};
+        }
+    }
+};
+
+template <template <class, class> class Cell, class S>
+constexpr MakerRow makerRow() {
+    return {Cell<S, unsigned char>::make, Cell<S, char>::make, Cell<S, unsigned short>::make,
+            Cell<S, short>::make,         Cell<S, int>::make,  Cell<S, float>::make};
+}
+
+template <template <class, class> class Cell>
+constexpr MakerTable makerTable() {
+    return {makerRow<Cell, unsigned char>(), makerRow<Cell, char>(), makerRow<Cell, unsigned short>(),
+            makerRow<Cell, short>(),         makerRow<Cell, int>(),  makerRow<Cell, float>()};
+}
+
+constexpr MakerTable kBasic = makerTable<Basic>();
+constexpr MakerTable kScaled = makerTable<Scaled>();
+
+// The row or column of a sample type; kSampleTypeCount for any other type.
+std::size_t tableIndex(std::type_info const& type) {
+    std::type_info const* const sampleTypes[kSampleTypeCount] = {
+        &typeid(unsigned char), &typeid(char), &typeid(unsigned short), &typeid(short), &typeid(int), &typeid(float)};
+    std::size_t index = 0;
+    while (index < kSampleTypeCount && *sampleTypes[index] != type) {
+        ++index;
+    }
+    return index;
+}
+
+// A converter of the table; an exception that names the missing conversion, `kind`, where it has none.
+ConverterPtr makeFrom(
+    MakerTable const& table, char const* kind, std::type_info const& in, std::type_info const& out,
+    ScaleOffset const& transform) {
+    std::size_t const row = tableIndex(in);
+    std::size_t const column = tableIndex(out);
+    bool const known = row < kSampleTypeCount && column < kSampleTypeCount;
+    ConverterPtr converter = known ? table[row][column](transform) : ConverterPtr();
+    if (!converter) {
+        throw Exceptions::NotImplementedException(
+            std::string("ValueConverterFactory: Missing ") + kind + " conversion from '" +
+            Platform::readableTypeName(in) + "' to '" + Platform::readableTypeName(out) + "'.");
+    }
+    return converter;
+}
+
+constexpr unsigned kLargestCopy = 64;  // bits
+using CopyConverters = std::array<ConverterPtr, kLargestCopy + 1>;
+
+CopyConverters const& copyConverters() {
+    static CopyConverters const converters = [] {
+        CopyConverters table;
+        table[1] = boost::make_shared<Int1CopyConverter>();
+        table[8] = boost::make_shared<CopyConverter<char>>();
+        table[16] = boost::make_shared<CopyConverter<short>>();
+        table[32] = boost::make_shared<CopyConverter<float>>();
+        table[64] = boost::make_shared<CopyConverter<double>>();
+        return table;
+    }();
+    return converters;
+}
+
+// Made when the library is loaded, so that no later call has to; a static initialiser that asks earlier makes them
+// then.
+[[maybe_unused]] CopyConverters const& kMadeAtLoad = copyConverters();
+
+// @pre 0 <= bits <= kLargestCopy
+ConverterPtr const& copyConverterOf(int bits, char const* message) {
+    ConverterPtr const& converter = copyConverters()[static_cast<std::size_t>(bits)];
+    if (!converter) {
+        throw std::invalid_argument(message);
+    }
+    return converter;
+}
+
+}  // namespace
+
+ConverterPtr ValueConverterFactory::getCopyConverter(int bits) {
+    if (static_cast<unsigned>(bits) > kLargestCopy) {
+        return makeCopyConverter(bits);
+    }
+    return copyConverterOf(bits, "[ValueConverterFactory::getCopyConverter] Unsupported value type between 0 and 64.");
+}
+
+IValueConverter const& ValueConverterFactory::getCopyConverterRef(int bits) {
+    if (static_cast<unsigned>(bits) > kLargestCopy) {
+        throw std::invalid_argument(
+            "[ValueConverterFactory] getCopyConverterRef only supported for value types sizes up to 64 bits.");
+    }
+    return *copyConverterOf(
+        bits, "[ValueConverterFactory::getCopyConverterRef] Unsupported value type between 0 and 64.");
+}
+
+ConverterPtr ValueConverterFactory::makeCopyConverter(int) {
+    throw Exceptions::NotImplementedException(
+        "CopyConverter not yet implemented generically for all value type sizes.");
+}
+
+ConverterPtr ValueConverterFactory::getTypeConverter(std::type_info const& in, std::type_info const& out) {
+    return in == out ? ConverterPtr() : makeFrom(kBasic, "basic", in, out, ScaleOffset::identity());
+}
+
+ConverterPtr ValueConverterFactory::getTypeConverter(
+    std::type_info const& in, std::type_info const& out, ScaleOffset const& transform, bool copyIfSame) {
+    if (transform != ScaleOffset::identity()) {
+        return makeFrom(kScaled, "scaled", in, out, transform);
+    }
+    if (in == out && copyIfSame) {
+        return getCopyConverter(TypeRegister::sizeofTypeInBits(out));
+    }
+    return getTypeConverter(in, out);
+}
+
+ConverterPtr ValueConverterFactory::prependTypeConverter(
+    std::type_info const& in, ScaleOffset const& transform, ConverterPtr const& converter) {
+    if (!converter) {
+        throw std::invalid_argument("[ValueConverterFactory::prependTypeConverter] null converter argument");
+    }
+    ConverterPtr const before = getTypeConverter(in, converter->getInputType(), transform, /*copyIfSame=*/false);
+    return before ? CompositeConverter::getCompositeConverter(before, converter, {}) : converter;
+}
+
+ConverterPtr ValueConverterFactory::prependTypeConverter(std::type_info const& in, ConverterPtr const& converter) {
+    return prependTypeConverter(in, ScaleOffset::identity(), converter);
+}
+
+ConverterPtr ValueConverterFactory::appendTypeConverter(
+    ConverterPtr const& converter, bool withInverse, std::type_info const& out, ScaleOffset const& transform) {
+    if (!converter) {
+        throw std::invalid_argument("[ValueConverterFactory::appendTypeConverter] null converter argument");
+    }
+    std::type_info const& between = converter->getOutputType();
+    ConverterPtr const after = getTypeConverter(between, out, transform, /*copyIfSame=*/false);
+    if (!after) {
+        return converter;
+    }
+    ConverterPtr inverse;
+    if (withInverse) {
+        inverse = getTypeConverter(out, between, transform.getInverse(), /*copyIfSame=*/false);
+    }
+    return CompositeConverter::getCompositeConverter(converter, after, inverse);
+}
+
+ConverterPtr ValueConverterFactory::appendTypeConverter(
+    ConverterPtr const& converter, bool withInverse, std::type_info const& out) {
+    return appendTypeConverter(converter, withInverse, out, ScaleOffset::identity());
+}
+
+}  // namespace Quorvel::Dravik::Adt::Converters
