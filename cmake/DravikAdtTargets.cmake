@@ -15,7 +15,7 @@ endif()
 # Language, warnings and float rules of a target of ours. Nothing here reaches a user's own targets.
 function(dravik_adt_configure_target target)
     target_compile_features(${target} PUBLIC cxx_std_20)
-    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF)
     target_compile_options(
         ${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -ffp-contract=off $<$<COMPILE_LANGUAGE:CXX>:-Wconversion>
                           $<$<BOOL:${DRAVIK_ADT_STRICT}>:-Werror>)

@@ -22,6 +22,10 @@ function(dravik_adt_add_structure_tests)
     add_test(NAME structure
              COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_structure.py
                      --source ${PROJECT_SOURCE_DIR} --compile-commands ${CMAKE_BINARY_DIR}/compile_commands.json)
+    add_test(NAME c_symbols
+             COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_c_symbols.py --nm ${CMAKE_NM}
+                     --library $<TARGET_FILE:dravik_adt>
+                     --header ${PROJECT_SOURCE_DIR}/dravik/adt/bulkview/old/controller_functions.h)
 
     # One source per public header that includes nothing else: a header that leans on another one does not compile.
     file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/dravik/adt/*.h)

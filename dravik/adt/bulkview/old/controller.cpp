@@ -1,0 +1,7 @@
+#include "dravik/adt/bulkview/old/controller.h"
+
+namespace Quorvel::Dravik::Adt::BulkView::Old {
+
+IController::~IController() = default;
+
+}  // namespace Quorvel::Dravik::Adt::BulkView::Old
