@@ -1,0 +1,104 @@
+#include "dravik/adt/bulkview/filters/subset_filter.h"
+
+#include "dravik/adt/bulkview/filters/subset_extent_filter.h"
+#include "dravik/adt/bulkview/filters/subset_range_filter.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkView::Filters {
+
+namespace {
+
+using Extent4 = ExtentK<4, int>;
+
+[[noreturn]] void refuse(char const* reason) {
+    throw std::invalid_argument(std::string("[SubsetFilter::MakeSubset] Invalid argument: ") + reason);
+}
+
+bool isInside(ExtentImpl<int> const& extent, int size) {
+    std::int64_t const origin = extent.origin;
+    std::int64_t const last = origin + (std::int64_t{extent.count} - 1) * extent.step;
+    return std::min(origin, last) >= 0 && std::max(origin, last) < size;
+}
+
+void requireValid(Extent4 const& extent, FixedVector<4, int> const& size) {
+    if (extent.isEmpty()) {
+        refuse("subset is empty.");
+    }
+    for (int axis = 0; axis < 4; ++axis) {
+        if (!isInside(extent[axis], size[axis])) {
+            refuse("subset exceeds size of target accessor.");
+        }
+    }
+    if (std::any_of(
+            extent.data(), extent.data() + 4, [](auto const& axis) { return axis.step == 0 && axis.count > 1; })) {
+        refuse("subset has a step of zero.");
+    }
+}
+
+/// The indices that `outer` picks of those that `inner` picks.
+ExtentImpl<int> composed(ExtentImpl<int> const& inner, ExtentImpl<int> const& outer) {
+    // Of more than one index every product lies inside the innermost target; of one index the step does not matter.
+    std::int64_t const step = std::int64_t{outer.step} * inner.step;
+    std::int64_t const origin = inner.origin + std::int64_t{outer.origin} * inner.step;
+    return {static_cast<int>(origin), static_cast<int>(step), outer.count};
+}
+
+Extent4 composed(Extent4 const& inner, Extent4 outer) {
+    for (int axis = 0; axis < 4; ++axis) {
+        outer[axis] = composed(inner[axis], outer[axis]);
+    }
+    return outer;
+}
+
+OpenEndedRange<4, int> rangeOf(Extent4 const& dense) {
+    OpenEndedRange<4, int> range;
+    for (int axis = 0; axis < 4; ++axis) {
+        range.min[axis] = dense[axis].origin;
+        range.max[axis] = dense[axis].origin + dense[axis].count;
+    }
+    return range;
+}
+
+}  // namespace
+
+SubsetFilter::SubsetFilter(std::unique_ptr<IBufferAccessor> target) noexcept
+    : BufferAccessorFilter(std::move(target)) {}
+
+SubsetFilter::SubsetFilter(SubsetFilter const& other) = default;
+SubsetFilter& SubsetFilter::operator=(SubsetFilter const& other) = default;
+SubsetFilter::~SubsetFilter() = default;
+
+std::unique_ptr<IBufferAccessor> SubsetFilter::MakeSubset(std::unique_ptr<IBufferAccessor> target, Extent4 extent) {
+    if (target == nullptr) {
+        refuse("target is null.");
+    }
+    auto size = target->getSize();
+    requireValid(extent, size);
+    while (auto* const inner = dynamic_cast<SubsetFilter*>(target.get())) {
+        extent = composed(inner->getSubset(), extent);
+        target = inner->releaseTargetAccessor();
+        size = target->getSize();
+    }
+    if (std::any_of(extent.data(), extent.data() + 4, [](auto const& axis) { return axis.step != 1; })) {
+        return std::make_unique<SubsetExtentFilter>(std::move(target), extent);
+    }
+    auto const range = rangeOf(extent);
+    if (range == OpenEndedRange<4, int>::OfSize(size)) {
+        return target;
+    }
+    return std::make_unique<SubsetRangeFilter>(std::move(target), range);
+}
+
+FixedVector<4, int> SubsetFilter::getSize() {
+    auto const subset = getSubset();
+    FixedVector<4, int> size;
+    std::transform(subset.data(), subset.data() + 4, size.begin(), [](auto const& axis) { return axis.count; });
+    return size;
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView::Filters
