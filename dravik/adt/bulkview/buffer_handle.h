@@ -72,6 +72,8 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     ArrayInfo& info() noexcept { return info_; }
     ArrayInfo infoSnapshot() const noexcept;
     OpenEndedRange<4, int> range4() const noexcept;
+    /// info().range.max[0], which is 0 as soon as a notification has emptied the range.
+    int firstAxisEnd() const noexcept { return Detail::loadRelaxed(info_.range.max.data()[0]); }
 
     /// Samples in the block: the product of (max - min) over the axes, wrapped to 32 bits. Means something while a
     /// block is lent.

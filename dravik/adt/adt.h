@@ -1,0 +1,52 @@
+#pragma once
+
+// Everything, for users who want one include.
+
+#include "dravik/adt/bulkdef/entity_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/equal_definitions.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/printable.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/source_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/transform_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/view/array_subset_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/view/array_view_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/view/complete_view_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/view/composite_view_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/view/inverse_array_view_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/view_def.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/access.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/accessors/memory_accessor.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/buffer_accessor.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/buffer_handle.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/typed_2d_views.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/typed_3d_views.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/typed_view_base.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/typed_view_iterator.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/view_base.h"  // IWYU pragma: export
+#include "dravik/adt/bulkview/view_exceptions.h"  // IWYU pragma: export
+#include "dravik/adt/converters/int1.h"  // IWYU pragma: export
+#include "dravik/adt/converters/scale_offset.h"  // IWYU pragma: export
+#include "dravik/adt/converters/type_register.h"  // IWYU pragma: export
+#include "dravik/adt/core/array_ref.h"  // IWYU pragma: export
+#include "dravik/adt/core/extent.h"  // IWYU pragma: export
+#include "dravik/adt/core/fixed_vector.h"  // IWYU pragma: export
+#include "dravik/adt/core/lightweight_mutex.h"  // IWYU pragma: export
+#include "dravik/adt/core/range.h"  // IWYU pragma: export
+#include "dravik/adt/core/shared.h"  // IWYU pragma: export
+#include "dravik/adt/core/shared_array.h"  // IWYU pragma: export
+#include "dravik/adt/core/shared_buffer.h"  // IWYU pragma: export
+#include "dravik/adt/core/threading_mutex.h"  // IWYU pragma: export
+#include "dravik/adt/diagnostics/hasher.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/cloneable_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/cloneable_exception_base.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/cloned_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/cloned_std_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/cloned_str_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/memory_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/nested_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/not_implemented_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/not_supported_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/object_disposed_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/plain_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/simple_exception.h"  // IWYU pragma: export
+#include "dravik/adt/exceptions/unknown_exception.h"  // IWYU pragma: export
+#include "dravik/adt/export.h"  // IWYU pragma: export

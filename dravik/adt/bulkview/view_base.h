@@ -1,0 +1,50 @@
+#pragma once
+
+// ViewBase: owns a chain of accessors and is its client. Threads: one view, one thread; notifications as IClient says.
+
+#include "dravik/adt/bulkview/buffer_accessor.h"
+#include "dravik/adt/export.h"
+
+#include <memory>
+#include <typeinfo>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+/// What every view has, whatever it reads: the chain below, from `init` until `dispose`.
+class DRAVIK_ADT_EXPORT ViewBase : protected IBufferAccessor::IClient {
+  public:
+    /// Whether there is no accessor: before `init` and after `dispose`.
+    bool isNull() const noexcept { return accessor_ == nullptr; }
+
+    virtual bool isWritable() const = 0;
+    /// The sample type.
+    virtual std::type_info const& valueType() const = 0;
+
+    /// Takes over the chain in place of the one before, which is destroyed, and becomes its client.
+    /// @throws std::invalid_argument for null, with the view as it was
+    virtual void init(std::unique_ptr<IBufferAccessor> accessor);
+
+    /// Destroys the chain.
+    virtual void dispose();
+
+  protected:
+    ViewBase() = default;
+    ViewBase(ViewBase const&) = delete;
+    /// Owns a clone of the other's chain afterwards, or none where the other has none. Nothing happens on assignment to
+    /// itself.
+    ViewBase& operator=(ViewBase const& other);
+    ~ViewBase() override;
+
+    /// @throws ViewException without an accessor
+    IBufferAccessor& accessor() const;
+
+    /// Disposes of the chain, so there is nothing to give up: null.
+    std::unique_ptr<IBufferAccessor> releaseAccessor() override;
+
+  private:
+    void install(std::unique_ptr<IBufferAccessor> accessor);
+
+    std::unique_ptr<IBufferAccessor> accessor_;
+};
+
+}  // namespace Quorvel::Dravik::Adt::BulkView
