@@ -2,51 +2,79 @@
 
 // Everything, for users who want one include.
 
-#include "dravik/adt/bulkdef/entity_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/equal_definitions.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/printable.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/source_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/transform_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/view/array_subset_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/view/array_view_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/view/complete_view_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/view/composite_view_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/view/inverse_array_view_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkdef/view_def.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/access.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/accessors/memory_accessor.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/buffer_accessor.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/buffer_handle.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/typed_2d_views.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/typed_3d_views.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/typed_view_base.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/typed_view_iterator.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/view_base.h"  // IWYU pragma: export
-#include "dravik/adt/bulkview/view_exceptions.h"  // IWYU pragma: export
-#include "dravik/adt/converters/int1.h"  // IWYU pragma: export
-#include "dravik/adt/converters/scale_offset.h"  // IWYU pragma: export
-#include "dravik/adt/converters/type_register.h"  // IWYU pragma: export
-#include "dravik/adt/core/array_ref.h"  // IWYU pragma: export
-#include "dravik/adt/core/extent.h"  // IWYU pragma: export
-#include "dravik/adt/core/fixed_vector.h"  // IWYU pragma: export
-#include "dravik/adt/core/lightweight_mutex.h"  // IWYU pragma: export
-#include "dravik/adt/core/range.h"  // IWYU pragma: export
-#include "dravik/adt/core/shared.h"  // IWYU pragma: export
-#include "dravik/adt/core/shared_array.h"  // IWYU pragma: export
-#include "dravik/adt/core/shared_buffer.h"  // IWYU pragma: export
-#include "dravik/adt/core/threading_mutex.h"  // IWYU pragma: export
-#include "dravik/adt/diagnostics/hasher.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/cloneable_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/cloneable_exception_base.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/cloned_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/cloned_std_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/cloned_str_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/memory_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/nested_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/not_implemented_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/not_supported_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/object_disposed_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/plain_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/simple_exception.h"  // IWYU pragma: export
-#include "dravik/adt/exceptions/unknown_exception.h"  // IWYU pragma: export
-#include "dravik/adt/export.h"  // IWYU pragma: export
+#include "dravik/adt/bulkdef/entity/derived_entity_def.h"
+#include "dravik/adt/bulkdef/entity/source_entity_def.h"
+#include "dravik/adt/bulkdef/entity_def.h"
+#include "dravik/adt/bulkdef/equal_definitions.h"
+#include "dravik/adt/bulkdef/printable.h"
+#include "dravik/adt/bulkdef/source/bulk_file_def.h"
+#include "dravik/adt/bulkdef/source/project_item_def.h"
+#include "dravik/adt/bulkdef/source_def.h"
+#include "dravik/adt/bulkdef/transform/decimate_def.h"
+#include "dravik/adt/bulkdef/transform/min_max_def.h"
+#include "dravik/adt/bulkdef/transform/multires_def.h"
+#include "dravik/adt/bulkdef/transform/unary_trans_def.h"
+#include "dravik/adt/bulkdef/transform_def.h"
+#include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkdef/view/array_view_def.h"
+#include "dravik/adt/bulkdef/view/complete_view_def.h"
+#include "dravik/adt/bulkdef/view/composite_view_def.h"
+#include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
+#include "dravik/adt/bulkdef/view_def.h"
+#include "dravik/adt/bulkview/access.h"
+#include "dravik/adt/bulkview/accessors/memory_accessor.h"
+#include "dravik/adt/bulkview/buffer_accessor.h"
+#include "dravik/adt/bulkview/buffer_handle.h"
+#include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/filters/subset_extent_filter.h"
+#include "dravik/adt/bulkview/filters/subset_filter.h"
+#include "dravik/adt/bulkview/filters/subset_range_filter.h"
+#include "dravik/adt/bulkview/old/controller.h"
+#include "dravik/adt/bulkview/old/controller_adapter.h"
+#include "dravik/adt/bulkview/old/controller_functions.h"
+#include "dravik/adt/bulkview/typed_2d_views.h"
+#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/bulkview/typed_view_base.h"
+#include "dravik/adt/bulkview/typed_view_iterator.h"
+#include "dravik/adt/bulkview/view_base.h"
+#include "dravik/adt/bulkview/view_exceptions.h"
+#include "dravik/adt/converters/basic_down_scale_converter.h"
+#include "dravik/adt/converters/composite_converter.h"
+#include "dravik/adt/converters/copy_converter.h"
+#include "dravik/adt/converters/down_scale_converter.h"
+#include "dravik/adt/converters/float_converter.h"
+#include "dravik/adt/converters/int1.h"
+#include "dravik/adt/converters/int1_copy_converter.h"
+#include "dravik/adt/converters/pure_type_converter.h"
+#include "dravik/adt/converters/scale_offset.h"
+#include "dravik/adt/converters/type_register.h"
+#include "dravik/adt/converters/value_converter.h"
+#include "dravik/adt/converters/value_converter_factory.h"
+#include "dravik/adt/core/array_ref.h"
+#include "dravik/adt/core/extent.h"
+#include "dravik/adt/core/fixed_vector.h"
+#include "dravik/adt/core/lightweight_mutex.h"
+#include "dravik/adt/core/range.h"
+#include "dravik/adt/core/shared.h"
+#include "dravik/adt/core/shared_array.h"
+#include "dravik/adt/core/shared_buffer.h"
+#include "dravik/adt/core/threading_mutex.h"
+#include "dravik/adt/diagnostics/hasher.h"
+#include "dravik/adt/diagnostics/named_timer.h"
+#include "dravik/adt/diagnostics/timer.h"
+#include "dravik/adt/diagnostics/timer_pool.h"
+#include "dravik/adt/exceptions/cloneable_exception.h"
+#include "dravik/adt/exceptions/cloneable_exception_base.h"
+#include "dravik/adt/exceptions/cloned_exception.h"
+#include "dravik/adt/exceptions/cloned_std_exception.h"
+#include "dravik/adt/exceptions/cloned_str_exception.h"
+#include "dravik/adt/exceptions/memory_exception.h"
+#include "dravik/adt/exceptions/nested_exception.h"
+#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/exceptions/object_disposed_exception.h"
+#include "dravik/adt/exceptions/plain_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
+#include "dravik/adt/exceptions/unknown_exception.h"
+#include "dravik/adt/export.h"
