@@ -24,12 +24,7 @@ using Extent4 = ExtentK<4, int>;
 using Range4 = OpenEndedRange<4, int>;
 
 Extent4 extentOf(Extent1 a, Extent1 b = {0, 1, 1}, Extent1 c = {0, 1, 1}, Extent1 d = {0, 1, 1}) {
-    Extent4 extent;
-    extent[0] = a;
-    extent[1] = b;
-    extent[2] = c;
-    extent[3] = d;
-    return extent;
+    return {a, b, c, d};
 }
 
 std::unique_ptr<IBufferAccessor> bottom(FixedVector<4, int> size, Journal const& journal = {}) {
