@@ -21,8 +21,7 @@ Hasher& Hasher::operator()(std::type_info const& type) noexcept {
 void Hasher::hashCStr(char const* text) noexcept {
     for (; *text != '\0'; ++text) {
         // Characters are signed here whatever the platform says, so the high half subtracts.
-        int const character = static_cast<signed char>(*text);
-        hash_ = hash_ * magic_2_ + static_cast<unsigned int>(character);
+        hash_ = hash_ * magic_2_ + static_cast<unsigned int>(static_cast<signed char>(*text));
     }
 }
 

@@ -16,6 +16,7 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 /// of the cloneable tree. Copying never throws.
 class DRAVIK_ADT_EXPORT PlainException : public std::exception {
   public:
+    // NOLINTNEXTLINE(bugprone-throw-keyword-missing): kept, not thrown
     explicit PlainException(std::string const& message) : message_(message) {}
 
     /// Exactly the message of construction.

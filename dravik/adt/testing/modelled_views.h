@@ -18,9 +18,10 @@ namespace Quorvel::Dravik::Adt::Testing {
 
 /// The indices of an extent in its order.
 inline std::vector<int> indicesOf(ExtentImpl<int> const& extent) {
-    std::vector<int> indices;
-    for (int k = 0; k < extent.count; ++k) {
-        indices.push_back(extent.origin + k * extent.step);
+    std::vector<int> indices(static_cast<std::size_t>(std::max(extent.count, 0)));
+    for (int index = extent.origin; int& slot : indices) {
+        slot = index;
+        index += extent.step;
     }
     return indices;
 }

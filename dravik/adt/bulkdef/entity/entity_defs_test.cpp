@@ -96,7 +96,7 @@ TEST(EntityDefs, ShareOrCloneWhatTheyHold) {
     derived.setInput(0, derived);
     EXPECT_TRUE(derived.getInput(0).equals(*derivedClone)) << "the slot holds what the entity was";
 
-    DerivedEntityDef const taken(std::move(derived));
+    DerivedEntityDef const taken(std::move(derived));                          // NOLINT(performance-move-const-arg)
     EXPECT_TRUE(derived.equals(taken)) << "moving leaves a definition whole";  // NOLINT(bugprone-use-after-move)
 }
 

@@ -1,0 +1,242 @@
+#include "dravik/adt/bulkdef/view/array_view_converter.h"
+
+#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/testing/modelled_views.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <sstream>
+#include <unordered_set>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt::BulkDef::View {
+namespace {
+
+using Extent = ExtentImpl<int>;
+using testing::ElementsAre;
+using Testing::ModelledView;
+using testing::ThrowsMessage;
+
+static_assert(!std::is_convertible_v<CompleteViewDef const&, ArrayViewConverter<2>>);
+
+class ForeignView : public ViewDef {
+  public:
+    int getHashCode() const override { return 1; }
+
+  protected:
+    bool compare(ViewDef const&) const override { return true; }
+    std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<ForeignView>(); }
+};
+
+// Sends axis 0 to axis 1, axis 1 out of sight, and axis 2 to axis 0.
+class RotatedView : public ArrayViewDef {
+  public:
+    AxisExtent viewToTargetAxisExtent(AxisExtent const& axis) const override {
+        return {axis.first == 0 ? 1 : axis.first == 1 ? 7 : 0, axis.second};
+    }
+    AxisExtent targetToViewAxisExtent(AxisExtent const& axis) const override { return axis; }
+    int getHashCode() const override { return 1; }
+
+  protected:
+    bool compare(ViewDef const&) const override { return true; }
+    std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<RotatedView>(); }
+};
+
+TEST(ArrayViewConverter, TakesCompleteAndArrayViews) {
+    using Converter = ArrayViewConverter<2>;
+    boost::shared_ptr<ViewDef const> const foreign = boost::make_shared<ForeignView const>();
+    boost::shared_ptr<ViewDef const> const none;
+    boost::shared_ptr<ViewDef const> const view =
+        boost::make_shared<ArraySubsetDef<2> const>(ExtentK<2, int>(Extent{10, 2, 5}, Extent{0, 1, 8}));
+    for (bool const inverse : {false, true}) {
+        EXPECT_THAT(
+            [&] { Converter(*foreign, inverse); },
+            ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] Unknown view type"));
+        EXPECT_THAT(
+            [&] { Converter(none, inverse); }, ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] null view"));
+        EXPECT_TRUE(Converter(CompleteViewDef(), inverse).isIdentity());
+        EXPECT_EQ(Converter(CompleteViewDef::Instance(), inverse).inverse().getViewPtr(), nullptr);
+    }
+    EXPECT_THAT(
+        [&] { Converter{foreign}; },
+        ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] wiew is of unknown type"));
+    EXPECT_THROW(Converter(foreign, /*inverse=*/true), std::bad_cast);
+    EXPECT_EQ(Converter(view).getViewPtr(), view) << "shared";
+    EXPECT_NE(Converter(*view).getViewPtr(), view) << "cloned";
+    auto const inverted = CompositeViewDef::inverse(view);
+    EXPECT_EQ(Converter(inverted).inverse().getViewPtr(), Converter(*inverted, /*inverse=*/true).getViewPtr());
+    EXPECT_EQ(
+        (std::ostringstream() << Converter(*view) << Converter(CompleteViewDef())).str(),
+        "ArrayViewConverter(ArraySubsetDef(10:2:5 x 0:1:8))ArrayViewConverter(identity)");
+    std::unordered_set<Converter> const keys{
+        Converter(view), Converter(*view), Converter(inverted), Converter(CompleteViewDef())};
+    EXPECT_EQ(keys.size(), 3u);
+}
+
+TEST(ArrayViewConverter, FollowsAxesWhereTheyGo) {
+    ArrayViewConverter<3> const rotate{RotatedView()};
+    FixedVector<3, int> axes;
+    auto const converted = rotate.convertExtents({Extent{1, 1, 1}, Extent{2, 1, 2}, Extent{3, 1, 3}}, &axes);
+    EXPECT_THAT(axes, ElementsAre(1, 7, 0));
+    EXPECT_EQ((std::ostringstream() << converted).str(), "3:1:3 x 1:1:1 x 0:1:0");
+    EXPECT_THAT(
+        [&] { rotate.convert(ArrayConstRef<3>()); },
+        ThrowsMessage<Exceptions::NotImplementedException>(
+            "Not implemented: [ArrayViewConverter] Axis permutation is not yet supported."));
+    ArrayViewConverter<3> const identity{CompleteViewDef()};
+    EXPECT_EQ(identity.convertExtents(converted, &axes), converted);
+    EXPECT_THAT(axes, ElementsAre(0, 1, 2));
+}
+
+TEST(ArrayViewConverter, PutsEmptyBoxesWhereTheViewBegins) {
+    using Box = OpenEndedRange<1, int>;
+    auto const box = [](int min, int max) { return Box{Box::Point(min), Box::Point(max)}; };
+    struct Row {
+        char const* name;
+        Extent subset;
+        Box given, converted;
+    };
+    Row const rows[] = {
+        {"InsideAscending", {10, 2, 5}, box(1, 1), box(12, 12)},
+        {"InsideDescending", {9, -2, 5}, box(1, 1), box(9, 9)},
+        {"OutsideDescending", {9, -2, 5}, box(7, 9), box(11, 11)},
+        {"Inverted", {10, 2, 5}, box(3, 1), box(16, 16)},
+        {"EndsOfInt", {INT_MAX - 4, 1, 5}, box(0, 5), box(INT_MAX - 4, INT_MAX)},
+    };
+    for (Row const& row : rows) {
+        ArrayViewConverter<1> const converter{ArraySubsetDef<1>(ExtentK<1, int>(row.subset))};
+        Box out;
+        converter.convertRegion(row.given, &out);
+        EXPECT_EQ(out, row.converted) << row.name;
+    }
+    ArrayViewConverter<1> const identity{CompleteViewDef()};
+    EXPECT_EQ(identity.convert(box(3, 1)), box(3, 1));
+}
+
+TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
+    auto const array = [](int min, int max, int stride) {
+        return ArrayConstRef<1>(
+            {FixedVector<1, int>(min), FixedVector<1, int>(max)}, FixedVector<1, int>(stride), nullptr, 5, typeid(char),
+            8);
+    };
+    ArrayViewConverter<1> const decimated{ArraySubsetDef<1>(ExtentK<1, int>(Extent{10, -2, 5}))};
+    ArrayViewConverter<1> const shifted{ArraySubsetDef<1>(ExtentK<1, int>(Extent{10, 1, 5}))};
+    ArrayConstRef<1> out = array(1, 2, 3);
+    EXPECT_THAT(
+        [&] { decimated.convertArray(array(3, 9, 1), &out); },
+        ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] Target view is decimated, cannot convert array."))
+        << "comes before the test for the outside";
+    EXPECT_THAT(
+        [&] { shifted.convertArray(array(3, 7, 1), &out); },
+        ThrowsMessage<Exceptions::NotSupportedException>(
+            "Unsupported: [ArrayViewConverter::convertArray] Given array is (partially) outside the view."));
+    EXPECT_EQ(out, array(1, 2, 3)) << "untouched";
+    EXPECT_EQ(decimated.convert(array(2, 3, 7)), array(6, 7, -3)) << "one index fits any stride";
+    EXPECT_EQ(decimated.convert(array(2, 3, INT_MIN)), array(6, 7, 1 << 30));
+    ArrayViewConverter<1> const single{ArraySubsetDef<1>(ExtentK<1, int>(Extent{4, 0, 1}))};
+    EXPECT_EQ(single.convert(array(0, 1, 7)), array(4, 5, 7));
+}
+
+// What the model says of the box or array [min, max) on one axis.
+struct Image {
+    std::vector<int> targets;  // of the indices that are seen, in their order
+    int min, max;              // around the targets
+    bool decimated, clipped;
+};
+
+Image imageOf(ModelledView::Axis const& map, int min, int max) {
+    Image image{{}, INT_MAX, INT_MIN, false, false};
+    for (int index = min; index < max; ++index) {
+        auto const found = map ? map->find(index) : std::map<int, int>::const_iterator();
+        if (map && found == map->end()) {
+            image.clipped = true;
+            continue;
+        }
+        int const target = map ? found->second : index;
+        image.decimated = image.decimated || (!image.targets.empty() && std::abs(target - image.targets.back()) > 1);
+        image.targets.push_back(target);
+        image.min = std::min(image.min, target);
+        image.max = std::max(image.max, target + 1);
+    }
+    return image;
+}
+
+// Every index along every edge from the first corner leads to the sample that it led to, under its new name.
+template <int N>
+void expectSameSamples(
+    ArrayConstRef<N> const& array, ArrayConstRef<N> const& converted, std::vector<Image> const& images) {
+    FixedVector<N, int> corner;
+    for (int axis = 0; axis < N; ++axis) {
+        corner[axis] = images[static_cast<std::size_t>(axis)].targets.front();
+    }
+    for (int axis = 0; axis < N; ++axis) {
+        FixedVector<N, int> index = array.range().min;
+        FixedVector<N, int> target = corner;
+        for (int const place : images[static_cast<std::size_t>(axis)].targets) {
+            target[axis] = place;
+            ASSERT_EQ(converted.position(target), array.position(index)) << array << " at " << index;
+            ++index[axis];
+        }
+    }
+}
+
+template <int N>
+void expectConvertsLikeItsModel(ModelledView const& view, Testing::Random& random) {
+    ArrayViewConverter<N> const converter(view.def);
+    OpenEndedRange<N, int> box;
+    OpenEndedRange<N, int> expected;
+    std::vector<Image> images;
+    bool decimated = false, clipped = false, empty = false;
+    for (int axis = 0; axis < N; ++axis) {
+        box.min[axis] = random.between(-5, 8);
+        box.max[axis] = box.min[axis] + random.oneOf({0, 1, 1, 2, 3, 6});
+        auto const image = imageOf(view.axes[static_cast<std::size_t>(axis)], box.min[axis], box.max[axis]);
+        images.push_back(image);
+        empty = empty || image.targets.empty();
+        decimated = decimated || image.decimated;
+        clipped = clipped || image.clipped;
+        expected.min[axis] = image.min;
+        expected.max[axis] = image.max;
+    }
+    auto const converted = converter.convert(box);
+    ASSERT_EQ(converted.isEmpty(), empty) << converter << " of " << box;
+    ASSERT_TRUE(empty || converted == expected) << converter << " of " << box << " gives " << converted;
+    ASSERT_EQ(converter.inverse().inverse().convert(box), converted);
+    ASSERT_EQ(converter.inverse().convertExtents(converter.convert(ExtentK<N, int>(box))).isEmpty(), empty);
+
+    FixedVector<N, int> strides;
+    for (int& stride : strides) {
+        stride = random.between(-9, 9);
+    }
+    char const memory = 0;
+    ArrayConstRef<N> const array(box, strides, &memory, random.between(-99, 99), typeid(float), 32);
+    if (decimated) {
+        ASSERT_THROW(converter.convert(array), std::invalid_argument) << converter << " of " << array;
+    } else if (clipped) {
+        ASSERT_THROW(converter.convert(array), Exceptions::NotSupportedException) << converter << " of " << array;
+    } else {
+        auto const moved = converter.convert(array);
+        ASSERT_EQ(moved.range(), converted);
+        ASSERT_TRUE(moved.data() == &memory && moved.valueType() == typeid(float) && moved.bitSize() == 32);
+        if (!empty) {
+            ASSERT_NO_FATAL_FAILURE(expectSameSamples<N>(array, moved, images)) << converter;
+        }
+    }
+}
+
+TEST(ArrayViewConverter, CarriesBoxesAndArraysAsTheViewSays) {
+    Testing::Random random;
+    for (int round = 0; round < 5000; ++round) {
+        auto const view = Testing::randomView(random, 2);
+        ASSERT_NO_FATAL_FAILURE(expectConvertsLikeItsModel<1>(view, random));
+        ASSERT_NO_FATAL_FAILURE(expectConvertsLikeItsModel<2>(view, random));
+        ASSERT_NO_FATAL_FAILURE(expectConvertsLikeItsModel<3>(view, random));
+        ASSERT_NO_FATAL_FAILURE(expectConvertsLikeItsModel<4>(view, random));
+    }
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt::BulkDef::View
