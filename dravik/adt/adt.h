@@ -26,6 +26,7 @@
 #include "dravik/adt/bulkview/buffer_accessor.h"
 #include "dravik/adt/bulkview/buffer_handle.h"
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/filters/filter_factory.h"
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
