@@ -16,7 +16,7 @@ using Testing::RecordingAccessor;
 using Testing::RecordingClient;
 
 /// The least that makes a filter of a base.
-template <class Base>
+template <class Base, class Self>
 class Concrete : public Base {
   public:
     explicit Concrete(std::unique_ptr<IBufferAccessor> target) : Base(std::move(target)) {}
@@ -27,12 +27,9 @@ class Concrete : public Base {
     void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override {
         this->targetAccessor().getBuffer(position, access, handle);
     }
-    std::unique_ptr<IBufferAccessor> createClone() const override { return std::make_unique<Concrete>(*this); }
-
-    void accessorUpdated() {}
-    void bufferInvalidated(BufferHandle::Owner const*) {}
-    bool prepareBufferRelease(void const*, int&) { return false; }
-    void releaseBuffer(void const*, boost::intrusive_ptr<BufferHandle::Owner>) {}
+    std::unique_ptr<IBufferAccessor> createClone() const override {
+        return std::make_unique<Self>(static_cast<Self const&>(*this));
+    }
 
     using Base::dispose;
     using Base::releaseTargetAccessor;
@@ -40,12 +37,19 @@ class Concrete : public Base {
     using Base::targetAccessor;
 };
 
-using Plain = Concrete<BufferAccessorFilter>;
-
-class Stateful : public Concrete<StatefulBufferAccessorFilter> {
+class Plain : public Concrete<BufferAccessorFilter, Plain> {
   public:
-    using Concrete::clientPtr;
     using Concrete::Concrete;
+};
+
+class Stateful : public Concrete<StatefulBufferAccessorFilter, Stateful> {
+  public:
+    using Concrete::Concrete;
+    using StatefulBufferAccessorFilter::clientPtr;
+    void accessorUpdated() override {}
+    void bufferInvalidated(BufferHandle::Owner const*) override {}
+    bool prepareBufferRelease(void const*, int&) override { return false; }
+    void releaseBuffer(void const*, boost::intrusive_ptr<BufferHandle::Owner>) override {}
 };
 
 std::unique_ptr<RecordingAccessor> accessor(char const* name, Journal const& journal) {
