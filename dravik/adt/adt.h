@@ -16,6 +16,7 @@
 #include "dravik/adt/bulkdef/transform/unary_trans_def.h"
 #include "dravik/adt/bulkdef/transform_def.h"
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkdef/view/array_view_converter.h"
 #include "dravik/adt/bulkdef/view/array_view_def.h"
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
 #include "dravik/adt/bulkdef/view/composite_view_def.h"
