@@ -1,5 +1,6 @@
 # Makes the test programs that the folders asked for, and the checks of the tree itself.
 
+# Makes those that were asked for since the last call, in the calling folder.
 function(dravik_adt_add_deferred_tests)
     get_property(names GLOBAL PROPERTY DRAVIK_ADT_TESTS)
     foreach(name IN LISTS names)
@@ -14,6 +15,7 @@ function(dravik_adt_add_deferred_tests)
             set_tests_properties(${name} PROPERTIES LABELS threads)
         endif()
     endforeach()
+    set_property(GLOBAL PROPERTY DRAVIK_ADT_TESTS)
 endfunction()
 
 # The tree's own rules: who may include whom, every header alone, every test file in a target.

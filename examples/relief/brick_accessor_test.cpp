@@ -1,0 +1,158 @@
+#include "brick_accessor.h"
+
+#include "made_files.h"
+#include "netcdf_source.h"
+#include "terrain_source.h"
+
+#include <dravik/adt/bulkview/typed_3d_views.h>
+#include <dravik/adt/exceptions/not_supported_exception.h>
+#include <dravik/adt/exceptions/object_disposed_exception.h>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <numeric>
+#include <stdexcept>
+
+namespace Relief {
+namespace {
+
+using BulkView::AdtEnums;
+using BulkView::BufferHandle;
+using Testing::Folder;
+using Testing::MadeFile;
+
+// 3 x 5 x 4 samples: 0, 1, 2 ... with 7 missing.
+std::shared_ptr<NetcdfSource> smallVolume(Folder const& folder) {
+    std::vector<float> values(60);
+    std::iota(values.begin(), values.end(), 0.0f);
+    {
+        MadeFile file(folder.file("volume.nc"));
+        int const variable = file.addVariable("v", NC_FLOAT, {3, 5, 4});
+        file.addNumber(variable, "missing_value", NC_FLOAT, 7);
+        file.write(variable, values);
+    }
+    return std::make_shared<NetcdfSource>(folder.file("volume.nc"), "v");
+}
+
+// Plain computation of the sample that smallVolume has at an index; NaN compares unequal to itself.
+bool isSample(float sample, int i, int j, int k) {
+    int const value = (i * 5 + j) * 4 + k;
+    return value == 7 ? std::isnan(sample) : sample == static_cast<float>(value);
+}
+
+TEST(BrickAccessor, EverySampleIsReachedWhateverTheBrick) {
+    Folder const folder;
+    auto const source = smallVolume(folder);
+    for (Position const& brick :
+         {Position(1, 1, 1, 1), Position(2, 3, 4, 1), Position(3, 5, 4, 9), Position(INT_MAX, 2, 3, INT_MAX)}) {
+        BulkView::Typed3dRoView<float> const view(std::make_unique<BrickAccessor>(source, brick));
+        ASSERT_EQ(view.size(), (Adt::FixedVector<3, int>(3, 5, 4)));
+        for (int i = 2; i >= 0; --i) {
+            for (int j = 0; j < 5; ++j) {
+                for (int k = 0; k < 4; ++k) {
+                    ASSERT_TRUE(isSample(view.get(i, j, k), i, j, k)) << brick << " at " << i << "," << j << "," << k;
+                }
+            }
+        }
+    }
+}
+
+TEST(BrickAccessor, LendsTheCutOffBrickAroundAPositionAndCountsIt) {
+    Folder const folder;
+    auto const traffic = std::make_shared<Traffic>();
+    BrickAccessor accessor(smallVolume(folder), Position(2, 2, 3, 1), traffic);
+    BufferHandle handle;
+    accessor.getBuffer(Position(2, 4, 3, 0), AdtEnums::Read, handle);
+    EXPECT_EQ(handle.range4(), (Box{Position(2, 4, 3, 0), Position(3, 5, 4, 1)}));
+    accessor.getBuffer(Position(1, 2, 2, 0), AdtEnums::Read, handle);
+    EXPECT_EQ(handle.range4(), (Box{Position(0, 2, 0, 0), Position(2, 4, 3, 1)}));
+    EXPECT_EQ(handle.access(), AdtEnums::Read);
+    EXPECT_EQ(traffic->requests, 2);
+    EXPECT_EQ(traffic->samples, 1 + 12);
+}
+
+TEST(BrickAccessor, LoansOutliveTheAccessorAndItsFile) {
+    Folder const folder;
+    BufferHandle handle;
+    {
+        BrickAccessor accessor(smallVolume(folder), Position::Filled(4));
+        accessor.getBuffer(Position(1, 2, 3, 0), AdtEnums::Read, handle);
+    }
+    auto const* const samples = static_cast<float const*>(handle.buffer());
+    EXPECT_EQ(samples[handle.offset(Position(1, 2, 3, 0))], 31.0f);
+    auto const copy = handle;
+    handle.reset(/*releaseOwner=*/true);
+    EXPECT_EQ(samples[copy.offset(Position(0, 0, 0, 0))], 0.0f);
+}
+
+TEST(BrickAccessor, RefusalsLeaveTheHandleAsItWas) {
+    Folder const folder;
+    BrickAccessor accessor(smallVolume(folder), Position::Filled(4));
+    BufferHandle handle;
+    accessor.getBuffer(Position(), AdtEnums::Read, handle);
+    auto* const buffer = handle.buffer();
+    for (auto const access : {AdtEnums::Write, AdtEnums::ReadWrite, AdtEnums::Populate}) {
+        EXPECT_THROW(accessor.getBuffer(Position(), access, handle), Adt::Exceptions::NotSupportedException) << access;
+    }
+    for (Position const& outside : {Position(3, 0, 0, 0), Position(0, -1, 0, 0), Position(0, 0, 0, 1)}) {
+        EXPECT_THROW(accessor.getBuffer(outside, AdtEnums::Read, handle), std::out_of_range) << outside;
+    }
+    auto const clone = accessor.createClone();
+    accessor.dispose(true);
+    EXPECT_THROW(accessor.getSize(), Adt::Exceptions::ObjectDisposedException);
+    EXPECT_THROW(accessor.getBuffer(Position(), AdtEnums::Read, handle), Adt::Exceptions::ObjectDisposedException);
+    EXPECT_EQ(handle.buffer(), buffer);
+    EXPECT_EQ(clone->getSize(), Position(3, 5, 4, 1)) << "a clone has a hold of its own on the source";
+    EXPECT_THROW(BrickAccessor(nullptr, Position::Filled(1)), std::invalid_argument);
+    EXPECT_THROW(BrickAccessor(smallVolume(folder), Position(4, 0, 4, 1)), std::invalid_argument);
+}
+
+TEST(NetcdfSource, UnpacksAndMarksWhatIsMissing) {
+    Folder const folder;
+    {
+        MadeFile file(folder.file("packed.nc"));
+        file.addVariable("small", NC_FLOAT, {1, 2});
+        int const packed = file.addVariable("packed", NC_SHORT, {2, 3});
+        file.addNumber(packed, "scale_factor", NC_FLOAT, 0.5f);
+        file.addNumber(packed, "add_offset", NC_FLOAT, 100);
+        file.addNumber(packed, "missing_value", NC_SHORT, -9);
+        file.addText(packed, "units", "m");
+        file.addCoordinates("packed_0", {10, 20});
+        file.addCoordinates("packed_1", {3, 2, 1});
+        file.addVariable("text", NC_CHAR, {90, 90});
+        file.write(packed, {0, 1, -9, NC_FILL_SHORT, 4, -5});
+    }
+    NetcdfSource const source(folder.file("packed.nc"));
+    EXPECT_EQ(source.variable(), "packed") << "the largest one of two axes that holds numbers";
+    EXPECT_EQ(source.unit(), "m");
+    EXPECT_TRUE(source.risesAlong(0) && !source.risesAlong(1));
+    float samples[6];
+    source.read(Box::OfSize(source.size()), samples);
+    EXPECT_EQ(samples[0], 100.0f);
+    EXPECT_EQ(samples[1], 100.5f);
+    EXPECT_TRUE(std::isnan(samples[2]) && std::isnan(samples[3])) << "the file's own mark and the format's";
+    EXPECT_EQ(samples[5], 97.5f);
+}
+
+TEST(TerrainSource, IsTheSameHoweverItIsRead) {
+    TerrainSource const terrain(30, 60);
+    std::vector<float> whole(30 * 60);
+    terrain.read(Box::OfSize(terrain.size()), whole.data());
+    Box const box{Position(7, 40, 0, 0), Position(12, 60, 1, 1)};
+    std::vector<float> part(5 * 20);
+    terrain.read(box, part.data());
+    for (int row = 0; row < 5; ++row) {
+        for (int column = 0; column < 20; ++column) {
+            ASSERT_EQ(
+                part[static_cast<std::size_t>(row * 20 + column)],
+                whole[static_cast<std::size_t>((row + 7) * 60 + column + 40)]);
+        }
+    }
+    auto const [lowest, highest] = std::minmax_element(whole.begin(), whole.end());
+    EXPECT_TRUE(*lowest < -3000 && *highest > 2000) << "oceans and mountains";
+}
+
+}  // namespace
+}  // namespace Relief

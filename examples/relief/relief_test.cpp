@@ -1,0 +1,184 @@
+// The demo as its users meet it: the program, what it prints, the pictures it leaves.
+
+#include "made_files.h"
+#include "raster.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <png.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace Relief {
+namespace {
+
+using Testing::Folder;
+using ::testing::HasSubstr;
+using Testing::MadeFile;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+std::string contentOf(std::string const& path) {
+    std::ifstream file(path);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+struct Outcome {
+    int status;
+    std::string output, errors;
+};
+
+// Runs the program; its picture is "picture.png" of the folder unless the arguments say otherwise. `before` is what the
+// shell does first.
+Outcome runRelief(Folder const& folder, std::string const& arguments, std::string const& before = "") {
+    Folder const records;
+    std::string const command = before + RELIEF_PROGRAM + " --output '" + folder.file("picture.png") + "' " +
+                                arguments + " >'" + records.file("out") + "' 2>'" + records.file("err") + "'";
+    int const status = std::system(command.c_str());
+    return {
+        WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(records.file("out")), contentOf(records.file("err"))};
+}
+
+Raster<Colour> pictureIn(std::string const& path) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
+        ADD_FAILURE() << path << ": " << image.message;
+        return {};
+    }
+    image.format = PNG_FORMAT_RGB;
+    Raster<Colour> picture(static_cast<int>(image.height), static_cast<int>(image.width));
+    EXPECT_NE(png_image_finish_read(&image, nullptr, picture.row(0), 0, nullptr), 0) << image.message;
+    return picture;
+}
+
+int brightness(Colour colour) {
+    return colour.red + colour.green + colour.blue;
+}
+
+// A cone of 40 rows (coordinates rising) and 60 columns around row 30, column 20; one corner is missing.
+void makeCone(std::string const& path) {
+    std::vector<float> heights;
+    for (int row = 0; row < 40; ++row) {
+        for (int column = 0; column < 60; ++column) {
+            heights.push_back(
+                row == 0 && column == 0
+                    ? -999.0f
+                    : 100 - std::hypot(static_cast<float>(row - 30), static_cast<float>(column - 20)));
+        }
+    }
+    std::vector<float> latitudes;
+    for (int row = 0; row < 40; ++row) {
+        latitudes.push_back(static_cast<float>(row));
+    }
+    MadeFile file(path);
+    int const cone = file.addVariable("cone", NC_FLOAT, {40, 60});
+    file.addNumber(cone, "_FillValue", NC_FLOAT, -999);
+    file.addText(cone, "units", "meters");
+    file.addCoordinates("cone_0", latitudes);
+    file.addVariable("deep", NC_FLOAT, {2, 3, 4});
+    file.addVariable("words", NC_CHAR, {3, 4});
+    file.write(cone, heights);
+}
+
+TEST(Relief, DrawsAFileWithNorthUpAndTheSunInTheNorthWest) {
+    Folder const folder;
+    makeCone(folder.file("cone.nc"));
+    auto const outcome = runRelief(folder, "--input '" + folder.file("cone.nc") + "' --brick 16x25");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors, "") << "no progress line where there is no terminal";
+    EXPECT_THAT(outcome.output, HasSubstr("cone of " + folder.file("cone.nc") + ", 40 x 60 samples\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("50.7963 to 100 meters, 1 missing\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("9 for bricks of 16 x 25, 2400 samples read\n"));
+    EXPECT_THAT(outcome.output, HasSubstr(folder.file("picture.png") + ", 60 x 40 points\n"));
+
+    auto const picture = pictureIn(folder.file("picture.png"));
+    ASSERT_EQ(picture.rows(), 40);
+    ASSERT_EQ(picture.columns(), 60);
+    Colour const missing = picture.row(39)[0];
+    EXPECT_TRUE(missing.red - missing.blue < 10 && missing != picture.row(0)[0]) << "row 0 is the southernmost";
+    constexpr int kTop = 39 - 30;
+    EXPECT_GT(brightness(picture.row(kTop - 5)[20 - 5]), brightness(picture.row(kTop + 5)[20 + 5]) + 60);
+}
+
+TEST(Relief, GeneratedTerrainNeedsNoFile) {
+    Folder const folder;
+    auto const outcome = runRelief(folder, "--input generated:90x180 --brick 64");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_THAT(outcome.output, HasSubstr("generated terrain, 90 x 180 samples\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("6 for bricks of 64 x 64, 16200 samples read\n"));
+    EXPECT_EQ(pictureIn(folder.file("picture.png")).columns(), 180);
+    EXPECT_EQ(folder.fileCount(), 1u);
+}
+
+TEST(Relief, SaysInOneLineWhatIsWrongAndLeavesNoPicture) {
+    Folder const files;
+    makeCone(files.file("cone.nc"));
+    std::ofstream(files.file("text.nc")) << "latitude,longitude,height\n";
+    { MadeFile file(files.file("empty.nc")); }
+    std::string const cone = "--input '" + files.file("cone.nc") + "' ";
+    struct Row {
+        char const* name;
+        std::string arguments;
+        int status;
+        std::string message;
+    };
+    Row const rows[] = {
+        {"NoFile", "--input nothing.nc", 1, "cannot open 'nothing.nc'"},
+        {"TextFile", "--input '" + files.file("text.nc") + "'", 1, "cannot open '"},
+        {"NoGrid", "--input '" + files.file("empty.nc") + "'", 1, "there is no grid"},
+        {"NoVariable", cone + "--variable depth", 1, "there is no variable 'depth' in '"},
+        {"ThreeAxes", cone + "--variable deep", 1, "deep of "},
+        {"Letters", cone + "--variable words", 1, "variable 'words' of "},
+        {"NoFolder", cone + "--output '" + files.file("nowhere/p.png") + "'", 1, "cannot write '"},
+        {"OutputIsFolder", cone + "--output /", 1, "cannot write '/'"},
+        {"NoSize", "--input generated:4", 0, ""},
+        {"BadSize", "--input generated:4xx", 1, "'generated:4xx' names no size"},
+        {"BadBrick", cone + "--brick 0x8", 2, "--brick: '0x8' is no size"},
+        {"UnknownOption", cone + "--blick 8", 2, "The following argument"},
+    };
+    for (Row const& row : rows) {
+        Folder const folder;
+        auto const outcome = runRelief(folder, row.arguments);
+        EXPECT_EQ(outcome.status, row.status) << row.name << ": " << outcome.errors;
+        if (row.status != 0) {
+            EXPECT_THAT(outcome.errors, StartsWith("relief: " + row.message)) << row.name;
+            EXPECT_THAT(outcome.errors, MatchesRegex("[^\n]+\n")) << row.name;
+            EXPECT_EQ(folder.fileCount(), 0u) << row.name;
+        }
+    }
+    EXPECT_EQ(files.fileCount(), 3u);
+}
+
+TEST(Relief, ADiskThatFillsUpLeavesThePictureOfTheLastRun) {
+    Folder const folder;
+    makeCone(folder.file("cone.nc"));
+    std::string const cone = "--input '" + folder.file("cone.nc") + "'";
+    ASSERT_EQ(runRelief(folder, cone).status, 0);
+    auto const before = contentOf(folder.file("picture.png"));
+    auto const outcome = runRelief(folder, cone + " --brick 8", "trap '' XFSZ; ulimit -f 1; ");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, StartsWith("relief: cannot write '"));
+    EXPECT_EQ(contentOf(folder.file("picture.png")), before);
+    EXPECT_EQ(folder.fileCount(), 2u);
+}
+
+TEST(Relief, HelpListsEveryOption) {
+    Folder const folder;
+    auto const outcome = runRelief(folder, "--help");
+    EXPECT_EQ(outcome.status, 0);
+    for (char const* const option : {"--input", "--variable", "--brick", "--output", "--help"}) {
+        EXPECT_THAT(outcome.output, HasSubstr(option));
+    }
+}
+
+}  // namespace
+}  // namespace Relief
