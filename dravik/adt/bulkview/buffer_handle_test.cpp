@@ -168,7 +168,7 @@ TEST(BufferHandle, CountsItsOwnerOnce) {
         EXPECT_EQ(handle.owner()->getUserData(), &log);
         BufferHandle copy(handle);
         EXPECT_FALSE(first->isUniqueRef());
-        copy = copy;
+        copy = static_cast<BufferHandle const&>(copy);
         handle.setOwner(new LoggingOwner(log, /*locks=*/false));
         EXPECT_TRUE(first->isUniqueRef());
         copy = handle;
@@ -263,8 +263,8 @@ TEST(BufferHandle, StandsForeignInvalidationAndRelease) {
     constexpr int kRounds = 2000;
     char memory[1] = {};
     for (bool locks : {false, true}) {
-        std::vector<boost::intrusive_ptr<BufferHandle::Owner>> owners;
         std::vector<std::string> log;
+        std::vector<boost::intrusive_ptr<BufferHandle::Owner>> owners;
         for (int i = 0; i < 4; ++i) {
             owners.emplace_back(
                 locks ? boost::intrusive_ptr<BufferHandle::Owner>(new MutexOwner) : new LoggingOwner(log, false));
