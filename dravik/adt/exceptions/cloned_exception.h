@@ -32,6 +32,24 @@ class DRAVIK_ADT_EXPORT ClonedException : public CloneableExceptionBase {
     /// @pre called inside a catch block
     static ConstPtr catchException();
 
+    /// Calls `fn(arg)` and returns what it returns; a failure, of any kind, becomes a clone in `*out` and the result is
+    /// 0.
+    ///
+    /// Failures are the exceptions of the language, as catchException() sees them, and the faults of the processor: an
+    /// invalid read, write or jump, a trapped arithmetic error, an illegal instruction, the end of the stack. Those
+    /// become a SystemException or AccessViolationException. `*out` is written on failure only, so 0 with a null `*out`
+    /// is the function's own 0 for a caller who passed a null one. Cancellation of the thread passes through.
+    ///
+    /// After a fault the destructors between it and this call have not run: what they own is lost, and the locks they
+    /// hold stay locked. A fault inside the C library's allocator leaves its lock held, and the next allocation hangs.
+    /// While a thread is inside, its faults go to nobody else, a host's handler that repairs them included; sent
+    /// signals and other threads' faults go where they always went. Nothing stays installed in the process when the
+    /// last call has ended.
+    /// @pre `out` is not null
+    /// @complexity a few microseconds for a thread's outermost call, a fraction of one for a call inside it
+    /// @threads any number at once
+    static int runAndCatchException(int (*fn)(void*), void* arg, ConstPtr* out);
+
     /// Appends a copy of `handler` to those that catchException() asks. There is no way back.
     /// @threads during start-up, while no thread can be in catchException()
     static void registerExceptionHandler(Handler const& handler);

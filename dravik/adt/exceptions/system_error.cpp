@@ -1,0 +1,30 @@
+#include "dravik/adt/exceptions/system_error.h"
+
+#include "dravik/adt/platform/system_error_text.h"
+
+#include <boost/make_shared.hpp>
+
+namespace Quorvel::Dravik::Adt::Exceptions {
+
+SystemError::SystemError(unsigned long code)
+    : CloneableExceptionBase("[SystemError] " + getErrorMsg(static_cast<std::uint32_t>(code))),
+      code_(static_cast<std::uint32_t>(code)) {}
+
+unsigned long SystemError::getErrorCode() const noexcept {
+    return code_;
+}
+
+ICloneableException::ConstPtr SystemError::clone() const {
+    return boost::make_shared<SystemError>(*this);
+}
+
+void SystemError::throwClone() const {
+    throw SystemError(*this);
+}
+
+std::string SystemError::getErrorMsg(std::uint32_t code) {
+    std::string const text = Platform::systemErrorText(code).value_or("Failed to format Windows error message.");
+    return text.substr(0, text.find_first_of("\r\n"));
+}
+
+}  // namespace Quorvel::Dravik::Adt::Exceptions

@@ -1,0 +1,30 @@
+#pragma once
+
+// SystemError: a call of the operating system that failed. Threads: as std::string.
+
+#include "dravik/adt/exceptions/cloneable_exception_base.h"
+
+#include <cstdint>
+
+namespace Quorvel::Dravik::Adt::Exceptions {
+
+/// Message: "[SystemError] " and the first line of the system's own text for the code.
+///
+///     throw SystemError(static_cast<unsigned long>(errno));  // [SystemError] No such file or directory
+class DRAVIK_ADT_EXPORT SystemError : public CloneableExceptionBase {
+  public:
+    /// `code` as the system's calls leave it in `errno`; only its lower 32 bits count.
+    explicit SystemError(unsigned long code);
+
+    unsigned long getErrorCode() const noexcept;
+
+    ConstPtr clone() const override;
+    [[noreturn]] void throwClone() const override;
+
+  private:
+    static std::string getErrorMsg(std::uint32_t code);
+
+    std::uint32_t code_;
+};
+
+}  // namespace Quorvel::Dravik::Adt::Exceptions
