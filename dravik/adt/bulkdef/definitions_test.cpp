@@ -35,8 +35,8 @@ std::string text(Def const& def) {
 }
 
 TEST(Definitions, PrintOneReadableLine) {
-    BulkFileDef const file("/data/a \"b\"\n.vol", BulkFileDef::FILEFORMAT_TORVAN_A);
-    EXPECT_EQ(text(file), R"(BulkFileDef("/data/a \"b\"\x0a.vol", FILEFORMAT_TORVAN_A))");
+    BulkFileDef const file("/data/a \"b\"\n\x10.vol", BulkFileDef::FILEFORMAT_TORVAN_A);
+    EXPECT_EQ(text(file), R"(BulkFileDef("/data/a \"b\"\x0a\x10.vol", FILEFORMAT_TORVAN_A))");
     SourceEntityDef const entity(BulkFileDef("a", static_cast<BulkFileDef::FileFormat>(42)));
     DerivedEntityDef derived(MinMaxDef({4, 4, 2}), entity);
     EXPECT_EQ(text(derived), R"(DerivedEntityDef(MinMaxDef((4,4,2)), SourceEntityDef(BulkFileDef("a", 42))))");
