@@ -25,32 +25,19 @@ concept CanMake = requires {
 };
 static_assert(CanMake<double> && !CanMake<Packed>, "whoever packs samples has to say how many bits they take");
 
-std::int32_t ownersReferences(SharedBuffer const& buffer) {
-    struct Counter : SharedBuffer::Owner {
-        static std::int32_t of(SharedBuffer::Owner const& owner) { return (owner.*&Counter::getReferenceCount)(); }
-    };
-    return Counter::of(*buffer.getOwner()) - 1;  // without the reference taken to ask
-}
-
 TEST(SharedArray, WidensInTheSameStorage) {
-    auto const narrow = SharedArray<2>::Make<float>({{2, 0}, {5, 4}}, {4, 1});
+    auto narrow = SharedArray<2>::Make<float>({{2, 0}, {5, 4}}, {4, 1});
+    char* const data = narrow.data();
     SharedArray<4> const wide = narrow;
     EXPECT_EQ(wide.range(), (OpenEndedRange<4, int>{{2, 0, 0, 0}, {5, 4, 1, 1}}));
     EXPECT_EQ(wide.strides(), (FixedVector<4, int>(4, 1, 0, 0)));
     EXPECT_EQ(wide.position({3, 2, 0, 0}), narrow.position({3, 2}));
-    EXPECT_EQ(wide.data(), narrow.data());
     EXPECT_EQ(wide.valueType(), typeid(float));
     EXPECT_EQ(wide.bitSize(), 32);
     EXPECT_EQ(wide.buffer().getOwner(), narrow.buffer().getOwner());
-    EXPECT_EQ(ownersReferences(narrow.buffer()), 2);
-}
-
-TEST(SharedArray, KeepsItsSamplesUnderNewLabels) {
-    auto array = SharedArray<4>(SharedArray<2>::Make<short>({{2, 0}, {5, 4}}));
-    auto const before = array.position({2, 0, 0, 0});
-    array.moveTo({10, 10, 0, 0});
-    EXPECT_EQ(array.range(), (OpenEndedRange<4, int>{{10, 10, 0, 0}, {13, 14, 1, 1}}));
-    EXPECT_EQ(array.position({10, 10, 0, 0}), before);
+    narrow = SharedArray<2>();
+    EXPECT_EQ(wide.buffer().getBufferNoAlloc(), data) << "the wide one holds the storage as well";
+    EXPECT_EQ(wide.data(), data);
 }
 
 TEST(SharedArray, MakesZerosInTheLayoutAskedFor) {
@@ -171,16 +158,12 @@ TEST(SharedArray, ChangesNothingWhenItCannotAllocate) {
     SharedArray<2> huge(
         ArrayRef<2>({{0, 0}, {65536, 65536}}, {65536, 1}, nullptr, 0, typeid(char), 8), bufferOf(0xFFFFFFFF));
     EXPECT_THROW(huge.allocate(/*allocateNow=*/false), std::length_error) << "one byte more than the owner can have";
-    EXPECT_EQ(huge.data(), nullptr);
-}
 
-TEST(SharedArray, EnsuresOnlyWhatIsMissingAndWanted) {
     auto array = unallocated(4, {});
     array.ensureAllocated(/*wanted=*/false);
     EXPECT_TRUE(array.buffer().isNull());
     array.ensureAllocated(/*wanted=*/true);
     char* const bytes = array.data();
-    ASSERT_NE(bytes, nullptr);
     array.setBuffer(bufferOf(100));
     array.ensureAllocated(/*wanted=*/true);
     EXPECT_EQ(array.data(), bytes) << "memory that is there is left alone";

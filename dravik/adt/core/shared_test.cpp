@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace Quorvel::Dravik::Adt {
 namespace {
@@ -87,24 +86,6 @@ TEST(Shared, NeverRevivesWhatAnotherThreadLetsGo) {
         other.join();
         EXPECT_TRUE(disposed);
     }
-}
-
-TEST(Shared, CountsAcrossThreads) {
-    std::string story;
-    boost::intrusive_ptr<Probe> held(new Probe(story));
-    {
-        std::vector<std::jthread> threads;
-        for (int thread = 0; thread < 4; ++thread) {
-            threads.emplace_back([mine = held] {
-                for (int round = 0; round < 10000; ++round) {
-                    boost::intrusive_ptr<Probe> const copy(mine);
-                }
-            });
-        }
-    }
-    EXPECT_TRUE(held->isUniqueRef());
-    held.reset();
-    EXPECT_EQ(story, "disposed at 0;deleted;");
 }
 
 }  // namespace
