@@ -79,7 +79,7 @@ TEST(FilterFactory, ShowsWhatAnyViewShows) {
     EXPECT_GT(shown, 500) << "too few views to mean anything";
 }
 
-/// Maps axis a to axis images[a] and the extent to `image` moved by the axis number.
+/// Sends axis a to axis images[a], where it sees `image`.
 class OddView : public ArrayViewDef {
   public:
     OddView(FixedVector<4, int> images, Extent1 image) : images_(images), image_(image) {}
@@ -88,7 +88,7 @@ class OddView : public ArrayViewDef {
     int getHashCode() const override { return 0; }
 
   protected:
-    bool compare(ViewDef const& other) const override { return dynamic_cast<OddView const*>(&other) != nullptr; }
+    bool compare(ViewDef const&) const override { return false; }
     std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<OddView>(*this); }
 
   private:

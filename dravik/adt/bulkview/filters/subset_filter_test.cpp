@@ -1,24 +1,38 @@
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
 
+#include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkview/filters/filter_factory.h"
+#include "dravik/adt/testing/brick_accessor.h"
+#include "dravik/adt/testing/conformance.h"
+#include "dravik/adt/testing/failure_loop.h"
 #include "dravik/adt/testing/random.h"
 #include "dravik/adt/testing/recording_chain.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstdlib>
+#include <sstream>
 #include <stdexcept>
-#include <vector>
+#include <string>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
 namespace {
 
+using Testing::BrickAccessor;
+using Testing::BrickOptions;
 using testing::ElementsAre;
+using Testing::expectConforms;
+using Testing::forEachIndex;
 using Testing::Journal;
+using Testing::PlainArray;
 using Testing::Random;
 using Testing::RecordingAccessor;
 using Testing::RecordingClient;
+using Testing::Subject;
 using Extent1 = ExtentImpl<int>;
 using Extent4 = ExtentK<4, int>;
 using Range4 = OpenEndedRange<4, int>;
@@ -65,7 +79,9 @@ TEST(MakeSubset, RefusesWhatDoesNotFit) {
                 << row.name;
         }
     }
-    EXPECT_THROW(SubsetFilter::MakeSubset(nullptr, extentOf({0, 1, 0})), std::invalid_argument);
+    EXPECT_THAT(
+        [] { SubsetFilter::MakeSubset(nullptr, Extent4()); },
+        testing::ThrowsMessage<std::invalid_argument>("[SubsetFilter::MakeSubset] Invalid argument: target is null."));
 }
 
 TEST(MakeSubset, MakesTheCheapestFilterThatDoes) {
@@ -120,36 +136,9 @@ TEST(MakeSubset, FindsTheWholeTargetOnlyAfterFolding) {
     EXPECT_EQ(subsetOf(*wholePart), extentOf({2, 1, 5})) << "all of the part is still a part";
 }
 
-Extent1 randomExtent(Random& random, int size) {
-    int const step = random.between(-3, 3);
-    int const count = step == 0 ? 1 : random.between(1, (size - 1) / std::abs(step) + 1);
-    int const length = (count - 1) * std::abs(step) + 1;
-    int const low = random.between(0, size - length);
-    return {step < 0 ? low + length - 1 : low, step, count};
-}
-
 template <class PerAxis>
 Extent4 perAxis(PerAxis perAxis) {
     return extentOf(perAxis(0), perAxis(1), perAxis(2), perAxis(3));
-}
-
-TEST(MakeSubset, OfASubsetPicksWhatTheOuterPicksOfTheInner) {
-    Random random;
-    for (int round = 0; round < 500; ++round) {
-        auto const inner = perAxis([&](int) { return randomExtent(random, 12); });
-        auto const outer = perAxis([&](int axis) { return randomExtent(random, inner[axis].count); });
-        auto subset = SubsetFilter::MakeSubset(bottom({12, 12, 12, 12}), inner);
-        subset = SubsetFilter::MakeSubset(std::move(subset), outer);
-        auto const* const filter = dynamic_cast<SubsetFilter*>(subset.get());
-        auto const folded = filter == nullptr ? Extent4({0, 0, 0, 0}, {12, 12, 12, 12}) : filter->getSubset();
-        for (int axis = 0; axis < 4; ++axis) {
-            ASSERT_EQ(folded[axis].count, outer[axis].count);
-            for (int k = 0; k < outer[axis].count; ++k) {
-                int const place = outer[axis].origin + k * outer[axis].step;
-                ASSERT_EQ(folded[axis].origin + k * folded[axis].step, inner[axis].origin + place * inner[axis].step);
-            }
-        }
-    }
 }
 
 /// What the filter makes of `block` lent by its target.
@@ -160,55 +149,6 @@ BufferHandle lentThrough(Subset const& subset, BufferHandle::ArrayInfo const& bl
     BufferHandle handle;
     Filter(std::move(target), subset).getBuffer({0, 0, 0, 0}, AdtEnums::Read, handle);
     return handle;
-}
-
-/// The view labels every index of `extent` that `block` covers by its place, and finds it where it lay.
-void checkLabels(Extent4 const& extent, BufferHandle::ArrayInfo const& block, BufferHandle const& handle) {
-    SCOPED_TRACE(testing::Message() << extent << " of " << block << " gave " << handle.info());
-    auto const range = handle.range4();
-    std::int64_t expected = block.offset;
-    FixedVector<4, int> last;
-    for (int axis = 0; axis < 4; ++axis) {
-        std::vector<int> places;
-        for (int k = 0; k < extent[axis].count; ++k) {
-            int const index = extent[axis].origin + k * extent[axis].step;
-            if (block.range.min[axis] <= index && index < block.range.max[axis]) {
-                places.push_back(k);
-            }
-        }
-        if (places.empty()) {
-            ASSERT_LE(range.max[axis], range.min[axis]);
-            return;
-        }
-        ASSERT_EQ(range.min[axis], places.front());
-        ASSERT_EQ(range.max[axis], places.back() + 1);
-        last[axis] = places.back();
-        int const index = extent[axis].origin + last[axis] * extent[axis].step;
-        expected += std::int64_t{index - block.range.min[axis]} * block.strides[axis];
-    }
-    ASSERT_EQ(handle.offset(last), expected);
-}
-
-TEST(SubsetFilters, LabelTheBlocksOfTheirTargetByPlace) {
-    Random random;
-    for (int round = 0; round < 20000; ++round) {
-        BufferHandle::ArrayInfo block;
-        for (int axis = 0; axis < 4; ++axis) {
-            block.range.min[axis] = random.between(-2, 8);
-            block.range.max[axis] = block.range.min[axis] + random.between(0, 6);
-            block.strides[axis] = random.between(-50, 50);
-        }
-        block.offset = random.between(-100, 100);
-        auto const extent = perAxis([&](int) { return randomExtent(random, 10); });
-        checkLabels(extent, block, lentThrough<SubsetExtentFilter>(extent, block));
-
-        FixedVector<4, int> min, count;
-        for (int axis = 0; axis < 4; ++axis) {
-            min[axis] = random.between(0, 8);
-            count[axis] = random.between(1, 10 - min[axis]);
-        }
-        checkLabels(Extent4(min, count), block, lentThrough<SubsetRangeFilter>(Range4{min, min + count}, block));
-    }
 }
 
 TEST(SubsetFilters, RelabelABlockLiterally) {
@@ -269,25 +209,115 @@ TEST(SubsetFilters, AskAndHintInTheTargetsIndices) {
                             "a.setHint(1 [10,8)x[22,21)x[30,30)x[40,41) 1)", "a.setClient(client)", "a.dispose(1)"));
 }
 
-template <class Filter>
-void checkCopies(Filter& filter, Filter& other, Extent4 const& subset) {
-    auto const clone = filter.createClone();
-    EXPECT_EQ(typeid(*clone), typeid(Filter));
-    EXPECT_EQ(subsetOf(*clone), subset);
-    other = filter;
-    EXPECT_EQ(other.getSubset(), subset);
+/// Bricks of a larger array in which `shown` stands along `steps`, a few samples away from its ends.
+struct Embedded {
+    Extent4 extent;
+    std::unique_ptr<IBufferAccessor> target;
+
+    Embedded(PlainArray<float> const& shown, FixedVector<4, int> const& steps, BrickOptions const& options) {
+        FixedVector<4, int> size;
+        for (int axis = 0; axis < 4; ++axis) {
+            int const count = shown.size()[axis];
+            int const length = (count - 1) * std::abs(steps[axis]);
+            extent[axis] = {2 + (steps[axis] < 0 ? length : 0), steps[axis], count};
+            size[axis] = 2 + length + 1 + axis;
+        }
+        PlainArray<float> whole(size);
+        std::fill(whole.samples().begin(), whole.samples().end(), -1.0f);
+        forEachIndex(shown.box(), [&](FixedVector<4, int> const& p) {
+            FixedVector<4, int> place;
+            for (int axis = 0; axis < 4; ++axis) {
+                place[axis] = extent[axis].origin + p[axis] * extent[axis].step;
+            }
+            whole.at(place) = shown.at(p);
+            return true;
+        });
+        target = std::make_unique<BrickAccessor<float>>(whole, options);
+    }
+
+    /// The whole target the other way round, and the subset in indices of that.
+    Extent4 reversedWhole() const {
+        auto const size = target->getSize();
+        return perAxis([&](int axis) { return Extent1{size[axis] - 1, -1, size[axis]}; });
+    }
+    Extent4 extentInReversed() const {
+        auto const size = target->getSize();
+        return perAxis([&](int axis) {
+            return Extent1{size[axis] - 1 - extent[axis].origin, -extent[axis].step, extent[axis].count};
+        });
+    }
+};
+
+// The bricks divide neither the target nor the subset, and stand across the subset's ends.
+TEST(SubsetFilters, ConformOverBricksWithEveryStep) {
+    using Target = std::unique_ptr<IBufferAccessor>;
+    struct Form {
+        char const* name;
+        Target (*make)(Embedded&&);
+        BrickOptions options;
+    };
+    Form const forms[] = {
+        {"made from a definition",
+         [](Embedded&& e) {
+             return FilterFactory::MakeView(std::move(e.target), BulkDef::View::ArraySubsetDef<4>(e.extent));
+         },
+         {}},
+        {"folded with a reversal",
+         [](Embedded&& e) {
+             Extent4 const outer = e.extentInReversed();
+             Extent4 const inner = e.reversedWhole();
+             return SubsetFilter::MakeSubset(SubsetFilter::MakeSubset(std::move(e.target), inner), outer);
+         },
+         {.fastestAxis = 0, .padding = 3, .backwards = true}},
+        {"stacked on a reversal",
+         [](Embedded&& e) -> Target {
+             Extent4 const outer = e.extentInReversed();
+             Extent4 const inner = e.reversedWhole();
+             return std::make_unique<SubsetExtentFilter>(
+                 std::make_unique<SubsetExtentFilter>(std::move(e.target), inner), outer);
+         },
+         {.invalidatesEvery = 3}},
+    };
+    Random random;
+    int const steps[] = {-3, -2, -1, 1, 2, 3};
+    for (int const i : steps) {
+        for (int const j : steps) {
+            for (int const k : steps) {
+                Form const& form = forms[random.between(0, 2)];
+                FixedVector<4, int> const step(i, j, k, random.oneOf({-2, -1, 1, 2}));
+                Subject<float> const subject{
+                    (std::ostringstream() << form.name << ", steps " << step).str(),
+                    [&](PlainArray<float> const& shown) { return form.make(Embedded(shown, step, form.options)); }};
+                expectConforms(subject);
+            }
+        }
+    }
 }
 
-TEST(SubsetFilters, CopyTheirGeometryAndCloneTheirChain) {
-    Journal const journal;
-    SubsetRangeFilter range(bottom({9, 1, 1, 1}, journal), Range4{{1, 0, 0, 0}, {4, 1, 1, 1}});
-    SubsetRangeFilter otherRange(bottom({9, 1, 1, 1}), Range4());
-    checkCopies(range, otherRange, extentOf({1, 1, 3}));
-    EXPECT_THAT(journal.take(), ElementsAre("a.createClone", "a.createClone", "~a'"));
-    SubsetExtentFilter extent(bottom({9, 1, 1, 1}, journal), extentOf({1, 2, 3}));
-    SubsetExtentFilter otherExtent(bottom({9, 1, 1, 1}), Extent4());
-    checkCopies(extent, otherExtent, extentOf({1, 2, 3}));
-    EXPECT_THAT(journal.take(), ElementsAre("a.createClone", "a.createClone", "~a'"));
+TEST(SubsetFilters, ConformAsABoxOfABox) {
+    Subject<float> const subject{"range of range", [](PlainArray<float> const& shown) {
+                                     Embedded e(shown, {1, 1, 1, 1}, {.brickSize = {3, 4, 2, 1}});
+                                     Range4 const outer{{1, 1, 1, 1}, shown.size() + FixedVector<4, int>(1, 1, 1, 1)};
+                                     Range4 const inner{{1, 1, 1, 1}, e.target->getSize()};
+                                     return std::make_unique<SubsetRangeFilter>(
+                                         std::make_unique<SubsetRangeFilter>(std::move(e.target), inner), outer);
+                                 }};
+    expectConforms(subject);
+}
+
+TEST(SubsetFilters, LeakNothingWhenTheyCannotBeMade) {
+    PlainArray<float> const data({9, 8, 7, 1});
+    auto const make = [&](std::unique_ptr<IBufferAccessor>& made) {
+        Embedded e(data, {2, -1, 1, 1}, {});
+        made = SubsetFilter::MakeSubset(std::move(e.target), e.extent);
+        made = SubsetFilter::MakeSubset(std::move(made), {{1, 1, 1, 0}, {5, 5, 5, 1}})->createClone();
+    };
+    auto const nothing = [] { return std::unique_ptr<IBufferAccessor>(); };
+    auto const isUsable = [](std::unique_ptr<IBufferAccessor>& made, bool completed) {
+        EXPECT_TRUE(!completed || made->getSize() == (FixedVector<4, int>(5, 5, 5, 1)));
+    };
+    Testing::failEverywhere<Testing::AllocationFailure>("a subset of a subset", nothing, make, isUsable);
+    Testing::failEverywhere<Testing::CallFailure>("a subset of a subset", nothing, make, isUsable);
 }
 
 }  // namespace
