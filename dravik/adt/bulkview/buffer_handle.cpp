@@ -42,16 +42,24 @@ BufferHandle::BufferHandle(BufferHandle const& other) noexcept {
 }
 
 BufferHandle& BufferHandle::operator=(BufferHandle const& other) noexcept {
-    if (this == &other) {
-        return *this;
+    if (this != &other) {
+        auto const dropped = assume(other.loan());
     }
-    bool const invalidated = other.isInvalidated();
-    storeInfo(other.infoSnapshot());
-    storeRelaxed(buffer_, other.buffer());
-    storeRelaxed(access_, other.access());
-    auto const dropped = owner_.exchange(other.owner_.share());
-    storeDecisive(invalidated_, invalidated);
     return *this;
+}
+
+BufferHandle::Loan BufferHandle::loan() const noexcept {
+    bool const invalidated = isInvalidated();
+    return {infoSnapshot(), buffer(), owner_.share(), access(), invalidated};
+}
+
+boost::intrusive_ptr<BufferHandle::Owner> BufferHandle::assume(Loan loan) noexcept {
+    storeInfo(loan.info);
+    storeRelaxed(buffer_, loan.buffer);
+    storeRelaxed(access_, loan.access);
+    auto former = owner_.exchange(std::move(loan.owner));
+    storeDecisive(invalidated_, loan.invalidated);
+    return former;
 }
 
 BufferHandle::ArrayInfo BufferHandle::infoSnapshot() const noexcept {

@@ -51,6 +51,15 @@ class DRAVIK_ADT_EXPORT BufferHandle {
         }
     };
 
+    /// All that a handle holds, as a plain record that keeps the owner.
+    struct Loan {
+        ArrayInfo info;
+        void* buffer = nullptr;
+        boost::intrusive_ptr<Owner> owner;
+        AdtEnums::Access access = AdtEnums::NoAccess;
+        bool invalidated = false;
+    };
+
     BufferHandle() noexcept = default;
     BufferHandle(BufferHandle const& other) noexcept;
     /// Takes no lock, neither of the owner here before nor of the other's.
@@ -65,6 +74,8 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     AdtEnums::Access access() const noexcept { return Detail::loadRelaxed(access_); }
     /// The owner, borrowed: an intrusive_ptr made of it keeps it.
     Owner* owner() const noexcept { return owner_.peek(); }
+
+    Loan loan() const noexcept;
 
     /// The description in place, read and written without regard to other threads. What a notification may overtake
     /// takes infoSnapshot, changes the copy and gives it back with relabel.
@@ -133,6 +144,10 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     void setOwner(Owner* owner);
     /// Describes the same samples anew, without a lock.
     void relabel(ArrayInfo const& info) noexcept { storeInfo(info); }
+
+    /// Holds what `loan` says, the mark of an invalidation included, without a lock. The owner held so far comes back,
+    /// for callers that must not drop a reference where they are.
+    [[nodiscard]] boost::intrusive_ptr<Owner> assume(Loan loan) noexcept;
 
     // Changes by the consumer.
 

@@ -1,0 +1,187 @@
+#include "dravik/adt/bulkview/filters/cache_filter.h"
+
+#include "dravik/adt/bulkview/filters/cache_filter_impl.h"
+
+#include <algorithm>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkView::Filters {
+
+std::unique_ptr<IBufferAccessor> CacheFilter::Apply(
+    std::unique_ptr<IBufferAccessor> target, int sampleBudget, int halfDensityThreshold, int fullDensityThreshold) {
+    if (target == nullptr) {
+        throw std::invalid_argument("[CacheFilter::Apply] Invalid argument: target accessor is null.");
+    }
+    auto const size = target->getSize();
+    if (size[3] >= 2) {
+        return std::make_unique<CacheFilterImpl<4>>(
+            std::move(target), sampleBudget, halfDensityThreshold, fullDensityThreshold);
+    }
+    if (size[2] >= 2) {
+        return std::make_unique<CacheFilterImpl<3>>(
+            std::move(target), sampleBudget, halfDensityThreshold, fullDensityThreshold);
+    }
+    if (size[1] >= 2) {
+        return std::make_unique<CacheFilterImpl<2>>(
+            std::move(target), sampleBudget, halfDensityThreshold, fullDensityThreshold);
+    }
+    return target;
+}
+
+CacheFilter::CacheFilter(std::unique_ptr<IBufferAccessor> target, int axes, Limits const& limits)
+    : StatefulBufferAccessorFilter(std::move(target)), index_(axes, limits) {
+    reserve();
+}
+
+CacheFilter::CacheFilter(CacheFilter const& other)
+    : StatefulBufferAccessorFilter(other), index_(other.index_.axes(), other.index_.limits()) {
+    reserve();
+}
+
+CacheFilter::~CacheFilter() {
+    removeAll();
+    StatefulBufferAccessorFilter::dispose();
+}
+
+void CacheFilter::reserve() {
+    // A limit that is never reached asks for no memory.
+    constexpr int kMostReserved = 4096;
+    int const entries = std::clamp(index_.limits().fullDensityThreshold, 0, kMostReserved);
+    index_.reserve(entries);
+    loans_.reserve(static_cast<std::size_t>(entries));
+}
+
+FixedVector<4, int> CacheFilter::getSize() {
+    return targetAccessor().getSize();
+}
+
+void CacheFilter::setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) {
+    targetAccessor().setHint(type, range, weight);
+}
+
+// In each of the following, what leaves the table is declared before the lock and so destroyed after it: the last
+// reference to an owner may run anybody's code.
+
+template <int N>
+bool CacheFilter::tryServe(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle& handle) {
+    boost::intrusive_ptr<BufferHandle::Owner> dropped;
+    std::lock_guard const lock(mutex_);
+    int const entry = index_.lookUp<N>(position, access);
+    if (entry == Detail::CacheIndex::kNone) {
+        return false;
+    }
+    dropped = handle.assume(loans_[static_cast<std::size_t>(entry)]);
+    return true;
+}
+
+void CacheFilter::store(BufferHandle const& handle) {
+    Loans dropped;
+    BufferHandle::Loan loan;
+    std::lock_guard const lock(mutex_);
+    // Read under the lock: an invalidation on another thread marks the handle first and then looks for entries, so
+    // either the mark is seen here or the entry is found there.
+    loan = handle.loan();
+    bool const isReset = index_.isResetBy(loan.info.range);
+    if (isReset) {
+        dropped.reserve(loans_.size() + 1);
+    } else if (loans_.size() == loans_.capacity()) {
+        loans_.reserve(2 * loans_.size() + 1);
+    }
+    index_.store(loan.info.range, loan.access, loan.invalidated);
+    if (isReset) {
+        dropped.swap(loans_);
+    }
+    loans_.push_back(std::move(loan));
+}
+
+template <class IsGone>
+bool CacheFilter::remove(IsGone isGone) {
+    Loans dropped;
+    std::lock_guard const lock(mutex_);
+    auto const goneCount = std::count_if(loans_.begin(), loans_.end(), isGone);
+    if (goneCount == 0) {
+        return false;
+    }
+    dropped.reserve(static_cast<std::size_t>(goneCount));
+    index_.remove([&](int entry) { return isGone(loans_[static_cast<std::size_t>(entry)]); });
+    auto kept = loans_.begin();
+    for (BufferHandle::Loan& loan : loans_) {
+        if (isGone(loan)) {
+            dropped.push_back(std::move(loan));
+        } else {
+            std::swap(*kept++, loan);
+        }
+    }
+    loans_.erase(kept, loans_.end());
+    return true;
+}
+
+void CacheFilter::removeAll() noexcept {
+    Loans dropped;
+    std::lock_guard const lock(mutex_);
+    dropped.swap(loans_);
+    index_.remove([](int) { return true; });
+}
+
+bool CacheFilter::removeBuffer(void const* buffer) {
+    return remove([=](BufferHandle::Loan const& loan) { return loan.buffer == buffer; });
+}
+
+void CacheFilter::dispose(bool flag) {
+    removeAll();
+    StatefulBufferAccessorFilter::dispose(flag);
+}
+
+void CacheFilter::accessorUpdated() {
+    if (IClient* const above = clientPtr()) {
+        above->accessorUpdated();
+    }
+    removeAll();
+}
+
+void CacheFilter::bufferInvalidated(BufferHandle::Owner const* owner) {
+    if (IClient* const above = clientPtr()) {
+        above->bufferInvalidated(owner);
+    }
+    remove([=](BufferHandle::Loan const& loan) { return loan.owner == owner; });
+}
+
+bool CacheFilter::prepareBufferRelease(void const* buffer, int& value) {
+    IClient* const above = clientPtr();
+    bool const isHeldAbove = above != nullptr && above->prepareBufferRelease(buffer, value);
+    bool const isHeldHere = removeBuffer(buffer);
+    return isHeldAbove || isHeldHere;
+}
+
+void CacheFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
+    removeBuffer(buffer);
+    if (IClient* const above = clientPtr()) {
+        above->releaseBuffer(buffer, std::move(owner));
+    }
+}
+
+template <int N>
+CacheFilterImpl<N>::CacheFilterImpl(
+    std::unique_ptr<IBufferAccessor> target, int sampleBudget, int halfDensityThreshold, int fullDensityThreshold)
+    : CacheFilter(std::move(target), N, {sampleBudget, halfDensityThreshold, fullDensityThreshold}) {}
+
+template <int N>
+void CacheFilterImpl<N>::getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) {
+    if (!tryServe<N>(position, access, handle)) {
+        targetAccessor().getBuffer(position, access, handle);
+        store(handle);
+    }
+}
+
+template <int N>
+std::unique_ptr<IBufferAccessor> CacheFilterImpl<N>::createClone() const {
+    return std::make_unique<CacheFilterImpl>(*this);
+}
+
+template class CacheFilterImpl<2>;
+template class CacheFilterImpl<3>;
+template class CacheFilterImpl<4>;
+
+}  // namespace Quorvel::Dravik::Adt::BulkView::Filters

@@ -1,0 +1,145 @@
+#include "dravik/adt/bulkview/filters/proxy_filter.h"
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <algorithm>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt::BulkView::Filters {
+
+std::unique_ptr<IBufferAccessor> ProxyFilter::MakeProxy(
+    std::unique_ptr<IBufferAccessor> target, boost::shared_ptr<ProxyTargetController> controller) {
+    if (target == nullptr) {
+        throw std::invalid_argument("[ProxyFilter::MakeProxy] Invalid argument: target is null.");
+    }
+    return std::unique_ptr<IBufferAccessor>(new ProxyFilter(std::move(target), std::move(controller)));
+}
+
+ProxyFilter::ProxyFilter(std::unique_ptr<IBufferAccessor> target, boost::shared_ptr<ProxyTargetController> controller)
+    : StatefulBufferAccessorFilter(std::move(target)), controller_(std::move(controller)) {
+    attach();
+}
+
+ProxyFilter::ProxyFilter(ProxyFilter const& other)
+    : StatefulBufferAccessorFilter(other), controller_(other.controller_) {
+    attach();
+}
+
+ProxyFilter::~ProxyFilter() {
+    if (controller_ != nullptr) {
+        controller_->detachFilter(*this);
+        controller_.reset();
+    }
+    StatefulBufferAccessorFilter::dispose();
+}
+
+void ProxyFilter::attach() {
+    if (controller_ != nullptr) {
+        controller_->attachFilter(*this);
+    }
+}
+
+FixedVector<4, int> ProxyFilter::getSize() {
+    return targetAccessor().getSize();
+}
+
+void ProxyFilter::setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) {
+    targetAccessor().setHint(type, range, weight);
+}
+
+void ProxyFilter::getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) {
+    targetAccessor().getBuffer(position, access, handle);
+}
+
+std::unique_ptr<IBufferAccessor> ProxyFilter::createClone() const {
+    return std::unique_ptr<IBufferAccessor>(new ProxyFilter(*this));
+}
+
+void ProxyFilter::accessorUpdated() {
+    if (IClient* const above = clientPtr()) {
+        above->accessorUpdated();
+    }
+}
+
+void ProxyFilter::bufferInvalidated(BufferHandle::Owner const* owner) {
+    if (IClient* const above = clientPtr()) {
+        above->bufferInvalidated(owner);
+    }
+}
+
+bool ProxyFilter::prepareBufferRelease(void const* buffer, int& value) {
+    IClient* const above = clientPtr();
+    return above != nullptr && above->prepareBufferRelease(buffer, value);
+}
+
+void ProxyFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
+    if (IClient* const above = clientPtr()) {
+        above->releaseBuffer(buffer, std::move(owner));
+    }
+}
+
+void ProxyFilter::setTarget(std::unique_ptr<IBufferAccessor> target) {
+    auto const former = replaceTargetAccessor(std::move(target));
+    if (IClient* const above = clientPtr()) {
+        above->accessorUpdated();
+    }
+    // The client may have destroyed this proxy; the former target goes with the end of this scope.
+}
+
+ProxyFilter::Error::Error(std::string const& message) : SimpleException(message) {}
+
+ICloneableException::ConstPtr ProxyFilter::Error::clone() const {
+    return boost::make_shared<Error>(*this);
+}
+
+void ProxyFilter::Error::throwClone() const {
+    throw Error(*this);
+}
+
+ProxyFilter::ProxyTargetController::ProxyTargetController() = default;
+
+ProxyFilter::ProxyTargetController::~ProxyTargetController() = default;
+
+void ProxyFilter::ProxyTargetController::attachFilter(ProxyFilter& filter) {
+    std::lock_guard const lock(mutex_);
+    filters_.insert(&filter);
+}
+
+void ProxyFilter::ProxyTargetController::detachFilter(ProxyFilter& filter) {
+    std::lock_guard const lock(mutex_);
+    filters_.erase(&filter);
+    pending_.erase(&filter);
+}
+
+void ProxyFilter::ProxyTargetController::setTarget(std::unique_ptr<IBufferAccessor> target) {
+    std::lock_guard const lock(mutex_);
+    if (filters_.empty()) {
+        return;
+    }
+    auto const isTargetOf = [&](ProxyFilter* filter) { return &filter->targetAccessor() == target.get(); };
+    if (std::any_of(filters_.begin(), filters_.end(), isTargetOf)) {
+        static_cast<void>(target.release());  // the proxy owns it already
+        return;
+    }
+    std::vector<std::unique_ptr<IBufferAccessor>> targets;
+    targets.push_back(std::move(target));
+    while (targets.size() < filters_.size() && targets.front() != nullptr) {
+        targets.push_back(targets.front()->createClone());
+    }
+    if (std::find(targets.begin(), targets.end(), nullptr) != targets.end()) {
+        throw Error("[ProxyFilter::setTarget] target is null");
+    }
+    // Whoever is told of an exchange may destroy and make proxies, and even set the next target: then nothing is
+    // pending any more when that is done.
+    pending_ = filters_;
+    for (auto next = targets.begin(); !pending_.empty(); ++next) {
+        ProxyFilter* const filter = *pending_.begin();
+        pending_.erase(pending_.begin());
+        filter->setTarget(std::move(*next));
+    }
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView::Filters
