@@ -1,0 +1,120 @@
+#pragma once
+
+// All nodes of one tree in one array. Nodes name each other by their place, so copying a tree copies the array, and
+// giving it up is one deallocation however deep the tree is. Threads: as `int`.
+
+#include "dravik/adt/core/detail/index_set_node.h"
+
+#include <bit>
+#include <cstddef>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt::Detail {
+
+/// Owns the nodes; place 0 is the root. References to nodes last until the next makeRoom().
+template <int N>
+class IndexPool {
+  public:
+    using Node = IndexNode<N>;
+    using Id = std::uint32_t;
+
+    static constexpr Id kRoot = 0;
+
+    explicit IndexPool(IndexNodeKind root) : nodes_(1, Node(root)) {}
+
+    Node& operator[](Id id) noexcept { return nodes_[id]; }
+    Node const& operator[](Id id) const noexcept { return nodes_[id]; }
+    Node const& root() const noexcept { return nodes_[kRoot]; }
+
+    /// Makes sure of `count` calls of acquire().
+    /// @throws std::bad_alloc, std::length_error and changes nothing
+    void makeRoom(std::size_t count) {
+        std::size_t const wanted = nodes_.size() + (count > free_.size() ? count - free_.size() : 0);
+        if (wanted > nodes_.capacity()) {
+            nodes_.reserve(std::max(wanted, 2 * nodes_.capacity()));
+        }
+    }
+
+    /// An empty node.
+    /// @pre makeRoom() has made sure of it
+    Id acquire(IndexNodeKind kind) noexcept {
+        if (free_.empty()) {
+            nodes_.emplace_back(kind);
+            return static_cast<Id>(nodes_.size() - 1);
+        }
+        Id const id = free_.take(nodes_);
+        nodes_[id] = Node(kind);
+        return id;
+    }
+
+    /// Gives up one node, whatever it names.
+    void drop(Id id) noexcept { free_.put(nodes_, id); }
+
+    /// Gives up the node and all below it.
+    /// @return the points that were there
+    WideCount dropTree(Id id) noexcept {
+        WideCount points = 0;
+        for (int slot = 0; slot < nodes_[id].count; ++slot) {
+            Id const below = nodes_[id].child[slot];
+            if (below == Node::kBox) {
+                points += wideCount(nodes_[id].box(slot));
+            } else if (below != Node::kUntouched) {
+                points += dropTree(below);
+            }
+        }
+        drop(id);
+        return points;
+    }
+
+  private:
+    // Given-up nodes, chained through their first child.
+    class FreeList {
+      public:
+        bool empty() const noexcept { return size_ == 0; }
+        std::size_t size() const noexcept { return size_; }
+        void put(std::vector<Node>& nodes, Id id) noexcept {
+            nodes[id].child[0] = first_;
+            first_ = id;
+            ++size_;
+        }
+        Id take(std::vector<Node>& nodes) noexcept {
+            --size_;
+            Id const id = first_;
+            first_ = nodes[id].child[0];
+            return id;
+        }
+
+      private:
+        Id first_ = 0;
+        std::size_t size_ = 0;
+    };
+
+    std::vector<Node> nodes_;
+    FreeList free_;
+};
+
+/// While it lives, one child node is being changed: at the end, however it comes, the slot above and the count of boxes
+/// follow. Lets every change be cut short by an exception and still leave a sound tree.
+template <int N>
+class IndexSlotUpdate {
+  public:
+    IndexSlotUpdate(IndexPool<N>& pool, std::uint32_t parent, int slot) noexcept
+        : pool_(pool), parent_(parent), slot_(slot), boxesBefore_(child().boxes) {}
+    IndexSlotUpdate(IndexSlotUpdate const&) = delete;
+    IndexSlotUpdate& operator=(IndexSlotUpdate const&) = delete;
+    ~IndexSlotUpdate() {
+        IndexNode<N>& parent = pool_[parent_];
+        parent.setNode(slot_, parent.child[slot_], child());
+        parent.boxes += child().boxes - boxesBefore_;
+    }
+
+  private:
+    IndexNode<N> const& child() const noexcept { return pool_[pool_[parent_].child[slot_]]; }
+
+    IndexPool<N>& pool_;
+    std::uint32_t parent_;
+    int slot_;
+    std::uint32_t boxesBefore_;
+};
+
+}  // namespace Quorvel::Dravik::Adt::Detail

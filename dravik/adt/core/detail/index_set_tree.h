@@ -1,0 +1,403 @@
+#pragma once
+
+// The tree of boxes behind an index set that is not a single box: where added boxes go, what a removal leaves, and the
+// grid when there is one. Owns its nodes. Threads: as `int`.
+
+#include "dravik/adt/core/detail/index_set_balance.h"
+#include "dravik/adt/core/detail/index_set_grid.h"
+
+#include <boost/container/small_vector.hpp>
+#include <boost/container/static_vector.hpp>
+
+#include <optional>
+
+namespace Quorvel::Dravik::Adt::Detail {
+
+/// Disjoint boxes under nodes of four slots, and the number of points in them.
+///
+/// A box goes to the child that it fits best, so that small sets come out the way they were built; a subtree that has
+/// grown too deep is rebuilt, which bounds every recursion. Whatever runs out of memory leaves a sound tree.
+template <int N>
+class IndexSetTree {
+  public:
+    using Point = FixedVector<N, int>;
+    using Box = IndexBox<N>;
+    using Pool = IndexPool<N>;
+    using Node = IndexNode<N>;
+    using Id = typename Pool::Id;
+
+    /// No box at all; the root of a grid when there is one.
+    explicit IndexSetTree(std::optional<IndexGrid<N>> const& grid = std::nullopt)
+        : pool_(grid ? IndexNodeKind::Divided : IndexNodeKind::Plain), grid_(grid) {
+        if (grid_) {
+            divide(Pool::kRoot, grid_->place());
+        }
+    }
+
+    /// These disjoint boxes, not empty, in a balanced tree; their order changes.
+    explicit IndexSetTree(std::span<Box> boxes) : pool_(IndexNodeKind::Plain) {
+        pool_.makeRoom(boxes.size() / 3 + 1);
+        fill<N>(pool_, Pool::kRoot, boxes);
+        for (Box const& box : boxes) {
+            points_ += wideCount(box);
+        }
+    }
+
+    Pool const& pool() const noexcept { return pool_; }
+    bool isGrid() const noexcept { return grid_.has_value(); }
+    WideCount pointCount() const noexcept { return points_; }
+    std::size_t boxCount() const noexcept { return pool_.root().boxes; }
+
+    /// The tight box around all points, or the empty box at the origin.
+    Box bounds() const noexcept { return points_ == 0 ? Box{} : pool_.root().bounds(); }
+
+    /// Adds the points of a box that is not empty and, outside a grid, does not enclose all others.
+    void add(Box const& box) {
+        if (grid_) {
+            grid_->growTo(box);
+            addToGrid(Pool::kRoot, grid_->place(), box);
+        } else {
+            addTo(Pool::kRoot, box);
+        }
+    }
+
+    /// Removes the points of a box that is not empty.
+    void remove(Box const& box) { removeFrom(Pool::kRoot, box); }
+
+    /// Removes all points of a grid; the grid stays as far as it reaches.
+    void clearGrid() {
+        IndexSetTree cleared(grid_);
+        *this = std::move(cleared);
+    }
+
+  private:
+    static constexpr std::size_t kMostPieces = 2 * N;
+
+    using Pieces = boost::container::small_vector<Box, kMostPieces>;
+
+    // Adding
+
+    void addTo(Id id, Box const& box) {
+        if (meets(pool_, id, box)) {
+            addMeeting(id, box);
+        } else {
+            pool_.makeRoom(1);
+            place(id, box);
+            points_ += wideCount(box);
+        }
+    }
+
+    /// Adds a box that shares points with some under the node.
+    void addMeeting(Id id, Box const& box) {
+        unsigned const slots = slotsSharingPoints(id, box);
+        int const slot = std::countr_zero(slots);
+        if (!std::has_single_bit(slots)) {
+            return placePieces(id, outside(id, slots, box));
+        }
+        if (!pool_[id].isNode(slot)) {
+            return addToBox(id, slot, box);
+        }
+        if (encloses(box, pool_[id].box(slot))) {
+            return replaceChild(id, slot, box);
+        }
+        {
+            IndexSlotUpdate<N> const update(pool_, id, slot);
+            addMeeting(pool_[id].child[slot], box);
+        }
+        balance(pool_, id);
+    }
+
+    /// The slots whose points, not just bounds, the box meets; there is one.
+    unsigned slotsSharingPoints(Id id, Box const& box) const noexcept {
+        Node const& node = pool_[id];
+        unsigned slots = node.slotsMeeting(box);
+        if (!std::has_single_bit(slots)) {
+            forEachSlot(slots, [&](int slot) {
+                if (node.isNode(slot) && !meets(pool_, node.child[slot], box)) {
+                    slots &= ~(1u << slot);
+                }
+            });
+        }
+        return slots;
+    }
+
+    void addToBox(Id id, int slot, Box const& box) {
+        Box const stored = pool_[id].box(slot);
+        Box grown = stored;
+        if (absorb(grown, box)) {
+            pool_[id].setBounds(slot, grown);
+            points_ += wideCount(grown) - wideCount(stored);
+        } else {
+            Pieces pieces;
+            cutOutside(box, stored, [&](Box const& piece) { pieces.push_back(piece); });
+            placePieces(id, pieces);
+        }
+    }
+
+    void replaceChild(Id id, int slot, Box const& box) noexcept {
+        Node& node = pool_[id];
+        node.boxes -= pool_[node.child[slot]].boxes - 1;
+        points_ -= pool_.dropTree(node.child[slot]);
+        points_ += wideCount(box);
+        node.setBox(slot, box);
+    }
+
+    /// The parts of the box that no box in these slots covers.
+    Pieces outside(Id id, unsigned slots, Box const& box) const {
+        Pieces pieces(1, box);
+        forEachSlot(slots, [&](int slot) {
+            Pieces rest;
+            for (Box const& piece : pieces) {
+                cutBySlot(id, slot, piece, rest);
+            }
+            pieces.swap(rest);
+        });
+        return pieces;
+    }
+
+    void cutBySlot(Id id, int slot, Box const& piece, Pieces& rest) const {
+        Node const& node = pool_[id];
+        unsigned const bit = 1u << slot;
+        if ((node.slotsMeeting(piece) & bit) == 0) {
+            rest.push_back(piece);
+        } else if (node.isNode(slot)) {
+            Id const child = node.child[slot];
+            Pieces const parts = outside(child, pool_[child].slotsMeeting(piece), piece);
+            rest.insert(rest.end(), parts.begin(), parts.end());
+        } else {
+            cutOutside(piece, node.box(slot), [&](Box const& part) { rest.push_back(part); });
+        }
+    }
+
+    /// Places boxes that meet none under the node; all of them or, where memory runs out, none.
+    template <class Boxes>
+    void placePieces(Id id, Boxes const& pieces) {
+        pool_.makeRoom(pieces.size());
+        for (Box const& piece : pieces) {
+            place(id, piece);
+            points_ += wideCount(piece);
+        }
+    }
+
+    /// Finds the place for a box that meets none under the node.
+    /// @pre there is room for one node
+    void place(Id id, Box const& box) noexcept {
+        Node& node = pool_[id];
+        auto const [slot, cost] = node.cheapest(box);
+        if (node.count == 0 || (node.count < Node::kSlots && cost >= PlacementWeights<N>::kTooFar)) {
+            return append(node, box);
+        }
+        if (node.isNode(slot)) {
+            IndexSlotUpdate<N> const update(pool_, id, slot);
+            place(node.child[slot], box);
+        } else if (Box merged = node.box(slot); absorb(merged, box)) {
+            return node.setBounds(slot, merged);
+        } else if (node.count < Node::kSlots) {
+            return append(node, box);
+        } else {
+            crowd(id, slot, cost, box);
+        }
+        balance(pool_, id);
+    }
+
+    static void append(Node& node, Box const& box) noexcept {
+        node.setBox(node.count++, box);
+        ++node.boxes;
+    }
+
+    /// Makes a slot for a box that the cheapest of four, itself a box, does not absorb.
+    void crowd(Id id, int cheapest, std::uint32_t cost, Box const& box) noexcept {
+        Node& node = pool_[id];
+        int first = 0;
+        int second = 0;
+        std::uint32_t lowest = cost;
+        for (int i = 0; i < Node::kSlots; ++i) {
+            for (int j = i + 1; j < Node::kSlots; ++j) {
+                std::uint32_t const pairCost = placementCost(node.box(i), node.box(j));
+                if (pairCost < lowest) {
+                    lowest = pairCost;
+                    first = i;
+                    second = j;
+                }
+            }
+        }
+        if (first != second) {
+            mergeSlots(id, first, second);
+            append(node, box);
+        } else {
+            Id const below = pool_.acquire(IndexNodeKind::Plain);
+            append(pool_[below], node.box(cheapest));
+            append(pool_[below], box);
+            node.setNode(cheapest, below, pool_[below]);
+            ++node.boxes;
+        }
+    }
+
+    /// Moves what is in slot `from` under slot `into`, and the last slot into its place.
+    void mergeSlots(Id id, int into, int from) noexcept {
+        Node& node = pool_[id];
+        Box merged = node.box(into);
+        if (node.isNode(into) && !node.isNode(from)) {
+            {
+                IndexSlotUpdate<N> const update(pool_, id, into);
+                place(node.child[into], node.box(from));
+            }
+            --node.boxes;
+        } else if (!node.isNode(into) && !node.isNode(from) && absorb(merged, node.box(from))) {
+            node.setBounds(into, merged);
+            --node.boxes;
+        } else {
+            Id const below = pool_.acquire(IndexNodeKind::Plain);
+            adopt(pool_[below], node, into);
+            adopt(pool_[below], node, from);
+            node.setNode(into, below, pool_[below]);
+        }
+        int const last = --node.count;
+        node.copySlot(from, node, last);
+        node.clearSlot(last);
+    }
+
+    void adopt(Node& node, Node const& source, int slot) noexcept {
+        node.copySlot(node.count++, source, slot);
+        node.boxes += source.isNode(slot) ? pool_[source.child[slot]].boxes : 1;
+    }
+
+    // Removing
+
+    void removeFrom(Id id, Box const& box) {
+        bool mustCut = false;
+        // Downwards, so that closing up a slot moves none that is still to come.
+        for (unsigned slots = pool_[id].slotsMeeting(box); slots != 0;) {
+            int const slot = static_cast<int>(std::bit_width(slots)) - 1;
+            slots &= ~(1u << slot);
+            if (pool_[id].isNode(slot)) {
+                removeFromChild(id, slot, box);
+            } else {
+                mustCut = !removeFromBox(pool_[id], slot, box) || mustCut;
+            }
+        }
+        if (mustCut) {
+            cutBoxes(id, box);
+        }
+        balance(pool_, id);
+    }
+
+    void removeFromChild(Id id, int slot, Box const& box) {
+        bool const stays = pool_[id].kind == IndexNodeKind::Divided;
+        if (encloses(box, pool_[id].box(slot))) {
+            Id const child = pool_[id].child[slot];
+            pool_[id].boxes -= pool_[child].boxes;
+            points_ -= pool_.dropTree(child);
+            if (stays) {
+                pool_[id].clearSlot(slot);
+                pool_[id].child[slot] = Node::kUntouched;
+            } else {
+                pool_[id].closeUp(slot);
+            }
+            return;
+        }
+        {
+            IndexSlotUpdate<N> const update(pool_, id, slot);
+            removeFrom(pool_[id].child[slot], box);
+        }
+        if (!stays) {
+            fold(pool_[id], slot);
+        }
+    }
+
+    /// Replaces a child node that has one child left by that child, and closes up one that has none.
+    void fold(Node& node, int slot) noexcept {
+        Id const child = node.child[slot];
+        if (pool_[child].count == 0) {
+            node.closeUp(slot);
+            pool_.drop(child);
+        } else if (pool_[child].count == 1) {
+            node.copySlot(slot, pool_[child], 0);
+            pool_.drop(child);
+        }
+    }
+
+    /// Whether what is left is one box or none.
+    bool removeFromBox(Node& node, int slot, Box const& box) noexcept {
+        Box const stored = node.box(slot);
+        Box rest = stored;
+        if (!cutInPlace(rest, box)) {
+            return false;
+        }
+        points_ -= wideCount(stored) - wideCount(rest);
+        if (rest.isEmpty()) {
+            node.closeUp(slot);
+            --node.boxes;
+        } else {
+            node.setBounds(slot, rest);
+        }
+        return true;
+    }
+
+    /// Replaces the node's boxes that still meet `box` by their pieces outside.
+    void cutBoxes(Id id, Box const& box) {
+        boost::container::static_vector<Box, kMostPieces * Node::kSlots> pieces;
+        pool_.makeRoom(pieces.capacity());
+        Node& node = pool_[id];
+        for (int slot = 0; slot < node.count;) {
+            if (node.isNode(slot) || (node.slotsMeeting(box) >> slot & 1u) == 0) {
+                ++slot;
+                continue;
+            }
+            Box const stored = node.box(slot);
+            cutOutside(stored, box, [&](Box const& piece) { pieces.push_back(piece); });
+            points_ -= wideCount(stored);
+            node.closeUp(slot);
+            --node.boxes;
+        }
+        placePieces(id, pieces);
+    }
+
+    // The grid
+
+    void divide(Id id, Box const& part) noexcept {
+        Box parts[IndexGrid<N>::kMostParts];
+        Node& node = pool_[id];
+        node.count = static_cast<std::uint8_t>(grid_->divide(part, parts));
+        std::fill_n(node.child, node.count, Node::kUntouched);
+    }
+
+    void addToGrid(Id id, Box const& part, Box const& box) {
+        Box parts[IndexGrid<N>::kMostParts];
+        int const count = grid_->divide(part, parts);
+        for (int slot = 0; slot < count; ++slot) {
+            Box const inside = overlap(grid_->reach(parts[slot]), box);
+            if (inside.isEmpty()) {
+                continue;
+            }
+            touch(id, slot, parts[slot]);
+            Id const child = pool_[id].child[slot];
+            IndexSlotUpdate<N> const update(pool_, id, slot);
+            if (pool_[child].kind == IndexNodeKind::Divided) {
+                addToGrid(child, parts[slot], inside);
+            } else {
+                addTo(child, inside);
+            }
+        }
+    }
+
+    /// Makes sure that the part has a node.
+    void touch(Id id, int slot, Box const& part) {
+        if (pool_[id].child[slot] != Node::kUntouched) {
+            return;
+        }
+        bool const isCell = grid_->isCell(part);
+        pool_.makeRoom(1);
+        Id const child = pool_.acquire(isCell ? IndexNodeKind::Cell : IndexNodeKind::Divided);
+        pool_[id].child[slot] = child;
+        if (!isCell) {
+            divide(child, part);
+        }
+    }
+
+    Pool pool_;
+    std::optional<IndexGrid<N>> grid_;
+    WideCount points_ = 0;
+};
+
+}  // namespace Quorvel::Dravik::Adt::Detail
