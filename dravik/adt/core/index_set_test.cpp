@@ -1,12 +1,574 @@
 #include "dravik/adt/core/index_set.h"
+
+#include "dravik/adt/testing/failure_loop.h"
+#include "dravik/adt/testing/index_bitmap.h"
+#include "dravik/adt/testing/index_set_rules.h"
+#include "dravik/adt/testing/random.h"
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iostream>
+
+#include <climits>
+#include <cmath>
+#include <sstream>
+#include <unordered_set>
+
 namespace Quorvel::Dravik::Adt {
-TEST(IndexSet, X) {
-    using B = OpenEndedRange<2, int>;
-    IndexSet<2, int> s;
-    s.add(B{{0, 0}, {4, 4}});
-    s.remove(B{{1, 1}, {2, 2}});
-    std::cout << s << "\n" << s.toString() << s.size() << "\n";
+namespace {
+
+using testing::ElementsAre;
+using Testing::IndexBitmap;
+using Testing::Random;
+using Testing::StoredBoxes;
+using Set1 = IndexSet<1, int>;
+using Set2 = IndexSet<2, int>;
+
+static_assert(std::forward_iterator<Set2::BoxIterator>);
+static_assert(std::is_nothrow_move_constructible_v<Set2> && std::is_nothrow_move_assignable_v<Set2>);
+static_assert(sizeof(IndexSet<3, int>) == 8 * sizeof(int), "one box and one pointer");
+
+Set1::Box box(int min, int max) {
+    return {Set1::Point(min), Set1::Point(max)};
 }
+
+// What toString() shows, read back.
+template <int N>
+StoredBoxes<N> stored(IndexSet<N, int> const& set) {
+    StoredBoxes<N> all;
+    std::istringstream lines(set.toString());
+    std::string word;
+    char mark = 0;
+    for (int depth = 0; lines >> word >> depth;) {
+        OpenEndedRange<N, int> each;
+        for (int axis = 0; axis < N; ++axis) {
+            lines >> mark >> each.min[axis] >> mark >> each.max[axis] >> mark >> mark;
+        }
+        all.emplace_back(each, depth);
+    }
+    return all;
+}
+
+TEST(IndexSet, SmallIntervalsAddUp) {
+    struct Row {
+        char const* name;
+        std::vector<Set1::Box> added, removed;
+        std::int64_t size;
+        bool isRange;
+        Set1::Box bounds;
+        char const* text;
+    };
+    Row const rows[] = {
+        {"Nothing", {}, {}, 0, true, box(0, 0), " L 0 (0-0) , \n"},
+        {"EmptyChangesNothing", {box(5, 5), box(7, 3)}, {}, 0, true, box(0, 0), " L 0 (0-0) , \n"},
+        {"Overlapping", {box(0, 4), box(2, 6)}, {}, 6, true, box(0, 6), " L 0 (0-6) , \n"},
+        {"Touching", {box(0, 2), box(2, 4)}, {}, 4, true, box(0, 4), " L 0 (0-4) , \n"},
+        {"Apart", {box(0, 2), box(4, 6)}, {}, 4, false, box(0, 6), " L 1 (0-2) , \n L 1 (4-6) , \n"},
+        {"Bridged", {box(0, 2), box(4, 6), box(2, 4)}, {}, 6, true, box(0, 6), " L 1 (0-4) , \n L 1 (4-6) , \n"},
+        {"CoveredNode", {box(0, 2), box(4, 6), box(-1, 10)}, {}, 11, true, box(-1, 10), " L 0 (-1-10) , \n"},
+        {"CoveredBox", {box(2, 3), box(0, 10)}, {}, 10, true, box(0, 10), " L 0 (0-10) , \n"},
+        {"CutBack", {box(0, 10)}, {box(5, 12)}, 5, true, box(0, 5), " L 0 (0-5) , \n"},
+        {"Split", {box(0, 10)}, {box(3, 5)}, 8, false, box(0, 10), " L 1 (0-3) , \n L 1 (5-10) , \n"},
+        {"Emptied", {box(3, 10)}, {box(3, 10)}, 0, true, box(0, 0), " L 0 (0-0) , \n"},
+        {"EmptiedNode", {box(0, 2), box(4, 6)}, {box(0, 6)}, 0, true, box(0, 0), ""},
+        {"OneLeft", {box(0, 2), box(4, 6)}, {box(1, 6)}, 1, true, box(0, 1), " L 0 (0-1) , \n"},
+        {"FarApart",
+         {box(0, 2), box(INT_MAX - 1, INT_MAX)},
+         {},
+         3,
+         false,
+         box(0, INT_MAX),
+         " L 1 (0-2) , \n L 1 (2147483646-2147483647) , \n"},
+        {"FifthGoesToTheNearest",
+         {box(0, 1), box(10, 11), box(20, 21), box(30, 31), box(23, 24)},
+         {},
+         5,
+         false,
+         box(0, 31),
+         " L 1 (0-1) , \n L 1 (10-11) , \n L 2 (20-21) , \n L 2 (23-24) , \n L 1 (30-31) , \n"},
+        {"FifthFarAwayMergesTheNearestPair",
+         {box(0, 1), box(10, 11), box(13, 14), box(30, 31), box(60, 61)},
+         {},
+         5,
+         false,
+         box(0, 61),
+         " L 1 (0-1) , \n L 2 (10-11) , \n L 2 (13-14) , \n L 1 (30-31) , \n L 1 (60-61) , \n"},
+    };
+    for (Row const& row : rows) {
+        Set1 set;
+        for (auto const& each : row.added) {
+            set.add(each);
+        }
+        for (auto const& each : row.removed) {
+            set.remove(each);
+        }
+        EXPECT_EQ(set.size(), row.size) << row.name;
+        EXPECT_EQ(set.isRange(), row.isRange) << row.name;
+        EXPECT_EQ(set.isEmpty(), row.size == 0) << row.name;
+        EXPECT_EQ(set.bounds(), row.bounds) << row.name;
+        EXPECT_EQ(set.toString(), row.text) << row.name;
+        EXPECT_EQ(set == row.bounds, row.isRange) << row.name;
+    }
+}
+
+TEST(IndexSet, EmptySetsKeepTheirBoundsButInvertedOnesDoNot) {
+    EXPECT_EQ(Set1(box(5, 5)).bounds(), box(5, 5));
+    EXPECT_NE(Set1(box(5, 5)), Set1());
+    EXPECT_EQ(Set1(box(5, 3)), Set1());
+    EXPECT_EQ(Set1(box(5, 3)), box(5, 3));
+    EXPECT_TRUE(Set1().isSubset(box(5, 5)) && Set1().isSubset(Set1(box(5, 5))));
+    EXPECT_FALSE(Set1(box(0, 9)).intersects(box(5, 5)));
+    EXPECT_EQ(Set1(box(0, 4)).intersection(box(7, 9)), Set1());
+    EXPECT_EQ(Set1(Set1::Point(INT_MAX)), Set1()) << "no box holds the last index";
+}
+
+// A set and the flags of the points it should have.
+template <int N>
+struct Modelled {
+    IndexSet<N, int> set;
+    IndexBitmap<N> bitmap;
+
+    void change(OpenEndedRange<N, int> const& box, bool add) {
+        add ? set.add(box) : set.remove(box);
+        bitmap.set(box, add);
+    }
+
+    // The boxes are those points, each once, and every total agrees.
+    void expectSound() const {
+        using Box = OpenEndedRange<N, int>;
+        IndexBitmap<N> seen(bitmap.universe());
+        std::size_t count = 0;
+        auto const dumped = stored(set);
+        for (auto const& each : set.boxes()) {
+            ASSERT_LT(count, dumped.size());
+            ASSERT_EQ(each, dumped[count++].first);
+            ASSERT_FALSE(each.isEmpty());
+            ASSERT_EQ(seen.countIn(each), 0) << each << " overlaps others of " << set;
+            seen.set(each, true);
+        }
+        ASSERT_TRUE(seen == bitmap) << set;
+        ASSERT_EQ(set.size(), bitmap.size()) << set;
+        ASSERT_EQ(set.isEmpty(), bitmap.size() == 0);
+        ASSERT_EQ(set.isEmpty() ? Box() : set.bounds(), bitmap.bounds()) << set;
+        ASSERT_EQ(set.isRange(), set.boundsSize() == bitmap.size()) << set;
+        ASSERT_EQ(set.getAnyRange().isEmpty(), set.isEmpty());
+    }
+};
+
+template <class Axes>
+class IndexSetLaws : public testing::Test {
+  protected:
+    static constexpr int kAxes = Axes::value;
+    using Set = IndexSet<kAxes, int>;
+    using Box = typename Set::Box;
+    using Point = typename Set::Point;
+
+    static constexpr Box universe() {
+        constexpr int kHalf[] = {40, 7, 4, 3};
+        return {Point::Filled(-kHalf[kAxes - 1]), Point::Filled(kHalf[kAxes - 1] - 1)};
+    }
+
+    Point anyPoint() {
+        Point point;
+        for (int axis = 0; axis < kAxes; ++axis) {
+            point[axis] = random.between(universe().min[axis], universe().max[axis] - 1);
+        }
+        return point;
+    }
+
+    // Mostly small, some as long as the universe on an axis, some empty or inverted.
+    Box anyBox() {
+        Box any;
+        for (int axis = 0; axis < kAxes; ++axis) {
+            int const lowest = universe().min[axis];
+            int const highest = universe().max[axis];
+            int const low = std::clamp(random.edgy(lowest, highest), lowest, highest);
+            int const other = random.chance(70) ? low + random.between(1, 3) : random.edgy(lowest, highest);
+            int const high = std::clamp(other, lowest, highest);
+            any.min[axis] = random.chance(95) ? std::min(low, high) : high;
+            any.max[axis] = random.chance(95) ? std::max(low, high) : low;
+        }
+        return any;
+    }
+
+    Modelled<kAxes> anySet(Modelled<kAxes> const& similar) {
+        Modelled<kAxes> any = random.chance(30) ? similar : Modelled<kAxes>{Set(), IndexBitmap<kAxes>(universe())};
+        for (int i = random.between(0, 5); i > 0; --i) {
+            any.change(anyBox(), random.chance(70));
+        }
+        return any;
+    }
+
+    // Up to action 93 a grid stays a grid.
+    void changeOnce(Modelled<kAxes>& subject, int lastAction) {
+        auto& [set, bitmap] = subject;
+        int const action = random.between(0, lastAction);
+        if (action < 60) {
+            subject.change(anyBox(), action < 35);
+        } else if (action < 75) {
+            Point const point = anyPoint();
+            action < 70 ? set.add(point) : set.remove(point);
+            bitmap.set({point, point + Point::Filled(1)}, action < 70);
+        } else if (action < 90) {
+            Modelled<kAxes> const other = anySet(subject);
+            action < 83 ? set.add(other.set) : set.remove(other.set);
+            bitmap.combine(
+                other.bitmap, [&](int here, int there) { return action < 83 ? here | there : here & ~there; });
+        } else if (action < 92) {
+            set.add(set);
+        } else if (action < 94) {
+            random.chance(50) ? set.remove(set) : set.clear();
+            bitmap.set(universe(), false);
+        } else if (action < 96) {
+            Box const box = anyBox();
+            bool const allIn = !box.isEmpty() && set.isSubset(box);
+            set = set.intersection(box);
+            EXPECT_TRUE(!allIn || stored(set).size() == 1) << set;
+            IndexBitmap<kAxes> inside(universe());
+            inside.set(box, true);
+            bitmap.combine(inside, std::bit_and<>());
+        } else if (action < 98) {
+            Set copy(set);
+            set.clear();
+            set = std::move(copy);
+            EXPECT_EQ(copy, Set());
+        } else {
+            std::vector<Box> list(static_cast<std::size_t>(random.between(0, 40)));
+            std::generate(list.begin(), list.end(), [&] { return anyBox(); });
+            set = Set(list);
+            bitmap.set(universe(), false);
+            std::for_each(list.begin(), list.end(), [&](Box const& box) { bitmap.set(box, true); });
+        }
+    }
+
+    void ask(Modelled<kAxes> const& subject) {
+        auto const& [set, bitmap] = subject;
+        Point const point = anyPoint();
+        ASSERT_EQ(set.contains(point), bitmap.contains(point)) << point << set;
+        Box const at = set.getAnyRange(point);
+        ASSERT_EQ(at.contains(point), bitmap.contains(point)) << point << set;
+        ASSERT_TRUE(bitmap.contains(point) || at == Box()) << point << set;
+        Box const box = anyBox();
+        ASSERT_EQ(set.isSubset(box), bitmap.countIn(box) == box.pointCount()) << box << set;
+        ASSERT_EQ(set.intersects(box), bitmap.countIn(box) > 0) << box << set;
+        ASSERT_EQ(set == box, bitmap.bounds() == Set(box).bounds() && bitmap.size() == box.pointCount()) << box << set;
+        Modelled<kAxes> const other = anySet(subject);
+        IndexBitmap<kAxes> both = bitmap;
+        both.combine(other.bitmap, std::bit_and<>());
+        ASSERT_EQ(set.isSubset(other.set), both == other.bitmap) << set << other.set;
+        ASSERT_EQ(set.intersects(other.set), both.size() > 0) << set << other.set;
+        ASSERT_EQ(set == other.set, bitmap == other.bitmap) << set << other.set;
+        Modelled<kAxes> const common{set.intersection(other.set), both};
+        common.expectSound();
+        ASSERT_TRUE(both.size() > 0 || common.set == Set());
+    }
+
+    // The cells of a grid, the outer ones as far as the universe when it has grown; none where there is no grid.
+    static StoredBoxes<kAxes> cells(Point const& granularity, Box const& range, bool grown = true) {
+        StoredBoxes<kAxes> cells;
+        Box place = range;
+        for (int axis = 0; axis < kAxes; ++axis) {
+            place.min[axis] =
+                granularity[axis] * static_cast<int>(std::floor(1.0 * range.min[axis] / granularity[axis]));
+            place.max[axis] =
+                granularity[axis] * static_cast<int>(std::ceil(1.0 * range.max[axis] / granularity[axis]));
+        }
+        Testing::appendCells(granularity, place, 0, cells);
+        for (auto& [cell, depth] : cells) {
+            for (int axis = 0; axis < kAxes && grown; ++axis) {
+                cell.min[axis] = cell.min[axis] == place.min[axis] ? INT_MIN : cell.min[axis];
+                cell.max[axis] = cell.max[axis] == place.max[axis] ? INT_MAX : cell.max[axis];
+            }
+        }
+        return range.isEmpty() || cells.size() < 2 ? StoredBoxes<kAxes>() : cells;
+    }
+
+    void runScript(Modelled<kAxes> subject, int steps, int lastAction, StoredBoxes<kAxes> const& cells = {}) {
+        for (int step = 0; step < steps; ++step) {
+            changeOnce(subject, lastAction);
+            ASSERT_NO_FATAL_FAILURE(subject.expectSound()) << "step " << step;
+            ASSERT_NO_FATAL_FAILURE(ask(subject)) << "step " << step;
+            for (Box const& each : subject.set.boxes()) {
+                ASSERT_TRUE(
+                    cells.empty() || std::any_of(
+                                         cells.begin(), cells.end(),
+                                         [&](auto const& cell) { return Detail::encloses(cell.first, each); }))
+                    << each;
+            }
+        }
+    }
+
+    Random random;
+};
+
+using AllAxes = testing::Types<
+    std::integral_constant<int, 1>, std::integral_constant<int, 2>, std::integral_constant<int, 3>,
+    std::integral_constant<int, 4>>;
+TYPED_TEST_SUITE(IndexSetLaws, AllAxes);
+
+TYPED_TEST(IndexSetLaws, EveryOperationMatchesABitmap) {
+    this->runScript({{}, IndexBitmap<TestFixture::kAxes>(this->universe())}, 1500, 99);
+}
+
+TYPED_TEST(IndexSetLaws, GridsKeepTheirBoxesInTheirCells) {
+    constexpr int N = TestFixture::kAxes;
+    for (int round = 0; round < 12; ++round) {
+        auto const granularity = FixedVector<N, int>::Filled(this->random.between(1, 5));
+        auto const range = this->anyBox();
+        Modelled<N> const grid{{granularity, range}, IndexBitmap<N>(this->universe())};
+        EXPECT_EQ(grid.set, (IndexSet<N, int>()));
+        this->runScript(grid, 60, 93, this->cells(granularity, range));
+    }
+}
+
+TYPED_TEST(IndexSetLaws, AFullGridStoresItsCellsInTheOrderOfTheCuts) {
+    constexpr int N = TestFixture::kAxes;
+    for (int round = 0; round < 100; ++round) {
+        FixedVector<N, int> granularity;
+        std::generate(granularity.begin(), granularity.end(), [&] { return this->random.between(1, 6); });
+        auto const range = this->anyBox();
+        auto cells = this->cells(granularity, range, /*grown=*/false);
+        if (range.isEmpty() || cells.size() < 2) {
+            continue;
+        }
+        IndexSet<N, int> set(granularity, range);
+        auto shuffled = cells;
+        std::shuffle(shuffled.begin(), shuffled.end(), this->random.engine());
+        for (auto const& [cell, depth] : shuffled) {
+            set.add(cell);
+        }
+        ASSERT_EQ(stored(set), cells) << granularity << range;
+        set.clear();
+        set.add(this->universe());
+        ASSERT_EQ(set.size(), this->universe().pointCount());
+        ASSERT_EQ(stored(set).size(), cells.size()) << "the outer cells reach out";
+    }
+}
+
+TYPED_TEST(IndexSetLaws, SmallSetsAreStoredByTheRules) {
+    constexpr int N = TestFixture::kAxes;
+    int compared = 0;
+    for (int round = 0; round < 150; ++round) {
+        IndexSet<N, int> set;
+        Testing::IndexSetRules<N> rules;
+        for (int step = 0; step < 40; ++step) {
+            auto const box = this->anyBox();
+            if (this->random.chance(70)) {
+                set.add(box);
+                rules.add(box);
+            } else {
+                set.remove(box);
+                rules.remove(box);
+            }
+            if (rules.isTooDeep()) {
+                break;
+            }
+            ASSERT_EQ(set.isEmpty() ? StoredBoxes<N>() : stored(set), rules.boxes()) << "step " << step << box;
+            ++compared;
+        }
+    }
+    EXPECT_GT(compared, 4000);
+}
+
+TEST(IndexSet, GridsRoundOutwardsAndDivideOnlyWhereTouched) {
+    struct Row {
+        char const* name;
+        int granularity;
+        Set1::Box range;
+        std::vector<Set1::Box> added;
+        char const* text;
+    };
+    Row const rows[] = {
+        {"Rounded", 10, box(3, 27), {box(0, 30)}, " L 2 (0-10) , \n L 2 (10-20) , \n L 2 (20-30) , \n"},
+        {"CellsMergeInside", 10, box(3, 27), {box(1, 4), box(4, 12)}, " L 2 (1-10) , \n L 2 (10-12) , \n"},
+        {"CoverKeepsCells", 10, box(3, 17), {box(1, 4), box(0, 20)}, " L 2 (0-10) , \n L 2 (10-20) , \n"},
+        {"Grown", 10, box(0, 20), {box(-15, 32)}, " L 2 (-15-10) , \n L 2 (10-32) , \n"},
+        {"CutTowardsZero", 10, box(-30, 0), {box(-30, 0)}, " L 2 (-30--20) , \n L 2 (-20--10) , \n L 2 (-10-0) , \n"},
+        {"OneCellIsNone", 10, box(3, 7), {box(1, 4), box(6, 9)}, " L 1 (1-4) , \n L 1 (6-9) , \n"},
+        {"NoGranularity", 0, box(3, 27), {box(8, 12)}, " L 0 (8-12) , \n"},
+        {"EmptyRange", 10, box(3, 3), {box(8, 12)}, " L 0 (8-12) , \n"},
+        {"LowestInt",
+         10,
+         box(INT_MIN, INT_MIN + 11),
+         {box(INT_MIN, INT_MIN + 11)},
+         " L 2 (-2147483648--2147483640) , \n L 2 (-2147483640--2147483637) , \n"},
+        {"HighestInt",
+         10,
+         box(INT_MAX - 9, INT_MAX),
+         {box(INT_MAX - 9, INT_MAX)},
+         " L 2 (2147483638-2147483640) , \n L 2 (2147483640-2147483647) , \n"},
+    };
+    for (Row const& row : rows) {
+        Set1 set(Set1::Point(row.granularity), row.range);
+        EXPECT_TRUE(set.isEmpty() && set == Set1()) << row.name;
+        for (auto const& each : row.added) {
+            set.add(each);
+        }
+        EXPECT_EQ(set.toString(), row.text) << row.name;
+    }
+    using Set3 = IndexSet<3, int>;
+    Set3 vast({1, 1, 1}, {{INT_MIN, 0, 0}, {INT_MAX, 1000, 1000000}});
+    vast.add(Set3::Point(5, 6, 7));
+    vast.add(Set3::Box{{-2, 999, 999999}, {0, 1001, 1000001}});
+    EXPECT_EQ(vast.size(), 1 + 8);
+    EXPECT_EQ(stored(vast).size(), 1u + 2u) << "beyond the old edge the outermost cells reach out";
+    vast.remove(vast.bounds());
+    vast.add(Set3::Box{{-2, 0, 0}, {0, 1, 1}});
+    EXPECT_EQ(stored(vast).size(), 2u) << "an emptied grid still has cells";
+}
+
+TEST(IndexSet, HoldsFarMorePointsThanAnInt) {
+    using Set4 = IndexSet<4, int>;
+    EXPECT_EQ(Set4(Set4::Box{{}, {100000, 100000, 10, 10}}).size(), 1'000'000'000'000);
+    auto const all = Set4::Box{Set4::Point::Filled(INT_MIN), Set4::Point::Filled(INT_MAX)};
+    Set4 set(all);
+    EXPECT_EQ(set.size(), INT64_MAX);
+    set.remove(Set4::Point(0, 0, 0, 0));
+    EXPECT_FALSE(set.isRange()) << "one of 2^128 points is missing";
+    EXPECT_FALSE(set == all || set.contains({0, 0, 0, 0}) || set.isSubset(all));
+    EXPECT_TRUE(set.contains({INT_MIN, INT_MAX - 1, 0, 1}));
+    EXPECT_EQ(set.boundsSize(), INT64_MAX);
+    set.add(Set4::Point(0, 0, 0, 0));
+    EXPECT_TRUE(set == all && set.isSubset(all));
+}
+
+TEST(IndexSet, TakesItsOwnBoundsAsAnArgument) {
+    Set1 set(box(0, 2));
+    set.add(box(4, 6));
+    set.add(set.bounds());
+    EXPECT_EQ(set, box(0, 6));
+    set.remove(box(2, 4));
+    set.remove(set.bounds());
+    EXPECT_TRUE(set.isEmpty());
+}
+
+// Boxes that neither touch nor overlap, in the order of their corners.
+template <int N>
+std::vector<OpenEndedRange<N, int>> lattice(int sideCount) {
+    std::vector<OpenEndedRange<N, int>> boxes;
+    auto const all = OpenEndedRange<N, int>::OfSize(FixedVector<N, int>::Filled(sideCount));
+    Testing::forEachPoint(all, [&](FixedVector<N, int> const& place) {
+        auto const corner = place + place + place;
+        boxes.push_back({corner, corner + FixedVector<N, int>::Filled(2)});
+    });
+    return boxes;
+}
+
+template <int N>
+int depthOf(IndexSet<N, int> const& set) {
+    int deepest = 0;
+    for (auto const& [each, depth] : stored(set)) {
+        deepest = std::max(deepest, depth);
+    }
+    return deepest;
+}
+
+template <int N>
+void expectShallow(std::vector<OpenEndedRange<N, int>> const& boxes, char const* order) {
+    testing::ScopedTrace const trace(__FILE__, __LINE__, testing::Message() << order << " on " << N << " axes");
+    IndexSet<N, int> set;
+    auto expectHolds = [&](std::size_t from) {
+        auto const boxCount = boxes.size() - from;
+        EXPECT_LE(depthOf(set), 8 + 2 * std::log2(boxCount));
+        EXPECT_EQ(set.size(), static_cast<std::int64_t>(boxCount) << N);
+        for (std::size_t i = 0; i < boxes.size(); ++i) {
+            ASSERT_EQ(set.contains(boxes[i].min), i >= from);
+            ASSERT_FALSE(set.contains(boxes[i].max));
+        }
+    };
+    std::for_each(boxes.begin(), boxes.end(), [&](auto const& each) { set.add(each); });
+    expectHolds(0);
+    EXPECT_EQ(set, (IndexSet<N, int>(boxes)));
+    std::size_t const removed = boxes.size() * 9 / 10;
+    std::for_each(boxes.begin(), boxes.begin() + static_cast<std::ptrdiff_t>(removed), [&](auto const& each) {
+        set.remove(each);
+    });
+    expectHolds(removed);
+}
+
+template <int N>
+void expectShallowInEveryOrder(int sideCount) {
+    auto boxes = lattice<N>(sideCount);
+    expectShallow(boxes, "ascending");
+    std::reverse(boxes.begin(), boxes.end());
+    expectShallow(boxes, "descending");
+    Random random;
+    std::shuffle(boxes.begin(), boxes.end(), random.engine());
+    expectShallow(boxes, "random");
+}
+
+TEST(IndexSet, StaysShallowInWhateverOrderItGrows) {
+    expectShallowInEveryOrder<1>(20000);
+    expectShallowInEveryOrder<2>(140);
+    expectShallowInEveryOrder<3>(27);
+    expectShallowInEveryOrder<4>(11);
+}
+
+TEST(IndexSet, TakesAMillionBoxesUpwardsAndDownwards) {
+    auto boxes = lattice<2>(1000);
+    for (int direction = 0; direction < 2; ++direction) {
+        IndexSet<2, int> set;
+        for (auto const& each : boxes) {
+            set.add(each);
+        }
+        EXPECT_EQ(set.size(), 4'000'000);
+        std::reverse(boxes.begin(), boxes.end());
+    }
+}
+
+TEST(IndexSet, OfManyBoxesMergesWhatTouches) {
+    std::vector<Set2::Box> tiles(100, Set2::Box{});
+    for (int i = 0; i < 100; ++i) {
+        tiles.push_back({{i % 10, i / 10}, {i % 10 + 1, i / 10 + 1}});
+    }
+    EXPECT_EQ(Set2(tiles).toString(), " L 0 (0-10) , (0-10) , \n");
+    tiles.push_back({{5, 5}, {20, 20}});
+    EXPECT_EQ(Set2(tiles).size(), 100 + 225 - 25);
+}
+
+TEST(IndexSet, PrintsAndHashesByItsPoints) {
+    Set2 left(Set2::Box{{0, 0}, {4, 1}});
+    left.add(Set2::Box{{0, 1}, {2, 3}});
+    Set2 right(Set2::Box{{0, 0}, {2, 3}});
+    right.add(Set2::Box{{2, 0}, {4, 1}});
+    EXPECT_NE(left.toString(), right.toString());
+    EXPECT_EQ((std::unordered_set<Set2>{left, right, Set2()}.size()), 2u);
+    std::ostringstream out;
+    out << left << Set2();
+    EXPECT_EQ(out.str(), "{[0,4)x[0,1) [0,2)x[1,3)}{}");
+}
+
+TEST(IndexSet, OutOfMemoryItHoldsWhatItHeldAndAPartOfTheChange) {
+    auto const universe = Set2::Box::OfSize({48, 48});
+    Set2 holes;
+    for (auto const& each : lattice<2>(8)) {
+        holes.add(each.min + each.min + Set2::Point(1, 1));
+    }
+    for (bool const grid : {false, true}) {
+        Set2 before = grid ? Set2({10, 10}, universe) : Set2();
+        for (auto const& each : lattice<2>(8)) {
+            before.add(Set2::Box{each.min + each.min, each.max + each.max});
+        }
+        for (bool const adding : {true, false}) {
+            auto const act = [&](Set2& set) { adding ? set.add(Set2::Box{{2, 3}, {45, 44}}) : set.remove(holes); };
+            Set2 after = before;
+            act(after);
+            auto const check = [&](Set2 const& set, bool completed) {
+                Modelled<2> sound{set, IndexBitmap<2>(universe)};
+                Testing::forEachPoint(universe, [&](Set2::Point const& point) {
+                    sound.bitmap.set({point, point + Set2::Point(1, 1)}, set.contains(point));
+                });
+                sound.expectSound();
+                EXPECT_TRUE((adding ? set : before).isSubset(adding ? before : set));
+                EXPECT_TRUE((adding ? after : set).isSubset(adding ? set : after));
+                EXPECT_TRUE(!completed || set == after);
+            };
+            // A copy has no room to spare.
+            auto const makeScene = [&] { return Set2(before); };
+            Testing::failEverywhere<Testing::AllocationFailure>(
+                adding ? "IndexSet::add" : "IndexSet::remove", makeScene, act, check);
+        }
+    }
+}
+
+}  // namespace
 }  // namespace Quorvel::Dravik::Adt
