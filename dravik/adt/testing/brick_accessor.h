@@ -27,10 +27,12 @@ struct BrickOptions {
     int padding = 0;                               ///< unused samples after each run along the fastest axis
     bool backwards = false;                        ///< the fastest axis runs backwards in memory
     BulkView::AdtEnums::Access grantedForRead = BulkView::AdtEnums::Read;
-    bool hasMemory = true;     ///< false: every block is lent without a buffer
-    bool givesOwner = true;    ///< false: loans live as long as the accessor and its clones
-    bool locksOwner = false;   ///< brackets the changes of its loans by the lock of a brick
+    bool hasMemory = true;                       ///< false: every block is lent without a buffer
+    bool givesOwner = true;                      ///< false: loans live as long as the accessor and its clones
+    bool locksOwner = false;                     ///< brackets the changes of its loans by the lock of a brick
+    std::recursive_mutex* sharedLock = nullptr;  ///< the lock of all bricks, in place of one of each brick
     int invalidatesEvery = 0;  ///< every so many requests the loan is invalid before it arrives; 0: never
+    bool poisons = true;       ///< false: an exchanged brick keeps its samples for whoever still reads them
 };
 
 /// One brick: the owner of its loans.
@@ -40,7 +42,8 @@ class Brick : public BulkView::BufferHandle::Owner {
     /// What samples hold where nothing, or nothing any more, may be read.
     static constexpr T kPoison = static_cast<T>(113);
 
-    Brick(OpenEndedRange<4, int> const& box, BrickOptions const& options) : info_{box, {}, 0} {
+    Brick(OpenEndedRange<4, int> const& box, BrickOptions const& options)
+        : info_{box, {}, 0}, lock_(options.sharedLock != nullptr ? *options.sharedLock : mutex_) {
         int stride = options.backwards ? -1 : 1;
         std::size_t count = 1;
         for (int place = 0; place < 4; ++place) {
@@ -69,13 +72,14 @@ class Brick : public BulkView::BufferHandle::Owner {
     void poison() { std::fill(memory_.begin(), memory_.end(), kPoison); }
 
     // A consumer on another thread holds this while it reads, so that the samples stay.
-    void lock() override { mutex_.lock(); }
-    void unlock() override { mutex_.unlock(); }
+    void lock() override { lock_.lock(); }
+    void unlock() override { lock_.unlock(); }
 
   private:
     BulkView::BufferHandle::ArrayInfo info_;
     std::vector<T> memory_;
     std::recursive_mutex mutex_;
+    std::recursive_mutex& lock_;
 };
 
 /// Lends the samples of a PlainArray brick by brick. Clones share the bricks, and so what is written.
@@ -97,10 +101,7 @@ class BrickAccessor : public BulkView::IBufferAccessor {
     void getBuffer(Index position, Access access, BulkView::BufferHandle& handle) override {
         callOut("getBuffer");
         BrickOptions const& options = store_->options;
-        auto const brick = brickAt(position);
-        Access const granted = access == BulkView::AdtEnums::Read ? options.grantedForRead : access;
-        handle.setOwner(options.givesOwner ? brick.get() : nullptr);
-        handle.update(options.hasMemory ? brick->memory() : nullptr, brick->info(), granted);
+        fill(handle, position, access == BulkView::AdtEnums::Read ? options.grantedForRead : access);
         int const request = ++store_->requests;
         if (options.invalidatesEvery != 0 && request % options.invalidatesEvery == 0) {
             client_ != nullptr ? client_->bufferInvalidated(handle.owner()) : handle.invalidate(/*emptyRange=*/true);
@@ -125,7 +126,9 @@ class BrickAccessor : public BulkView::IBufferAccessor {
     void change(Index const& position, T const& value) {
         auto const old = exchangeBrick(position, &value);
         client_->bufferInvalidated(old.get());
-        old->poison();
+        if (store_->options.poisons) {
+            old->poison();
+        }
     }
 
     /// Asks for the brick's memory back; what the client made of `value`.
@@ -172,10 +175,22 @@ class BrickAccessor : public BulkView::IBufferAccessor {
 
         PlainArray<T> const data;
         BrickOptions const options;
-        std::mutex mutex;  // of the table of bricks
+        std::recursive_mutex mutex;  // of the table of bricks
         std::map<std::array<int, 4>, boost::intrusive_ptr<Brick<T>>> bricks;
         std::atomic<int> requests = 0;
     };
+
+    // Under the mutex, so that a notification about the brick either finds it in the handle or keeps it from getting
+    // there. Bricks that lock see to that themselves, and their consumer may hold that lock already.
+    void fill(BulkView::BufferHandle& handle, Index const& position, Access granted) {
+        std::unique_lock guard(store_->mutex, std::defer_lock);
+        if (!store_->options.locksOwner) {
+            guard.lock();
+        }
+        auto const brick = brickAt(position);
+        handle.setOwner(store_->options.givesOwner ? brick.get() : nullptr);
+        handle.update(store_->options.hasMemory ? brick->memory() : nullptr, brick->info(), granted);
+    }
 
     // Puts a copy of the brick in its place, with `value` at the position if given; hands back the old one.
     boost::intrusive_ptr<Brick<T>> exchangeBrick(Index const& position, T const* value) {
