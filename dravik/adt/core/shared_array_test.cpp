@@ -76,7 +76,7 @@ TEST(SharedArray, WrapsTheCallersMemory) {
     EXPECT_FALSE(array.buffer().isReadOnly());
     EXPECT_FALSE(array.buffer().isShareable());
     EXPECT_EQ(array.buffer().getBufferByteSize(), 48u);
-    EXPECT_THROW(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {3, 4}}, {5, 1}), std::invalid_argument);
+    EXPECT_THROW(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {1, 13}}), std::invalid_argument);
     EXPECT_EQ(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {2, 4}}).position({1, 0}), 4);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -63,13 +64,15 @@ TEST(BasicArrayOwner, CopiesTheBytesOfAnyOwner) {
 
 TEST(BasicArrayOwner, ConcurrentFirstRequestsGetTheSameBytes) {
     for (int round = 0; round < 200; ++round) {
-        OwnerPtr const owner = makeOwner(64);
+        OwnerPtr const owner = makeOwner(64 << 20);  // slow to allocate, so that the others arrive meanwhile
         std::vector<char*> seen(4);
         std::vector<OwnerPtr> shared(4);
+        std::latch start(4);
         {
             std::vector<std::jthread> threads;
             for (std::size_t i = 0; i < seen.size(); ++i) {
                 threads.emplace_back([&, i] {
+                    start.arrive_and_wait();
                     shared[i] = owner->share();
                     seen[i] = owner->getBuffer(/*allocate=*/true);
                 });

@@ -305,6 +305,23 @@ TEST(SubsetFilters, ConformAsABoxOfABox) {
     expectConforms(subject);
 }
 
+TEST(SubsetFilters, LetAViewHearWhatBecomesOfItsBlocks) {
+    PlainArray<float> data({9, 8, 7, 1});
+    Embedded e(data, {2, -1, 1, 1}, {});
+    auto& bricks = static_cast<BrickAccessor<float>&>(*e.target);
+    Typed3dRoView<float> view(SubsetFilter::MakeSubset(std::move(e.target), e.extent));
+    Typed3dRoView<float> const clone(view);
+    FixedVector<4, int> const place(e.extent[0].origin + 3 * 2, e.extent[1].origin - 4, e.extent[2].origin + 5, 2);
+    EXPECT_EQ(view.get(3, 4, 5), 0.0f);
+    EXPECT_EQ(clone.get(3, 4, 5), 0.0f);
+    bricks.change(place, 7.0f);
+    EXPECT_EQ(view.get(3, 4, 5), 7.0f);
+    EXPECT_EQ(clone.get(3, 4, 5), Testing::Brick<float>::kPoison) << "its own accessor has told it nothing";
+    EXPECT_EQ(bricks.prepareRelease(place), 10000);
+    bricks.release(place);
+    EXPECT_EQ(view.get(3, 4, 5), 7.0f) << "read anew, not from the poisoned block";
+}
+
 TEST(SubsetFilters, LeakNothingWhenTheyCannotBeMade) {
     PlainArray<float> const data({9, 8, 7, 1});
     auto const make = [&](std::unique_ptr<IBufferAccessor>& made) {
