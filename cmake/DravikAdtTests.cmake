@@ -3,6 +3,8 @@
 # Makes those that were asked for since the last call, in the calling folder.
 function(dravik_adt_add_deferred_tests)
     get_property(names GLOBAL PROPERTY DRAVIK_ADT_TESTS)
+    # All that the thread sanitizer has to look at.
+    add_custom_target(threaded_tests)
     foreach(name IN LISTS names)
         get_property(sources GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_SOURCES)
         get_property(libraries GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_LIBRARIES)
@@ -13,6 +15,7 @@ function(dravik_adt_add_deferred_tests)
         add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
         if(threaded)
             set_tests_properties(${name} PROPERTIES LABELS threads)
+            add_dependencies(threaded_tests ${name})
         endif()
     endforeach()
     set_property(GLOBAL PROPERTY DRAVIK_ADT_TESTS)
