@@ -4,7 +4,9 @@
 function(dravik_adt_add_deferred_tests)
     get_property(names GLOBAL PROPERTY DRAVIK_ADT_TESTS)
     # All that the thread sanitizer has to look at.
-    add_custom_target(threaded_tests)
+    if(NOT TARGET threaded_tests)
+        add_custom_target(threaded_tests)
+    endif()
     foreach(name IN LISTS names)
         get_property(sources GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_SOURCES)
         get_property(libraries GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_LIBRARIES)
