@@ -126,6 +126,29 @@ void ArrayViewConverter<N>::convertRegion(Range const& range, Range* out) const 
 }
 
 template <int N>
+typename ArrayViewConverter<N>::Set ArrayViewConverter<N>::convert(Set const& set) const {
+    Set converted;
+    convertRegion(set, &converted);
+    return converted;
+}
+
+template <int N>
+void ArrayViewConverter<N>::convertRegion(Set const& set, Set* out) const {
+    if (isIdentity()) {
+        *out = set;
+        return;
+    }
+    if (&set == out) {
+        // Adding to a set ends the walk through its boxes.
+        convertRegion(Set(set), out);
+        return;
+    }
+    for (Range const& box : set.boxes()) {
+        out->add(convert(box));
+    }
+}
+
+template <int N>
 typename ArrayViewConverter<N>::Array ArrayViewConverter<N>::convert(Array const& array) const {
     if (isIdentity()) {
         return array;

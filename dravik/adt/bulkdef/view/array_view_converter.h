@@ -1,11 +1,12 @@
 #pragma once
 
-// ArrayViewConverter: carries extents, boxes and arrays between a view and its target. A value that shares an immutable
-// view; threads: any number may use one converter, and copies of it, at once.
+// ArrayViewConverter: carries extents, boxes, index sets and arrays between a view and its target. A value that shares
+// an immutable view; threads: any number may use one converter, and copies of it, at once.
 
 #include "dravik/adt/bulkdef/view/array_view_def.h"
 #include "dravik/adt/core/array_ref.h"
 #include "dravik/adt/core/extent.h"
+#include "dravik/adt/core/index_set.h"
 #include "dravik/adt/core/range.h"
 
 #include <cstddef>
@@ -27,6 +28,7 @@ class DRAVIK_ADT_EXPORT ArrayViewConverter {
   public:
     using Extent = ExtentK<N, int>;
     using Range = OpenEndedRange<N, int>;
+    using Set = IndexSet<N, int>;
     using Array = ArrayConstRef<N>;
 
     /// Converts through a clone of `view`, or from its target's indices to its own if `inverse`.
@@ -60,6 +62,11 @@ class DRAVIK_ADT_EXPORT ArrayViewConverter {
     /// belong to it. Corners beyond `int` stop there.
     Range convert(Range const& range) const;
     void convertRegion(Range const& range, Range* out) const;
+
+    /// The points of every stored box of `set`, converted as boxes are.
+    Set convert(Set const& set) const;
+    /// Adds them to `out`, which may be `set` itself; only the identity makes `out` a copy of `set` instead.
+    void convertRegion(Set const& set, Set* out) const;
 
     /// The same samples under the indices that theirs stand for; memory, type and bits stay. A reversed axis turns its
     /// stride, and one index on a decimated axis divides it, truncating. `out` stays as it was on failure.

@@ -140,6 +140,29 @@ TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
     EXPECT_EQ(single.convert(array(0, 1, 7)), array(4, 5, 7));
 }
 
+TEST(ArrayViewConverter, AddsConvertedSetsToWhatIsThere) {
+    using Set = IndexSet<2, int>;
+    ArrayViewConverter<2> const converter{ArraySubsetDef<2>({Extent{10, 2, 5}, Extent{7, -1, 8}})};
+    Set view;
+    view.add({{0, 0}, {2, 3}});
+    view.add({{4, 5}, {9, 20}});  // beyond the view on both axes
+    view.add({{7, 0}, {8, 1}});   // outside
+    Set target;
+    target.add({{10, 5}, {13, 8}});
+    target.add({{18, 0}, {19, 3}});
+    EXPECT_EQ(converter.convert(view), target);
+
+    Set out({{100, 0}, {101, 1}});
+    converter.convertRegion(view, &out);
+    EXPECT_EQ(out.size(), target.size() + 1);
+    ArrayViewConverter<2>(CompleteViewDef()).convertRegion(view, &out);
+    EXPECT_EQ(out, view);
+    Set both = view;
+    both.add(target);
+    converter.convertRegion(view, &view);
+    EXPECT_EQ(view, both) << "a set that converts into itself";
+}
+
 // What the model says of the box or array [min, max) on one axis.
 struct Image {
     std::vector<int> targets;  // of the indices that are seen, in their order
