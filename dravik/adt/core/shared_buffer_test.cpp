@@ -63,7 +63,7 @@ TEST(BasicArrayOwner, CopiesTheBytesOfAnyOwner) {
 }
 
 TEST(BasicArrayOwner, ConcurrentFirstRequestsGetTheSameBytes) {
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < 120; ++round) {
         OwnerPtr const owner = makeOwner(64 << 20);  // slow to allocate, so that the others arrive meanwhile
         std::vector<char*> seen(4);
         std::vector<OwnerPtr> shared(4);

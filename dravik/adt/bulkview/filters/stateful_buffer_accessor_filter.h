@@ -17,6 +17,7 @@ namespace Quorvel::Dravik::Adt::BulkView {
 /// Is its target's client exactly while it has a client, except after dispose(flag), when a target that goes on
 /// notifying finds nobody to relay to: relays test for a client. The client is borrowed. A relay is the last thing a
 /// notification does here, since the client may destroy the chain meanwhile.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only concrete filters are destroyed, through other bases
 class DRAVIK_ADT_EXPORT StatefulBufferAccessorFilter : public BufferAccessorFilter, public IBufferAccessor::IClient {
   public:
     using IClient = IBufferAccessor::IClient;  // both bases know it under this name
