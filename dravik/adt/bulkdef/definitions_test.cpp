@@ -130,21 +130,17 @@ Described<SourceDef> randomSource(Random& random) {
 }
 
 Described<TransformDef> randomTransform(Random& random) {
-    int const number = random.between(-1, 1);
-    int const place = random.between(0, 3);
-    std::string const notation = std::to_string(number) + (number == 0 ? "" : " at " + std::to_string(place));
-    FixedVector<4, int> numbers;
-    numbers[place] = number;
+    auto const any = [&] { return random.between(-1, 0); };
+    FixedVector<4, int> const first(any(), any(), any(), any());
+    FixedVector<4, int> const second(any(), any(), any(), any());
+    FixedVector<3, int> const bins(any(), any(), any());
     switch (random.between(0, 3)) {
     case 0:
-        return {MultiresDef(number, random.oneOf<std::string>({"a", "b"})).clone(), "levels " + std::to_string(number)};
+        return {MultiresDef(bins[0], random.oneOf<std::string>({"a", "b"})).clone(), "levels " + text(bins[0])};
     case 1:
-        numbers[3] = 0;
-        return {MinMaxDef({numbers[0], numbers[1], numbers[2]}).clone(), "bins " + (place == 3 ? "0" : notation)};
-    case 2:
-        return {DecimateDef({}, numbers).clone(), number == 0 ? "decimate 0" : "decimate offset " + notation};
+        return {MinMaxDef(bins).clone(), "bins " + text(bins)};
     default:
-        return {DecimateDef(numbers, {}).clone(), "decimate " + notation};
+        return {DecimateDef(first, second).clone(), "decimate " + text(first) + text(second)};
     }
 }
 
@@ -222,6 +218,10 @@ TEST(Definitions, HashTheirFieldsInOrder) {
     EXPECT_EQ(DecimateDef({1, -2, 3, 4}, {5, 6, 7, 8}).getHashCode(), mix({1, -2, 3, 4, 5, 6, 7, 8}, 17));
     EXPECT_EQ(MinMaxDef({1, -2, 3}).getHashCode(), mix({1, -2, 3}, 15));
     EXPECT_EQ(MultiresDef(-2, "a").getHashCode(), mix({-2}, 13));
+    View::ArraySubsetDef<1> const subset(ExtentK<1, int>(ExtentImpl<int>{1, 2, 3}));
+    EXPECT_EQ(subset.getHashCode(), 19);
+    EXPECT_EQ(subset.inverse()->getHashCode(), 19);
+    EXPECT_EQ(View::CompleteViewDef().getHashCode(), 27);
     EXPECT_EQ(SourceEntityDef(ProjectItemDef("", "", "", "a")).getHashCode(), 11 * 5 + 'a');
     EXPECT_EQ(
         DerivedEntityDef(MinMaxDef({1, 2, 3}), SourceEntityDef(ProjectItemDef("", "", "", "a"))).getHashCode(),

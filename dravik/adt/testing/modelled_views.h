@@ -16,6 +16,16 @@
 
 namespace Quorvel::Dravik::Adt::Testing {
 
+/// A view of a host, neither complete nor an array view. By itself it accepts every other view.
+class ForeignView : public BulkDef::ViewDef {
+  public:
+    int getHashCode() const override { return 1; }
+
+  protected:
+    bool compare(ViewDef const&) const override { return true; }
+    std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<ForeignView>(); }
+};
+
 /// The indices of an extent in its order.
 inline std::vector<int> indicesOf(ExtentImpl<int> const& extent) {
     std::vector<int> indices(static_cast<std::size_t>(std::max(extent.count, 0)));

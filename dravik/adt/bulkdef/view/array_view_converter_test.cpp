@@ -17,19 +17,11 @@ namespace {
 
 using Extent = ExtentImpl<int>;
 using testing::ElementsAre;
+using Testing::ForeignView;
 using Testing::ModelledView;
 using testing::ThrowsMessage;
 
 static_assert(!std::is_convertible_v<CompleteViewDef const&, ArrayViewConverter<2>>);
-
-class ForeignView : public ViewDef {
-  public:
-    int getHashCode() const override { return 1; }
-
-  protected:
-    bool compare(ViewDef const&) const override { return true; }
-    std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<ForeignView>(); }
-};
 
 // Sends axis 0 to axis 1, axis 1 out of sight, and axis 2 to axis 0.
 class RotatedView : public ArrayViewDef {
