@@ -3,6 +3,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <utility>
+
 namespace Quorvel::Dravik::Adt::Platform {
 namespace {
 
@@ -20,34 +23,72 @@ std::size_t stackByteSize() noexcept {
     return size;
 }
 
-/// The one we run on cannot be exchanged. One that disarms itself would stay so after a jump out of a handler.
-bool mustStay(stack_t const& stack) noexcept {
+/// Whether a handler can run on `stack`, again and again: one that disarms itself would stay so after a jump out of it.
+bool isLargeEnough(stack_t const& stack) noexcept {
     constexpr unsigned kSelfDisarming = 1u << 31;  // SS_AUTODISARM, which some C libraries do not name
     bool const lasting = (static_cast<unsigned>(stack.ss_flags) & (SS_DISABLE | kSelfDisarming)) == 0;
-    return (stack.ss_flags & SS_ONSTACK) != 0 || (lasting && stack.ss_size >= stackByteSize());
+    return lasting && stack.ss_size >= stackByteSize();
+}
+
+/// A guard page with a stack above it; null without memory.
+void* mapStack() noexcept {
+    std::size_t const byteSize = pageByteSize() + stackByteSize();
+    void* const mapping =
+        mmap(nullptr, byteSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+    if (mapping == MAP_FAILED) {
+        return nullptr;
+    }
+    if (mprotect(mapping, pageByteSize(), PROT_NONE) != 0) {
+        munmap(mapping, byteSize);
+        return nullptr;
+    }
+    return mapping;
+}
+
+void unmapStack(void* mapping) noexcept {
+    if (mapping != nullptr) {
+        munmap(mapping, pageByteSize() + stackByteSize());
+    }
+}
+
+/// The memory that a thread keeps. It outlives its owner: a guarded call may come even later in the thread's end.
+struct Spare {
+    void* mapping = nullptr;
+    bool isKept = true;
+};
+constinit thread_local Spare spare;
+
+/// Gives the memory back at the end of the thread.
+struct SpareOwner {
+    ~SpareOwner() { unmapStack(std::exchange(spare, {nullptr, /*isKept=*/false}).mapping); }
+};
+
+void* takeStack() noexcept {
+    static thread_local SpareOwner const owner;
+    void* const kept = std::exchange(spare.mapping, nullptr);
+    return kept != nullptr ? kept : mapStack();
+}
+
+void returnStack(void* mapping) noexcept {
+    unmapStack(spare.isKept ? std::exchange(spare.mapping, mapping) : mapping);
 }
 
 }  // namespace
 
 AlternateStack::AlternateStack() noexcept {
-    if (sigaltstack(nullptr, &earlier_) != 0 || mustStay(earlier_)) {
+    if (sigaltstack(nullptr, &earlier_) != 0 || isLargeEnough(earlier_)) {
         return;
     }
-    std::size_t const byteSize = pageByteSize() + stackByteSize();
-    void* const mapping =
-        mmap(nullptr, byteSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-    if (mapping == MAP_FAILED) {
+    mapping_ = takeStack();
+    if (mapping_ == nullptr) {
         return;
     }
     stack_t ours = {};
-    ours.ss_sp = static_cast<std::byte*>(mapping) + pageByteSize();
+    ours.ss_sp = static_cast<std::byte*>(mapping_) + pageByteSize();
     ours.ss_size = stackByteSize();
-    if (mprotect(mapping, pageByteSize(), PROT_NONE) != 0 || sigaltstack(&ours, nullptr) != 0) {
-        munmap(mapping, byteSize);
-        return;
+    if (sigaltstack(&ours, nullptr) != 0) {  // we are in a handler that runs on the one it would replace
+        returnStack(std::exchange(mapping_, nullptr));
     }
-    mapping_ = mapping;
-    mappingByteSize_ = byteSize;
 }
 
 AlternateStack::~AlternateStack() {
@@ -59,7 +100,7 @@ AlternateStack::~AlternateStack() {
     if (current.ss_sp != static_cast<std::byte*>(mapping_) + pageByteSize()) {
         sigaltstack(&current, nullptr);  // somebody installed another one meanwhile and wants to keep it
     }
-    munmap(mapping_, mappingByteSize_);
+    returnStack(mapping_);
 }
 
 }  // namespace Quorvel::Dravik::Adt::Platform

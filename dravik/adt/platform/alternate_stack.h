@@ -3,13 +3,13 @@
 // AlternateStack: room for signal handlers on a thread whose own stack may be exhausted.
 
 #include <csignal>
-#include <cstddef>
 
 namespace Quorvel::Dravik::Adt::Platform {
 
 /// Gives the calling thread an alternate signal stack for the lifetime of this object, unless it has one that is large
 /// enough, and puts the earlier one back. A page below the stack is inaccessible. Without memory for it the thread goes
-/// on without: only the overflow of its own stack then ends the process as before.
+/// on without: only the overflow of its own stack then ends the process as before. The memory is kept for the thread's
+/// next one and goes with the thread, since mapping it costs more than everything else in a guarded call.
 /// @threads made and destroyed on the same thread
 class AlternateStack {
   public:
@@ -20,7 +20,6 @@ class AlternateStack {
 
   private:
     void* mapping_ = nullptr;  ///< guard page and stack; null where the thread kept its own
-    std::size_t mappingByteSize_ = 0;
     stack_t earlier_ = {};
 };
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <xmmintrin.h>
 
@@ -16,6 +17,7 @@
 #include <exception>
 #include <fstream>
 #include <functional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -31,11 +33,15 @@ std::optional<Fault> guarded(std::function<void()> body) {
     return runGuarded([](void* function) { (*static_cast<std::function<void()>*>(function))(); }, &body);
 }
 
-/// Runs on another thread, whose stack ends in a guard that no large frame can skip.
-void onThread(std::function<void()> body) {
+/// Runs on another thread: on the given stack, or on one that ends in a guard that no large frame can skip.
+void onThread(std::function<void()> body, std::span<std::byte> stack = {}) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setguardsize(&attributes, 1 << 20);
+    if (stack.empty()) {
+        pthread_attr_setguardsize(&attributes, 1 << 20);
+    } else {
+        pthread_attr_setstack(&attributes, stack.data(), stack.size());
+    }
     pthread_t thread;
     auto const start = [](void* function) -> void* {
         (*static_cast<std::function<void()>*>(function))();
@@ -46,14 +52,19 @@ void onThread(std::function<void()> body) {
     pthread_attr_destroy(&attributes);
 }
 
+struct sigaction currentAction(int signal) {
+    struct sigaction action = {};
+    sigaction(signal, nullptr, &action);
+    return action;
+}
+
 /// What a guarded call must leave as it was, as one text: a difference shows itself.
 std::string threadState() {
     constexpr int kRestorer = 0x04000000;  // set by the C library, not by anybody who installs a handler
     std::string text;
     auto const add = [&text](char const* name, auto value) { text += std::string(name) + std::to_string(value); };
     for (int const signal : kFaultSignals) {
-        struct sigaction action = {};
-        sigaction(signal, nullptr, &action);
+        struct sigaction const action = currentAction(signal);
         add("\naction ", reinterpret_cast<std::uintptr_t>(action.sa_sigaction));
         add(" flags ", action.sa_flags & ~kRestorer);
     }
@@ -100,6 +111,32 @@ void expectAllFaults() {
 struct RunsAtTheEnd {
     std::function<void()> body;
     ~RunsAtTheEnd() { body(); }
+};
+
+/// Installs a disposition for one test.
+class HostAction {
+  public:
+    HostAction(int signal, void (*handler)(int), unsigned flags) : signal_(signal) {
+        struct sigaction action = {};
+        action.sa_handler = handler;
+        install(action, flags);
+    }
+    HostAction(int signal, FaultSignals::Handler handler, unsigned flags) : signal_(signal) {
+        struct sigaction action = {};
+        action.sa_sigaction = handler;
+        install(action, flags | SA_SIGINFO);
+    }
+    ~HostAction() { sigaction(signal_, &before_, nullptr); }
+
+  private:
+    void install(struct sigaction& action, unsigned flags) {
+        action.sa_flags = static_cast<int>(flags);
+        sigaddset(&action.sa_mask, SIGUSR2);
+        sigaction(signal_, &action, &before_);
+    }
+
+    int signal_;
+    struct sigaction before_ = {};
 };
 
 TEST(FaultGuard, ReturnsEveryFaultAndLeavesTheThreadAsItWas) {
@@ -151,6 +188,20 @@ TEST(FaultGuard, KeepsUnusualThreadSettings) {
     expectAllFaults();
     fesetround(FE_TONEAREST);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST(FaultGuard, TakesOnlyTheLowerEndOfAStackForAnOverflow) {
+    constexpr std::size_t kByteSize = 512 << 10;
+    void* const mapping = mmap(nullptr, 2 * kByteSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    auto* const stack = static_cast<std::byte*>(mapping);
+    mprotect(stack + kByteSize, kByteSize, PROT_NONE);
+    auto const overrun = [end = stack + kByteSize] {
+        auto const fault = guarded([end] { [[maybe_unused]] int const read = *reinterpret_cast<int volatile*>(end); });
+        ASSERT_TRUE(fault);
+        EXPECT_EQ(fault->kind, FaultKind::accessViolation);
+    };
+    onThread(overrun, {stack, kByteSize});
+    munmap(mapping, 2 * kByteSize);
 }
 
 TEST(FaultGuard, WithoutAFaultKeepsWhatTheBodyChanged) {
@@ -211,6 +262,21 @@ TEST(FaultGuard, UsesTheHostsAlternateStackWhereItIsLargeEnough) {
     }
 }
 
+TEST(FaultGuard, WorksInsideAHandlerOnAnAlternateStack) {
+    onThread([] {
+        std::vector<char> memory(40 << 10);
+        stack_t const host{memory.data(), 0, memory.size()};
+        sigaltstack(&host, nullptr);
+        HostAction const action(
+            SIGUSR2, [](int) { EXPECT_TRUE(guarded(readNull)); }, SA_ONSTACK);
+        std::string const before = threadState();
+        std::raise(SIGUSR2);
+        EXPECT_EQ(threadState(), before);
+        stack_t const none{nullptr, SS_DISABLE, 0};
+        sigaltstack(&none, nullptr);
+    });
+}
+
 TEST(FaultGuard, LeavesAnAlternateStackThatTheBodyInstalled) {
     onThread([] {
         std::vector<char> memory(64 << 10);
@@ -247,6 +313,18 @@ TEST(FaultGuard, DoesNotGrow) {
     auto const after = memoryInUse();
     EXPECT_LT(after.first - before.first, 1 << 20);
     EXPECT_LE(after.second, before.second + 1);
+}
+
+TEST(FaultGuard, LeavesNoMemoryBehindAThread) {
+    auto const before = memoryInUse();
+    for (int i = 0; i < 20; ++i) {
+        onThread([] {
+            // Built before the thread's first guarded call, so destroyed after whatever that call keeps for the thread.
+            static thread_local RunsAtTheEnd const late{[] { EXPECT_TRUE(guarded(readNull)); }};
+            EXPECT_TRUE(late.body && guarded(readNull));
+        });
+    }
+    EXPECT_LE(memoryInUse().second, before.second + 4);
 }
 
 TEST(FaultGuard, ServesManyThreadsAtOnce) {
@@ -294,39 +372,16 @@ void escapeByJump(int) {
     siglongjmp(escape, 1);
 }
 
-/// Installs a disposition for one test.
-class HostAction {
-  public:
-    HostAction(int signal, void (*handler)(int), unsigned flags) : signal_(signal) {
-        struct sigaction action = {};
-        action.sa_handler = handler;
-        install(action, flags);
-    }
-    HostAction(int signal, FaultSignals::Handler handler, unsigned flags) : signal_(signal) {
-        struct sigaction action = {};
-        action.sa_sigaction = handler;
-        install(action, flags | SA_SIGINFO);
-    }
-    ~HostAction() { sigaction(signal_, &before_, nullptr); }
-
-  private:
-    void install(struct sigaction& action, unsigned flags) {
-        action.sa_flags = static_cast<int>(flags);
-        sigaddset(&action.sa_mask, SIGUSR2);
-        sigaction(signal_, &action, &before_);
-    }
-
-    int signal_;
-    struct sigaction before_ = {};
-};
-
 TEST(HostHandlers, GetSentSignalsInTheirOwnStyle) {
     for (int const signal : kFaultSignals) {
         SCOPED_TRACE(signal);
         {
-            HostAction const host(signal, note, 0);
+            HostAction const host(signal, note, SA_RESTART);
             handlerLog = {};
-            EXPECT_FALSE(guarded([signal] { std::raise(signal); }));
+            EXPECT_FALSE(guarded([signal] {
+                EXPECT_TRUE((currentAction(signal).sa_flags & SA_RESTART) != 0) << "system calls are interrupted";
+                std::raise(signal);
+            }));
             EXPECT_EQ(handlerLog.calls, 1);
             EXPECT_EQ(handlerLog.signal, signal);
             EXPECT_TRUE(handlerLog.withInfo && handlerLog.userSignalBlocked && handlerLog.ownSignalBlocked);
@@ -336,9 +391,19 @@ TEST(HostHandlers, GetSentSignalsInTheirOwnStyle) {
         EXPECT_FALSE(guarded([signal] { std::raise(signal); }));
         EXPECT_EQ(handlerLog.calls, 1);
         EXPECT_FALSE(handlerLog.ownSignalBlocked);
-        struct sigaction now = {};
-        sigaction(signal, nullptr, &now);
-        EXPECT_TRUE(now.sa_handler == SIG_DFL) << "a handler for one time stands for a second one";
+        EXPECT_TRUE(currentAction(signal).sa_handler == SIG_DFL) << "a handler for one time stands for a second one";
+    }
+}
+
+TEST(HostHandlers, GetMemoryErrorsOfTheMachine) {
+    HostAction const host(SIGBUS, note, 0);
+    for (int const code : {BUS_MCEERR_AR, BUS_MCEERR_AO}) {
+        handlerLog = {};
+        siginfo_t info = {};
+        info.si_signo = SIGBUS;
+        info.si_code = code;
+        EXPECT_FALSE(guarded([&info] { syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), SIGBUS, &info); }));
+        EXPECT_EQ(handlerLog.calls, 1);
     }
 }
 
@@ -384,38 +449,55 @@ void passAlong(int signal, siginfo_t* info, void* context) {
     if ((beneath.sa_flags & SA_SIGINFO) != 0) {
         beneath.sa_sigaction(signal, info, context);
     }
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    EXPECT_EQ(sigismember(&mask, SIGUSR2), 0) << "the mask of the handler below is in force after it";
+}
+
+/// The ways in which a SIGSEGV that somebody sent can meet a guard.
+void sendInEveryWay() {
+    std::raise(SIGSEGV);
+    EXPECT_FALSE(guarded([] { std::raise(SIGSEGV); }));
+    guarded([] { std::thread([] { std::raise(SIGSEGV); }).join(); });
 }
 
 TEST(HostHandlers, MayCoverOursAndCallItForEver) {
     HostAction const host(SIGSEGV, note, 0);
-    guarded([] {
-        struct sigaction cover = {};
-        cover.sa_sigaction = passAlong;
-        cover.sa_flags = SA_SIGINFO | SA_ONSTACK;
-        sigaction(SIGSEGV, &cover, &beneath);
-        EXPECT_TRUE(guarded(readNull)) << "a covered guard still gets what the cover passes on";
-    });
-    struct Row {
-        char const* name;
-        std::function<void()> raiseOnce;
-    };
-    Row const rows[] = {
-        {"Unguarded", [] { std::raise(SIGSEGV); }},
-        {"Guarded", [] { EXPECT_FALSE(guarded([] { std::raise(SIGSEGV); })); }},
-        {"AnotherThread", [] { guarded([] { std::thread([] { std::raise(SIGSEGV); }).join(); }); }},
-    };
-    for (Row const& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (int round = 0; round < 6; ++round) {
+        guarded([] {
+            struct sigaction cover = {};
+            cover.sa_sigaction = passAlong;
+            cover.sa_flags = SA_SIGINFO | SA_ONSTACK;
+            sigaction(SIGSEGV, &cover, &beneath);
+            EXPECT_TRUE(guarded(readNull)) << "a covered guard still gets what the cover passes on";
+        });
         passed = 0;
         handlerLog = {};
-        row.raiseOnce();
-        EXPECT_EQ(passed, 1) << "the cover";
-        EXPECT_EQ(handlerLog.calls, 1) << "the handler below both";
+        sendInEveryWay();
+        EXPECT_EQ(passed, 3) << "the cover";
+        EXPECT_EQ(handlerLog.calls, 3) << "the handler below both";
+        sigaction(SIGSEGV, &beneath, nullptr);  // the cover leaves and puts back what it had found: ours
+        sendInEveryWay();
+        EXPECT_TRUE(guarded(readNull));
+        EXPECT_EQ(passed, 3);
+        EXPECT_EQ(handlerLog.calls, 6);
+        EXPECT_TRUE(currentAction(SIGSEGV).sa_sigaction == note);
     }
-    sigaction(SIGSEGV, &beneath, nullptr);  // the cover leaves and puts back what it had found: ours
+}
+
+TEST(HostHandlers, StillGetSignalsThatFindOurHandlerTooLate) {
+    HostAction const host(SIGSEGV, note, 0);
+    struct sigaction ours = {};
+    guarded([&ours] { ours = currentAction(SIGSEGV); });
+    HostAction const laterHost(SIGSEGV, notePlainly, 0);
+    siginfo_t info = {};
+    info.si_signo = SIGSEGV;
+    info.si_code = SI_TKILL;
     handlerLog = {};
-    std::raise(SIGSEGV);
-    EXPECT_TRUE(guarded(readNull));
+    ours.sa_sigaction(SIGSEGV, &info, &info);  // on its way while the last guard left
+    EXPECT_EQ(handlerLog.calls, 1);
+    EXPECT_FALSE(handlerLog.withInfo) << "the handler that stands now";
+    sigaction(SIGSEGV, &ours, nullptr);  // somebody had saved the dispositions inside a guard
     std::raise(SIGSEGV);
     EXPECT_EQ(handlerLog.calls, 2);
 }

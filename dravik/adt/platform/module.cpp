@@ -39,11 +39,13 @@ int measureImage(dl_phdr_info* info, std::size_t, void* data) {
     return 1;
 }
 
-/// The program's own file: what the loader knows of it is the first argument, which may be anything.
-std::string programPath(char const* otherwise) {
-    std::error_code error;
-    std::string path = std::filesystem::read_symlink("/proc/self/exe", error).string();
-    return error ? otherwise : path;
+/// The program's own file; empty where the system does not tell.
+std::string const& programPath() {
+    static std::string const path = [] {
+        std::error_code error;
+        return std::filesystem::read_symlink("/proc/self/exe", error).string();
+    }();
+    return path;
 }
 
 }  // namespace
@@ -55,7 +57,8 @@ std::optional<Module> moduleAt(void const* address) {
     }
     Image image{reinterpret_cast<std::uintptr_t>(found.dli_fbase)};
     dl_iterate_phdr(&measureImage, &image);
-    Module module{image.isProgram ? programPath(found.dli_fname) : found.dli_fname, {}};
+    // For the program itself the loader only knows the first argument, which may be anything.
+    Module module{image.isProgram && !programPath().empty() ? programPath() : found.dli_fname, {}};
     std::uintptr_t const offset = reinterpret_cast<std::uintptr_t>(address) - image.base;
     if (offset < image.byteSize) {
         module.byteOffset = offset;

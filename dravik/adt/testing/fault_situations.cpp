@@ -2,9 +2,11 @@
 
 #include <fenv.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <ucontext.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <csignal>
@@ -68,10 +70,19 @@ void multiplyTrapped(int trapped, Number left, Number right) {
 }
 
 template <std::size_t ByteSize>
-[[gnu::noinline]] int overflow(int depth) {
+[[gnu::noinline]] int recurse(int depth) {
     char volatile frame[ByteSize];
     frame[ByteSize / 2] = static_cast<char>(depth);
-    return opaque(depth) < 0 ? 0 : overflow<ByteSize>(depth + 1) + frame[ByteSize / 2];
+    return opaque(depth) < 0 ? 0 : recurse<ByteSize>(depth + 1) + frame[ByteSize / 2];
+}
+
+template <std::size_t FrameByteSize>
+void overflow() {
+    rlimit limit = {};
+    getrlimit(RLIMIT_STACK, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, 8 << 20);  // a shell may have lifted it
+    setrlimit(RLIMIT_STACK, &limit);
+    recurse<FrameByteSize>(0);
 }
 
 struct Base {
@@ -240,8 +251,8 @@ constexpr FaultSituation kSituations[] = {
     {"FloatInexact", [] { multiplyTrapped(FE_INEXACT, 0.1, 0.1); }, FaultKind::floatInexact},
     {"X87Invalid", [] { multiplyTrapped<long double>(FE_INVALID, 0, HUGE_VALL); }, FaultKind::floatInvalidOperation},
     {"IllegalInstruction", [] { asm volatile("ud2"); }, FaultKind::illegalInstruction},
-    {"StackOverflow", [] { overflow<16>(0); }, FaultKind::stackOverflow},
-    {"StackOverflowOfLargeFrames", [] { overflow<300 << 10>(0); }, FaultKind::stackOverflow},
+    {"StackOverflow", overflow<16>, FaultKind::stackOverflow},
+    {"StackOverflowOfLargeFrames", overflow<300 << 10>, FaultKind::stackOverflow},
     {"VirtualCall", virtualCall},
     {"VirtualCallOnZeroes", virtualCallOnZeroes},
     {"NoexceptCaller", noexceptCaller},
