@@ -64,6 +64,7 @@
 #include "dravik/adt/core/shared_buffer.h"
 #include "dravik/adt/core/threading_mutex.h"
 #include "dravik/adt/diagnostics/hasher.h"
+#include "dravik/adt/diagnostics/histogram.h"
 #include "dravik/adt/diagnostics/named_timer.h"
 #include "dravik/adt/diagnostics/timer.h"
 #include "dravik/adt/diagnostics/timer_pool.h"

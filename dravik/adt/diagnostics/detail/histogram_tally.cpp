@@ -1,0 +1,254 @@
+#include "dravik/adt/diagnostics/detail/histogram_tally.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <tuple>
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::Detail {
+namespace {
+
+// Four samples side by side. Every operation on them rounds as the same operation on one.
+using Floats [[gnu::vector_size(16)]] = float;
+using Ints [[gnu::vector_size(16)]] = int;
+
+constexpr std::size_t kLanes = 4;
+constexpr std::size_t kBlock = 256;
+
+Floats loaded(float const* samples) noexcept {
+    Floats floats;
+    std::memcpy(&floats, samples, sizeof floats);
+    return floats;
+}
+
+// Widens a range until float can tell `binCount` places in it apart.
+std::pair<float, float> widened(float low, float high, unsigned binCount) noexcept {
+    if (high < low) {
+        std::swap(low, high);
+    }
+    float const middle = (low + high) * 0.5f;
+    float const magnitude = std::max(std::abs(low), std::abs(high));
+    float half = 0.5f * static_cast<float>(binCount) * magnitude * 0x1p-23f;
+    half = half < FLT_MIN ? FLT_MIN : half;
+    return {std::min(low, middle - half), std::max(high, middle + half)};
+}
+
+// Equal, or both not a number.
+bool isSame(float left, float right) noexcept {
+    return left == right || (std::isnan(left) && std::isnan(right));
+}
+
+// Lowest and highest of a block, and whether all of it are numbers. Where both zeros are the lowest or the highest,
+// either may be given.
+struct BlockEnds {
+    explicit BlockEnds(float const* samples) noexcept {
+        Floats low = loaded(samples);
+        Floats high = low;
+        Ints missing{};
+        for (std::size_t at = 0; at < kBlock; at += kLanes) {
+            Floats const four = loaded(samples + at);
+            missing |= four != four;
+            low = four < low ? four : low;
+            high = four > high ? four : high;
+        }
+        lowest = std::min(std::min(low[0], low[1]), std::min(low[2], low[3]));
+        highest = std::max(std::max(high[0], high[1]), std::max(high[2], high[3]));
+        allNumbers = (missing[0] | missing[1] | missing[2] | missing[3]) == 0;
+    }
+
+    float lowest;
+    float highest;
+    bool allNumbers;
+};
+
+}  // namespace
+
+void HistogramTally::placeFixed(float low, float high) noexcept {
+    std::tie(low, high) = widened(low, high, static_cast<unsigned>(bins.size()));
+    origin = low;
+    density = static_cast<float>(bins.size()) / (high - low);
+}
+
+void HistogramTally::placeFlexible(float low, float high) noexcept {
+    unsigned const tenth = static_cast<unsigned>(bins.size()) / 10;
+    std::tie(low, high) = widened(low, high, tenth >= 11 ? tenth : 10);
+    origin = low;
+    density = static_cast<float>(bins.size()) / (high - low);
+    if (!std::isfinite(density)) {
+        density = FLT_MAX;
+    }
+}
+
+float HistogramTally::placeLimit() const noexcept {
+    return std::min(static_cast<float>(bins.size()), 0x1p31f);
+}
+
+int HistogramTally::binIndex(float value) const noexcept {
+    float const place = (value - origin) * density;
+    if (!(place > -0x1p31f)) {
+        return INT_MIN;
+    }
+    int const whole = place >= 0x1p31f ? INT_MAX : static_cast<int>(place);
+    return value < origin ? whole - 1 : whole;
+}
+
+std::size_t HistogramTally::nearestBin(float value) const noexcept {
+    int const bin = binIndex(value);
+    return bin < 0 ? 0 : std::min(static_cast<std::size_t>(bin), bins.size());
+}
+
+void HistogramTally::add(float value) noexcept {
+    if (std::isnan(value)) {
+        return;
+    }
+    auto const isOutside = [this](int bin) { return bin < 0 || static_cast<std::size_t>(bin) >= bins.size(); };
+    int bin = binIndex(value);
+    if (flexible && isOutside(bin) && std::isfinite(value)) {
+        growFor(value, bin);
+        bin = binIndex(value);
+    }
+    if (isOutside(bin)) {
+        addOutside(value, bin);
+        return;
+    }
+    ++bins[static_cast<std::size_t>(bin)];
+    inside.add(value);
+}
+
+void HistogramTally::add(float const* first, std::size_t count) noexcept {
+    for (; count >= kBlock; first += kBlock, count -= kBlock) {
+        if (!addBlockInside(first)) {
+            addScattered(first, kBlock);
+        }
+    }
+    addScattered(first, count);
+}
+
+bool HistogramTally::addBlockInside(float const* samples) noexcept {
+    BlockEnds const ends(samples);
+    // A place never falls while the value rises, so if the ends are inside, everything is.
+    if (!ends.allNumbers || !(density >= 0) || !(ends.lowest >= origin) ||
+        !((ends.highest - origin) * density < placeLimit())) {
+        return false;
+    }
+    addBlockInside(samples, ends.lowest, ends.highest);
+    return true;
+}
+
+void HistogramTally::addBlockInside(float const* samples, float lowest, float highest) noexcept {
+    int places[kBlock];
+    for (std::size_t at = 0; at < kBlock; ++at) {
+        places[at] = static_cast<int>((samples[at] - origin) * density);
+    }
+    std::int64_t* const counts = bins.data();
+    double sum = inside.sum;
+    double squares = inside.squares;
+    for (std::size_t at = 0; at < kBlock; ++at) {
+        double const wide = samples[at];
+        ++counts[places[at]];
+        sum += wide;
+        squares += wide * wide;
+    }
+    inside.sum = sum;
+    inside.squares = squares;
+    inside.count += static_cast<std::uint32_t>(kBlock);
+    // Of the two zeros, which are equal, the one that came first counts.
+    auto const asItCame = [samples](float end) { return end == 0 ? *std::find(samples, samples + kBlock, 0.0f) : end; };
+    inside.minimum = lowest < inside.minimum ? asItCame(lowest) : inside.minimum;
+    inside.maximum = highest > inside.maximum ? asItCame(highest) : inside.maximum;
+}
+
+void HistogramTally::addScattered(float const* first, std::size_t count) noexcept {
+    for (float const* const end = first + count; first != end; ++first) {
+        first = addWhileInside(first, end);
+        if (first == end) {
+            return;
+        }
+        add(*first);
+    }
+}
+
+float const* HistogramTally::addWhileInside(float const* first, float const* end) noexcept {
+    // In variables of their own, or every sample would wait for the one before to reach memory and come back.
+    Statistics running = inside;
+    std::int64_t* const counts = bins.data();
+    float const start = origin;
+    float const perUnit = density;
+    float const limit = placeLimit();
+    for (; first != end; ++first) {
+        float const value = *first;
+        float const place = (value - start) * perUnit;
+        if (!(value >= start && place >= 0 && place < limit)) {
+            break;
+        }
+        ++counts[static_cast<int>(place)];
+        running.add(value);
+    }
+    inside = running;
+    return first;
+}
+
+void HistogramTally::addOutside(float value, int bin) noexcept {
+    if (bin < 0) {
+        ++underflows;
+        underflowMinimum = value < underflowMinimum ? value : underflowMinimum;
+    } else {
+        ++overflows;
+        overflowMaximum = value > overflowMaximum ? value : overflowMaximum;
+    }
+}
+
+void HistogramTally::growFor(float value, int bin) noexcept {
+    if (std::isnan(origin)) {
+        placeFlexible(value, value);
+        return;
+    }
+    // Here in double: a quotient of floats would give other bins after a few growths.
+    double const width = static_cast<double>(bins.size()) / static_cast<double>(density);
+    double reach = (static_cast<double>(value) - static_cast<double>(origin)) / width;
+    reach = reach < 0 ? 1 - reach : reach;
+    // Next to the ends of float the width may be infinite and the factor 0 or not a number; then the range stays.
+    double const enough = std::ceil(reach * 1.0000001192092896);
+    double const factor = enough >= 1 ? enough : 1;
+    bool const isBelow = bin < 0;
+    mergeBins(factor >= UINT_MAX ? UINT_MAX : static_cast<std::uint32_t>(factor), /*towardsEnd=*/isBelow);
+    if (isBelow) {
+        origin = static_cast<float>(static_cast<double>(origin) - (factor - 1) * width);
+    }
+    density = static_cast<float>(static_cast<double>(density) / factor);
+}
+
+void HistogramTally::mergeBins(std::uint32_t factor, bool towardsEnd) noexcept {
+    std::size_t const merged = (bins.size() + factor - 1) / factor;
+    for (std::size_t target = 0; target < merged; ++target) {
+        std::size_t const begin = target * factor;
+        std::size_t const end = std::min<std::size_t>(begin + factor, bins.size());
+        std::int64_t together = 0;
+        for (std::size_t source = begin; source < end; ++source) {
+            together += bins[source];
+        }
+        bins[target] = together;
+    }
+    auto const mergedEnd = bins.begin() + static_cast<std::ptrdiff_t>(merged);
+    if (towardsEnd) {
+        std::fill(bins.begin(), std::move_backward(bins.begin(), mergedEnd, bins.end()), 0);
+    } else {
+        std::fill(mergedEnd, bins.end(), 0);
+    }
+}
+
+bool HistogramTally::isLaidOutAs(HistogramTally const& other) const noexcept {
+    return flexible == other.flexible && bins.size() == other.bins.size() && isSame(density, other.density) &&
+           isSame(origin, other.origin);
+}
+
+bool operator==(HistogramTally const& left, HistogramTally const& right) noexcept {
+    return left.isLaidOutAs(right) && left.bins == right.bins && left.inside == right.inside &&
+           left.underflows == right.underflows && left.overflows == right.overflows &&
+           left.underflowMinimum == right.underflowMinimum && left.overflowMaximum == right.overflowMaximum;
+}
+
+}  // namespace Quorvel::Dravik::Adt::Detail
