@@ -42,7 +42,7 @@ struct Scaled {
     static constexpr RunFunction kRun = kExists ? runScaled<S, D> : nullptr;
 };
 
-constexpr InstructionSet kReference{"reference", RunTable::Of<Basic>(), RunTable::Of<Scaled>()};
+constexpr InstructionSet kReference{"reference", RunTable::Of<Basic>(), RunTable::Of<Scaled>(), RunTable()};
 
 }  // namespace
 

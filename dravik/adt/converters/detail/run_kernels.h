@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstddef>
+#include <span>
 
 namespace Quorvel::Dravik::Adt::Converters::Detail {
 
@@ -43,14 +44,23 @@ class RunTable {
     std::array<Row, kSampleTypeCount> rows_{};
 };
 
-/// The same conversions in the code of one instruction set.
+/// The conversions in the code of one instruction set.
 struct InstructionSet {
     char const* name;
     RunTable basic;   ///< without scaling
     RunTable scaled;  ///< any finite scale and offset
+    /// In single precision with one rounding, where that gives the same bits; null where it never does or where the set
+    /// has no such instruction. See scaledRun.
+    RunTable fused;
 };
 
-/// The code that every other set has to agree with, bit for bit: one value after the other.
+/// The code that every other set agrees with, bit for bit: one value after the other.
 InstructionSet const& referenceSet() noexcept;
+
+/// The sets that this processor can run, the reference among them, the fastest first.
+std::span<InstructionSet const* const> instructionSets() noexcept;
+
+/// The fastest function of `set` for a scaled conversion with this scale and offset.
+RunFunction scaledRun(InstructionSet const& set, SampleType in, SampleType out, Linear const& linear) noexcept;
 
 }  // namespace Quorvel::Dravik::Adt::Converters::Detail
