@@ -40,6 +40,10 @@ endfunction()
 
 dravik_adt_fault_guard_test(fault_guard_test)
 set_tests_properties(fault_guard_test PROPERTIES LABELS threads)
+if(NOT TARGET threaded_tests)
+    add_custom_target(threaded_tests)
+endif()
+add_dependencies(threaded_tests fault_guard_test)
 
 # The sanitizers change the code that the options are about.
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU" OR CMAKE_CXX_FLAGS MATCHES "-fsanitize")
