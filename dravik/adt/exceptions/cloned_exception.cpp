@@ -35,7 +35,7 @@ ICloneableException::ConstPtr ClonedException::catchException() {
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
-        ConstPtr const clone = askHandlers();
+        ConstPtr clone = askHandlers();
         return clone ? clone : UnknownException().clone();
     }
 }
@@ -47,7 +47,7 @@ void ClonedException::registerExceptionHandler(Handler const& handler) {
 ICloneableException::ConstPtr ClonedException::askHandlers() {
     for (Handler const& handler : ex_handlers_) {
         try {
-            if (ConstPtr const clone = handler()) {
+            if (ConstPtr clone = handler()) {
                 return clone;
             }
         } catch (abi::__forced_unwind&) {

@@ -43,7 +43,7 @@ void call(void const* target) {
 }
 
 constexpr std::uintptr_t kNonCanonical = 0x8000'0000'0000'1000;
-int const readOnly = 1;
+int const kReadOnly = 1;
 unsigned char data[64];
 
 void busError() {
@@ -218,7 +218,7 @@ constexpr FaultSituation kSituations[] = {
     {"ReadNull", [] { load(0); }, FaultKind::accessViolation, FaultAccess::read, 0},
     {"ReadNearNull", [] { load(8); }, FaultKind::accessViolation, FaultAccess::read, 8},
     {"WriteNearNull", [] { store(8); }, FaultKind::accessViolation, FaultAccess::write, 8},
-    {"WriteConstant", [] { store(reinterpret_cast<std::uintptr_t>(&readOnly)); }, FaultKind::accessViolation,
+    {"WriteConstant", [] { store(reinterpret_cast<std::uintptr_t>(&kReadOnly)); }, FaultKind::accessViolation,
      FaultAccess::write},
     {"CallNull", [] { call(nullptr); }, FaultKind::accessViolation, FaultAccess::execute, 0},
     {"CallData", [] { call(data); }, FaultKind::accessViolation, FaultAccess::execute},
