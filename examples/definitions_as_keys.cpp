@@ -1,12 +1,12 @@
 // A host finds the data that it has open already by what the data is, and works out which part of it a window needs.
 
-#include "dravik/adt/bulkdef/entity/derived_entity_def.h"
-#include "dravik/adt/bulkdef/entity/source_entity_def.h"
-#include "dravik/adt/bulkdef/source/bulk_file_def.h"
-#include "dravik/adt/bulkdef/transform/decimate_def.h"
-#include "dravik/adt/bulkdef/view/array_subset_def.h"
-#include "dravik/adt/bulkdef/view/array_view_converter.h"
-#include "dravik/adt/bulkdef/view/composite_view_def.h"
+#include <dravik/adt/bulkdef/entity/derived_entity_def.h>
+#include <dravik/adt/bulkdef/entity/source_entity_def.h>
+#include <dravik/adt/bulkdef/source/bulk_file_def.h>
+#include <dravik/adt/bulkdef/transform/decimate_def.h>
+#include <dravik/adt/bulkdef/view/array_subset_def.h>
+#include <dravik/adt/bulkdef/view/array_view_converter.h>
+#include <dravik/adt/bulkdef/view/composite_view_def.h>
 
 #include <functional>
 #include <iostream>

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks the rules of the tree: who may include whom, and that every test file is built by a target."""
+"""Checks the rules of the tree: who may include whom, that adt.h names every public header, and that every test file is
+built by a target."""
 
 import argparse
 import json
@@ -66,6 +67,13 @@ def check_includes(source: pathlib.Path) -> list[str]:
     return problems
 
 
+def check_one_include(source: pathlib.Path) -> list[str]:
+    included = INCLUDE.findall((source / ROOT / "adt.h").read_text())
+    headers = [file.relative_to(source) for file in (source / ROOT).rglob("*.h")]
+    public = {header.as_posix() for header in headers if not {"platform", "testing", "detail"} & set(header.parts)}
+    return [f"adt.h does not include {header}" for header in sorted(public - {ROOT + "/adt.h", *included})]
+
+
 def check_tests_are_built(source: pathlib.Path, compile_commands: pathlib.Path) -> list[str]:
     built = {pathlib.Path(entry["file"]).resolve() for entry in json.loads(compile_commands.read_text())}
     tests = [*(source / ROOT).rglob("*_test.cpp"), *(source / ROOT).rglob("*_test.c"),
@@ -78,7 +86,8 @@ def main() -> int:
     parser.add_argument("--source", type=pathlib.Path, required=True)
     parser.add_argument("--compile-commands", type=pathlib.Path, required=True)
     arguments = parser.parse_args()
-    problems = check_includes(arguments.source) + check_tests_are_built(arguments.source, arguments.compile_commands)
+    problems = [*check_includes(arguments.source), *check_one_include(arguments.source),
+                *check_tests_are_built(arguments.source, arguments.compile_commands)]
     for problem in problems:
         print(problem, file=sys.stderr)
     return 1 if problems else 0
