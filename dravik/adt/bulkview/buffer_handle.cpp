@@ -7,7 +7,6 @@ namespace Quorvel::Dravik::Adt::BulkView {
 
 using Detail::loadAcquire;
 using Detail::loadRelaxed;
-using Detail::storeDecisive;
 using Detail::storeRelaxed;
 using Detail::storeRelease;
 
@@ -58,7 +57,7 @@ boost::intrusive_ptr<BufferHandle::Owner> BufferHandle::assume(Loan loan) noexce
     storeRelaxed(buffer_, loan.buffer);
     storeRelaxed(access_, loan.access);
     auto former = owner_.exchange(std::move(loan.owner));
-    storeDecisive(invalidated_, loan.invalidated);
+    storeRelease(invalidated_, loan.invalidated);
     return former;
 }
 
@@ -95,16 +94,13 @@ bool BufferHandle::intersects(OpenEndedRange<4, int> range) const noexcept {
 
 // A thread that empties the range writes every upper end before a lower one, and `contains` reads the lower end first:
 // so a consumer that meets half of the change finds an index outside, or inside the block as it was lent.
-// The last word is written decisively: a fetch that overtakes an invalidation either leaves the range emptied or finds
-// the handle marked.
 void BufferHandle::storeRange(OpenEndedRange<4, int> const& range) noexcept {
     for (int axis = 0; axis < 4; ++axis) {
         storeRelaxed(info_.range.max.data()[axis], range.max.data()[axis]);
     }
-    for (int axis = 3; axis > 0; --axis) {
+    for (int axis = 0; axis < 4; ++axis) {
         storeRelease(info_.range.min.data()[axis], range.min.data()[axis]);
     }
-    storeDecisive(info_.range.min.data()[0], range.min.data()[0]);
 }
 
 void BufferHandle::storeInfo(ArrayInfo const& info) noexcept {
@@ -148,7 +144,7 @@ void BufferHandle::empty() noexcept {
     storeInfo(ArrayInfo());
     storeRelaxed<void*>(buffer_, nullptr);
     storeRelaxed(access_, AdtEnums::NoAccess);
-    storeDecisive(invalidated_, false);
+    storeRelease(invalidated_, false);
 }
 
 void BufferHandle::reset(bool releaseOwner) {
@@ -160,9 +156,9 @@ void BufferHandle::reset(bool releaseOwner) {
 
 void BufferHandle::invalidate(bool emptyRange) volatile noexcept {
     auto& self = const_cast<BufferHandle&>(*this);
-    // Marked before and after. Before, so that a fetch which overtakes the rest finds the mark; after, so that the mark
-    // stands even where the consumer has cleared the first one meanwhile.
-    storeDecisive(self.invalidated_, true);
+    // Marked before and after. Before, so that a fetch which overtakes the rest finds the mark when it asks whether the
+    // loan stands; after, so that the mark stands even where the consumer has cleared the first one meanwhile.
+    Detail::exchange(self.invalidated_, true);
     if (emptyRange) {
         using Index = FixedVector<4, int>;
         self.storeRange({Index::Filled(std::numeric_limits<int>::max()), Index()});

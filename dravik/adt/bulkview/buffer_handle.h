@@ -69,7 +69,7 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     // What the handle holds. None of these takes a lock.
 
     bool isNull() const noexcept { return buffer() == nullptr; }
-    bool isInvalidated() const noexcept { return Detail::loadDecisive(invalidated_); }
+    bool isInvalidated() const noexcept { return Detail::loadAcquire(invalidated_); }
     void* buffer() const noexcept { return Detail::loadRelaxed(buffer_); }
     AdtEnums::Access access() const noexcept { return Detail::loadRelaxed(access_); }
     /// The owner, borrowed: an intrusive_ptr made of it keeps it.
@@ -150,6 +150,10 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     [[nodiscard]] boost::intrusive_ptr<Owner> assume(Loan loan) noexcept;
 
     // Changes by the consumer.
+
+    /// Whether the loan just fetched stands. After a fetch this and not isInvalidated is the question: a notification
+    /// that overlaps it either is seen here or sees what the consumer has written before it asked.
+    bool confirm() noexcept { return Detail::stillIs(invalidated_, false); }
 
     /// Empties the handle, keeping the owner unless `releaseOwner`; brackets and failures as for a producer's change.
     void reset(bool releaseOwner);

@@ -35,7 +35,14 @@ class DRAVIK_ADT_EXPORT Typed3dRoView : public TypedViewBase<3, T, Traits> {
 
     /// Copies the `count` samples from (i, j, k) on along the third axis to `out`; none for a count of 0 or less.
     /// @throws as get does, with the samples of the blocks before already in `out`
-    void prototypeGetKTrace(int i, int j, int k, T* out, int count) const;
+    void prototypeGetKTrace(int i, int j, int k, T* out, int count) const {
+        Index const first(i, j, k);
+        if (this->holdsDenseRun(first, count)) {
+            std::copy_n(&get(first), count, out);
+        } else {
+            copyRuns(first, count, out);
+        }
+    }
     /// The same, sample by sample.
     void prototypeGetFloatKTrace(int i, int j, int k, float* out, int count) const;
 
@@ -43,6 +50,7 @@ class DRAVIK_ADT_EXPORT Typed3dRoView : public TypedViewBase<3, T, Traits> {
     // Calls take(first, stride, count) for each run of the trace that lies in one block.
     template <class Take>
     void forEachRun(Index index, int count, Take take) const;
+    void copyRuns(Index start, int count, T* out) const;
 };
 
 /// Reads and writes single samples of three-dimensional data.
@@ -80,8 +88,8 @@ void Typed3dRoView<T, Traits>::forEachRun(Index index, int count, Take take) con
 }
 
 template <class T, class Traits>
-void Typed3dRoView<T, Traits>::prototypeGetKTrace(int i, int j, int k, T* out, int count) const {
-    forEachRun(Index(i, j, k), count, [&out](T const* first, std::int64_t stride, int taken) {
+void Typed3dRoView<T, Traits>::copyRuns(Index start, int count, T* out) const {
+    forEachRun(start, count, [&out](T const* first, std::int64_t stride, int taken) {
         if (stride == 1) {
             out = std::copy_n(first, taken, out);
             return;

@@ -107,6 +107,12 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     std::int64_t offset(int i, int j, int k) const noexcept { return offset(FixedVector<3, int>(i, j, k)); }
     std::int64_t offset(int i, int j, int k, int l) const noexcept { return offset(FixedVector<4, int>(i, j, k, l)); }
 
+    /// Whether `count` samples from `index` on along the last axis are held and adjacent in memory.
+    bool holdsDenseRun(Index const& index, int count) const noexcept {
+        return holds(index) && strides_[N - 1] == 1 &&
+               count <= std::int64_t{lastAxisEnd_} - std::int64_t{index.data()[N - 1]};
+    }
+
     /// Of the block that the last access was served from: samples from one index to the next, and the exclusive end.
     std::int64_t blockStride(int axis) const noexcept { return strides_[axis]; }
     int lastAxisEnd() const noexcept { return lastAxisEnd_; }
@@ -130,8 +136,8 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
         return origin + samples * sizeof(T);
     }
 
-    T const& getOnMiss(Index const& index) const;
-    T& writableOnMiss(Index const& index);
+    T const& getOnMiss(Index index) const;
+    T& writableOnMiss(Index index);
     void checkInside(Index const& index, AdtEnums::Access access) const;
     void request(Index const& index, AdtEnums::Access access) const;
     void adoptForReading() const;

@@ -54,8 +54,9 @@ class TypedViewIterBase {
     TypedViewIterBase& operator++() noexcept {
         index_ += lastAxisStep();
         address_ += stride_;
-        if (index_.data()[N - 1] >= runEnd_) [[unlikely]] {
-            *this = atNextRun(*this);
+        if (index_.data()[N - 1] >= runEnd_) {
+            carry();
+            findRun();
         }
         return *this;
     }
@@ -80,13 +81,12 @@ class TypedViewIterBase {
 
     // Whether the view still holds the block that address_ was taken from.
     bool isCurrent() const noexcept {
-        return ((fetchCount_ ^ view_->fetchCount_) |
-                static_cast<std::uint64_t>(word_ ^ view_->handle_.firstAxisEnd())) == 0;
+        return ((fetchCount_ ^ view_->fetchCount_) | static_cast<unsigned>(word_ ^ view_->handle_.firstAxisEnd())) == 0;
     }
 
-    // By value, in and out: an iterator whose address is never taken stays in registers.
-    static TypedViewIterBase atNextRun(TypedViewIterBase at) noexcept;
-    void carry() noexcept;
+    // Both inline whatever their length: an iterator whose address is never taken stays in registers.
+    [[gnu::always_inline]] void carry() noexcept;
+    [[gnu::always_inline]] void findRun() noexcept;
 
     View const* view_ = nullptr;
     Index index_;
@@ -95,11 +95,11 @@ class TypedViewIterBase {
     std::uintptr_t address_ = 0;
     std::uintptr_t stride_ = 0;  // bytes
     std::uint64_t fetchCount_ = 0;
-    long long word_ = 0;
+    int word_ = 0;
 };
 
 template <int N, class T>
-void TypedViewIterBase<N, T>::carry() noexcept {
+inline void TypedViewIterBase<N, T>::carry() noexcept {
     if (box_.isEmpty()) {
         index_.data()[0] = box_.max.data()[0];
         return;
@@ -111,25 +111,21 @@ void TypedViewIterBase<N, T>::carry() noexcept {
 }
 
 template <int N, class T>
-TypedViewIterBase<N, T> TypedViewIterBase<N, T>::atNextRun(TypedViewIterBase at) noexcept {
-    at.carry();
-    if (at == std::default_sentinel) {
-        return at;
+inline void TypedViewIterBase<N, T>::findRun() noexcept {
+    if (*this == std::default_sentinel) {
+        return;
     }
-    View const& view = *at.view_;
-    at.fetchCount_ = view.fetchCount_;
-    at.word_ = view.window_.word();
-    int const last = at.index_.data()[N - 1];
-    if (view.holds(at.index_)) {
-        at.address_ = view.address(view.readOrigin_, at.index_);
-        at.stride_ = static_cast<std::uintptr_t>(view.strides_[N - 1]) * sizeof(T);
-        at.runEnd_ = std::min(view.lastAxisEnd_, at.box_.max.data()[N - 1]);
+    fetchCount_ = view_->fetchCount_;
+    word_ = view_->window_.word();
+    if (view_->holds(index_)) {
+        address_ = view_->address(view_->readOrigin_, index_);
+        stride_ = static_cast<std::uintptr_t>(view_->strides_[N - 1]) * sizeof(T);
+        runEnd_ = std::min(view_->lastAxisEnd_, box_.max.data()[N - 1]);
     } else {
         // The first sample of a block is read through the view, which fetches it; the next step finds the row.
-        --at.fetchCount_;
-        at.runEnd_ = last + 1;
+        --fetchCount_;
+        runEnd_ = index_.data()[N - 1] + 1;
     }
-    return at;
 }
 
 /// The samples of a box of a view, last axis fastest: an input range that refers to the view.

@@ -26,37 +26,48 @@ class IndexWindow {
     using Index = FixedVector<N, int>;
 
     /// Admits nothing.
-    IndexWindow() noexcept = default;
+    IndexWindow() noexcept { close(); }
 
     /// Admits the indices of `range` as long as the word stays as it is: range.max[0], which becomes 0 when the loan
     /// ends. A box whose first axis ends at 0 anyway admits nothing here, nor does an empty one; the caller asks the
     /// handle about these.
     void open(OpenEndedRange<4, int> const& range) noexcept {
         close();
+        int const word = range.max.data()[0];
+        if (word == 0 || isEmpty(range)) {
+            return;
+        }
         for (int axis = 0; axis < N; ++axis) {
-            int const min = range.min.data()[axis];
-            int const max = range.max.data()[axis];
-            if (max <= min) {
-                return;
-            }
-            bias_[axis] = turned(static_cast<unsigned>(min));
-            limit_[axis] = turned(static_cast<unsigned>(max) - static_cast<unsigned>(min) - 1u);
+            auto const min = static_cast<unsigned>(range.min.data()[axis]);
+            auto const max = static_cast<unsigned>(range.max.data()[axis]);
+            bias_[axis] = turned(min);
+            limit_[axis] = turned(max - min - 1u);
         }
-        if (range.max.data()[0] != 0) {
-            word_ = range.max.data()[0];
-        }
+        word_ = word;
     }
 
-    void close() noexcept { word_ = kNeverThere; }
+    /// Admits nothing: only an index that no box can hold passes the test, and only a word that no loan has.
+    void close() noexcept {
+        for (int axis = 0; axis < N; ++axis) {
+            bias_[axis] = turned(INT_MAX);
+            limit_[axis] = turned(0);
+        }
+        word_ = INT_MIN;
+    }
 
     /// The word that must still be found for the window to stand.
-    long long word() const noexcept { return word_; }
+    int word() const noexcept { return word_; }
 
     bool admits(Index const& index, int word) const noexcept { return (outside(index) | (word ^ word_)) == 0; }
 
   private:
-    // Beyond every `int`, so that a closed window meets no word that equals it.
-    static constexpr long long kNeverThere = LLONG_MAX;
+    static bool isEmpty(OpenEndedRange<4, int> const& range) noexcept {
+        bool empty = false;
+        for (int axis = 0; axis < N; ++axis) {
+            empty = empty || range.max.data()[axis] <= range.min.data()[axis];
+        }
+        return empty;
+    }
 
     static int turned(unsigned value) noexcept { return static_cast<int>(value ^ 0x80000000u); }
 
@@ -90,7 +101,7 @@ class IndexWindow {
     // Axes beyond N compare 0 - 0 with the largest number.
     alignas(16) int bias_[4] = {0, 0, 0, 0};
     alignas(16) int limit_[4] = {INT_MAX, INT_MAX, INT_MAX, INT_MAX};
-    long long word_ = kNeverThere;
+    int word_ = 0;
 };
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Detail

@@ -1,7 +1,7 @@
 #pragma once
 
-// Access to plain words that another thread may write while their owner reads them. On the usual processors all but
-// storeDecisive cost what a plain load or store costs.
+// Access to plain words that another thread may write while their owner reads them. On the usual processors the
+// loads and stores cost what plain ones cost, and what decides an order costs a locked instruction.
 
 #include <atomic>
 
@@ -29,16 +29,19 @@ void storeRelease(Word& word, Word value) noexcept {
     std::atomic_ref<Word>(word).store(value, std::memory_order_release);
 }
 
-/// Decisive loads and stores happen in one order for all threads: of two threads that each store one word and then load
-/// the other's, at least one sees what the other stored.
+/// Puts `value` in place of the word. Of two threads that call exchange or stillIs on one word, the later sees what the
+/// earlier wrote before its call, to this word and to any other.
 template <class Word>
-Word loadDecisive(Word const& word) noexcept {
-    return std::atomic_ref<Word>(const_cast<Word&>(word)).load(std::memory_order_seq_cst);
+void exchange(Word& word, Word value) noexcept {
+    std::atomic_ref<Word>(word).exchange(value, std::memory_order_acq_rel);
 }
 
+/// Whether the word is `value`, decided in the order that exchange speaks of.
 template <class Word>
-void storeDecisive(Word& word, Word value) noexcept {
-    std::atomic_ref<Word>(word).store(value, std::memory_order_seq_cst);
+bool stillIs(Word& word, Word value) noexcept {
+    Word expected = value;
+    return std::atomic_ref<Word>(word).compare_exchange_strong(
+        expected, value, std::memory_order_acq_rel, std::memory_order_acquire);
 }
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Detail

@@ -73,14 +73,14 @@ void TypedViewBase<N, T, Traits>::resetBlock() const {
     inStep_ = false;
     ++fetchCount_;
     handle_.reset(/*releaseOwner=*/true);
-    Detail::storeDecisive<T const*>(readPointer_, nullptr);
+    Detail::storeRelaxed<T const*>(readPointer_, nullptr);
     writePointer_ = nullptr;
     readOrigin_ = writeOrigin_ = 0;
     originOffset_ = 0;
 }
 
 template <int N, class T, class Traits>
-T const& TypedViewBase<N, T, Traits>::getOnMiss(Index const& index) const {
+T const& TypedViewBase<N, T, Traits>::getOnMiss(Index index) const {
     // The window is not open for every block that the handle may hold.
     if (!inStep_ || !handle_.contains(index)) {
         getReadBuffer(index);
@@ -89,7 +89,7 @@ T const& TypedViewBase<N, T, Traits>::getOnMiss(Index const& index) const {
 }
 
 template <int N, class T, class Traits>
-T& TypedViewBase<N, T, Traits>::writableOnMiss(Index const& index) {
+T& TypedViewBase<N, T, Traits>::writableOnMiss(Index index) {
     if (!inStep_ || writePointer_ == nullptr || !handle_.contains(index)) {
         getWriteBuffer(index);
     }
@@ -170,9 +170,9 @@ void TypedViewBase<N, T, Traits>::adopt(T const* readPointer, T* writePointer) c
     ++fetchCount_;
     inStep_ = true;
     window_.open(info.range);
-    // Before the mark is looked at: a notification that comes too late to be seen there sees this pointer and empties
-    // the range.
-    Detail::storeDecisive(readPointer_, readPointer);
+    // Before the handle is asked whether the loan stands: a notification that comes too late to be seen there sees this
+    // pointer and empties the range.
+    Detail::storeRelaxed(readPointer_, readPointer);
 }
 
 template <int N, class T, class Traits>
@@ -186,7 +186,7 @@ void TypedViewBase<N, T, Traits>::adoptStrides(BufferHandle::ArrayInfo const& in
 
 template <int N, class T, class Traits>
 bool TypedViewBase<N, T, Traits>::resetIfInvalidated() const {
-    if (!handle_.isInvalidated()) {
+    if (handle_.confirm()) {
         return false;
     }
     window_.close();
@@ -240,7 +240,7 @@ void TypedViewBase<N, T, Traits>::bufferInvalidated(BufferHandle::Owner const* o
     }
     handle_.invalidate(/*emptyRange=*/false);
     // A view that shows the null value goes on showing it; one that reads memory must ask again.
-    handle_.invalidate(/*emptyRange=*/Detail::loadDecisive(readPointer_) == handle_.buffer());
+    handle_.invalidate(/*emptyRange=*/Detail::loadRelaxed(readPointer_) == handle_.buffer());
 }
 
 template <int N, class T, class Traits>

@@ -1,0 +1,322 @@
+// What a sample costs through a typed view: in memory order, along the slowest axis, at random; in one block and over
+// bricks; one by one, iterated and as traces. Beside a raw pointer, an array that checks its bounds, and others'
+// arrays.
+
+#include "contest.h"
+
+#include "dravik/adt/bulkview/accessors/memory_accessor.h"
+#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/core/shared_array.h"
+
+#include <boost/multi_array.hpp>
+#if __has_include(<xtensor/xadapt.hpp>)
+#include <xtensor/xadapt.hpp>
+#define DRAVIK_ADT_BENCH_XTENSOR
+#endif
+#ifdef DRAVIK_ADT_BENCH_OPENVDB  // which has to be linked, so the build says whether it is there
+#include <openvdb/openvdb.h>
+#include <openvdb/tools/Dense.h>
+#endif
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstring>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt::Benchmarks {
+namespace {
+
+using BulkView::AdtEnums;
+using BulkView::BufferHandle;
+using BulkView::IBufferAccessor;
+using BulkView::Accessors::MemoryAccessor;
+using View = BulkView::Typed3dRoView<float>;
+using Index3 = FixedVector<3, int>;
+
+constexpr int kReads = 1 << 20;
+
+std::uint64_t bitsOf(float sample) {
+    return std::bit_cast<std::uint32_t>(sample);
+}
+
+// What every entry does with the samples: add them up one after the other, as rounding demands, so that the price of
+// reading is not set against loops that a compiler may reorder.
+
+template <class Read>
+std::uint64_t sumInOrder(int side, Read read) {
+    float sum = 0;
+    for (int i = 0; i < side; ++i) {
+        for (int j = 0; j < side; ++j) {
+            for (int k = 0; k < side; ++k) {
+                sum += read(i, j, k);
+            }
+        }
+    }
+    return bitsOf(sum);
+}
+
+/// The first axis, the slowest in memory, innermost; over a quarter of the planes.
+template <class Read>
+std::uint64_t sumAcross(int side, Read read) {
+    float sum = 0;
+    for (int k = 0; k < side; k += 4) {
+        for (int j = 0; j < side; ++j) {
+            for (int i = 0; i < side; ++i) {
+                sum += read(i, j, k);
+            }
+        }
+    }
+    return bitsOf(sum);
+}
+
+template <class Read>
+std::uint64_t sumAt(std::vector<Index3> const& indices, Read read) {
+    float sum = 0;
+    for (Index3 const& index : indices) {
+        int const* const p = index.data();
+        sum += read(p[0], p[1], p[2]);
+    }
+    return bitsOf(sum);
+}
+
+/// A pointer and two strides.
+struct RawArray {
+    float operator()(int i, int j, int k) const { return samples[i * plane + j * row + k]; }
+
+    float const* samples;
+    std::ptrdiff_t plane, row;
+};
+
+/// The same, with each index checked against its size.
+class CheckedArray {
+  public:
+    CheckedArray(RawArray const& array, int side)
+        : array_(array), sizes_{unsigned(side), unsigned(side), unsigned(side)} {}
+
+    float operator()(int i, int j, int k) const {
+        if (outside(i, 0) || outside(j, 1) || outside(k, 2)) {
+            throw std::out_of_range("index outside");
+        }
+        return array_(i, j, k);
+    }
+
+  private:
+    bool outside(int index, std::size_t axis) const { return static_cast<unsigned>(index) >= sizes_[axis]; }
+
+    RawArray array_;
+    std::array<unsigned, 3> sizes_;
+};
+
+/// Lends bricks that are all in memory, without owners: what a request costs is the view's share of it.
+class Bricks : public IBufferAccessor {
+  public:
+    Bricks(RawArray const& array, int side) : side_(side), perAxis_(side / kBrick) {
+        for (int corner = 0; corner < perAxis_ * perAxis_ * perAxis_; ++corner) {
+            int const i = corner / (perAxis_ * perAxis_) * kBrick, j = corner / perAxis_ % perAxis_ * kBrick;
+            auto& brick = bricks_.emplace_back();
+            for (int row = 0; row < kBrick * kBrick; ++row) {
+                float const* const start = &array.samples
+                                                [(i + row / kBrick) * array.plane + (j + row % kBrick) * array.row +
+                                                 corner % perAxis_ * kBrick];
+                brick.insert(brick.end(), start, start + kBrick);
+            }
+        }
+    }
+
+    FixedVector<4, int> getSize() override { return {side_, side_, side_, 1}; }
+    void setClient(IClient*) override {}
+    void setHint(HintType, OpenEndedRange<4, int> const&, float) override {}
+    void getBuffer(FixedVector<4, int> position, AdtEnums::Access, BufferHandle& handle) override {
+        FixedVector<4, int> min;
+        int place = 0;
+        for (int axis = 0; axis < 3; ++axis) {
+            int const brick = position.data()[axis] / kBrick;
+            min.data()[axis] = brick * kBrick;
+            place = place * perAxis_ + brick;
+        }
+        FixedVector<4, int> const max = min + FixedVector<4, int>(kBrick, kBrick, kBrick, 1);
+        auto* const memory = bricks_[std::size_t(place)].data();
+        handle.update(memory, {{min, max}, {kBrick * kBrick, kBrick, 1, 0}, 0}, AdtEnums::Read);
+    }
+    std::unique_ptr<IBufferAccessor> createClone() const override { return std::make_unique<Bricks>(*this); }
+    void dispose(bool) override {}
+
+  private:
+    static constexpr int kBrick = 64;
+
+    int side_;
+    int perAxis_;
+    std::vector<std::vector<float>> bricks_;
+};
+
+auto readerOf(View const& view) {
+    return [&view](int i, int j, int k) { return view.get(i, j, k); };
+}
+
+std::uint64_t sumOf(View const& view) {
+    float sum = 0;
+    for (float const sample : view.samples()) {
+        sum += sample;
+    }
+    return bitsOf(sum);
+}
+
+/// A cube of samples, and everybody's way to read it.
+class SampleAccessBench {
+  public:
+    explicit SampleAccessBench(int side)
+        : side_(side),
+          samples_(std::size_t(side) * std::size_t(side) * std::size_t(side)),
+          raw_{samples_.data(), std::ptrdiff_t{side} * side, side},
+          block_(std::make_unique<MemoryAccessor>(SharedArray<3>::Wrap<float>(samples_, {{}, Index3::Filled(side)}))),
+          multi_(samples_.data(), boost::extents[side][side][side]) {
+        for (std::size_t place = 0; place < samples_.size(); ++place) {
+            samples_[place] = static_cast<float>(place % 9973);
+        }
+        bricks_.init(std::make_unique<Bricks>(raw_, side));
+#ifdef DRAVIK_ADT_BENCH_OPENVDB
+        openvdb::initialize();
+        openvdb::tools::Dense<float const, openvdb::tools::LayoutZYX> const dense(
+            openvdb::CoordBBox({0, 0, 0}, {side - 1, side - 1, side - 1}), samples_.data());
+        openvdb::tools::copyFromDense(dense, *tree_, /*tolerance=*/0.0f);
+#endif
+    }
+
+    void readOneByOne(int turns) {
+        std::string const cube = " of " + std::to_string(side_) + "^3";
+        enterAll("get, all samples" + cube + " in memory order", turns, [this](auto read) {
+            return sumInOrder(side_, read);
+        });
+        enterAll("get, every fourth plane" + cube + " across memory order", turns, [this](auto read) {
+            return sumAcross(side_, read);
+        });
+        std::mt19937 engine(7);
+        std::uniform_int_distribution<int> index(0, side_ - 1);
+        std::vector<Index3> indices(kReads);
+        for (Index3& each : indices) {
+            each = Index3(index(engine), index(engine), index(engine));
+        }
+        enterAll("get, 2^20 samples" + cube + " at random", turns, [&](auto read) { return sumAt(indices, read); });
+    }
+
+    void iterate(int turns) {
+        Contest contest("iteration over " + std::to_string(side_) + "^3 samples");
+        contest.enter("raw pointer", [this] { return sumInOrder(side_, raw_); });
+        contest.enter("samples() of one block", [this] { return sumOf(block_); });
+        contest.enter("samples() over bricks of 64^3", [this] { return sumOf(bricks_); });
+        contest.enter("get, one block", [this] { return sumInOrder(side_, readerOf(block_)); });
+        contest.run(turns);
+    }
+
+    void copyTraces(int count) {
+        Contest contest("traces of " + std::to_string(count) + " adjacent samples");
+        std::vector<float> out(static_cast<std::size_t>(count));
+        enterTraces(contest, "memcpy", [&](int i, int j) {
+            std::memcpy(out.data(), &raw_.samples[i * raw_.plane + j * raw_.row], out.size() * sizeof(float));
+            return bitsOf(out.back());
+        });
+        enterTraces(contest, "prototypeGetKTrace, one block", [&](int i, int j) {
+            block_.prototypeGetKTrace(i, j, 0, out.data(), count);
+            return bitsOf(out.back());
+        });
+        enterTraces(contest, "prototypeGetKTrace, bricks of 64^3", [&](int i, int j) {
+            bricks_.prototypeGetKTrace(i, j, 0, out.data(), count);
+            return bitsOf(out.back());
+        });
+        contest.run();
+    }
+
+    /// The volume seen with its axes the other way round: samples along the third axis lie a plane apart.
+    void copyStridedTraces() {
+        View const turned(std::make_unique<MemoryAccessor>(
+            SharedArray<3>::Wrap<float>(samples_, {{}, Index3::Filled(side_)}, {1, side_, side_ * side_})));
+        Contest contest("traces of " + std::to_string(side_) + " samples, each a plane apart");
+        std::vector<float> out(static_cast<std::size_t>(side_));
+        enterTraces(contest, "raw pointer", [&](int i, int j) {
+            float const* from = raw_.samples + i + j * raw_.row;
+            for (float& sample : out) {
+                sample = *from;
+                from += raw_.plane;
+            }
+            return bitsOf(out.back());
+        });
+        enterTraces(contest, "prototypeGetKTrace", [&](int i, int j) {
+            turned.prototypeGetKTrace(i, j, 0, out.data(), side_);
+            return bitsOf(out.back());
+        });
+        contest.run();
+    }
+
+  private:
+    // One trace from each of 64^2 rows.
+    template <class Copy>
+    static void enterTraces(Contest& contest, std::string name, Copy copy) {
+        contest.enter(std::move(name), [copy] {
+            std::uint64_t sum = 0;
+            for (int row = 0; row < 64 * 64; ++row) {
+                sum += copy(row / 64, row % 64);
+            }
+            return sum;
+        });
+    }
+
+    // Each way to read takes part with `sum(read)`.
+    template <class Sum>
+    void enterAll(std::string title, int turns, Sum sum) {
+        Contest contest(std::move(title));
+        contest.enter("array that checks its bounds", [this, sum] { return sum(CheckedArray(raw_, side_)); });
+        contest.enter("raw pointer", [this, sum] { return sum(raw_); });
+        contest.enter("typed view, one block", [this, sum] { return sum(readerOf(block_)); });
+        contest.enter("typed view, bricks of 64^3", [this, sum] { return sum(readerOf(bricks_)); });
+        contest.enter(
+            "boost::multi_array", [this, sum] { return sum([this](int i, int j, int k) { return multi_[i][j][k]; }); });
+#ifdef DRAVIK_ADT_BENCH_XTENSOR
+        contest.enter("xtensor", [this, sum] {
+            auto const side = static_cast<std::size_t>(side_);
+            auto const tensor = xt::adapt(samples_, std::array<std::size_t, 3>{side, side, side});
+            return sum([&tensor](int i, int j, int k) { return tensor(i, j, k); });
+        });
+#else
+        contest.skip("xtensor", "skipped, the package is missing");
+#endif
+#ifdef DRAVIK_ADT_BENCH_OPENVDB
+        contest.enter("OpenVDB's cached accessor", [this, sum] {
+            auto const accessor = tree_->getConstAccessor();
+            return sum([&accessor](int i, int j, int k) { return accessor.getValue({i, j, k}); });
+        });
+#else
+        contest.skip("OpenVDB's cached accessor", "skipped, the package is missing");
+#endif
+        contest.run(turns);
+    }
+
+    int side_;
+    std::vector<float> samples_;
+    RawArray raw_;
+    View block_;
+    View bricks_;
+    boost::multi_array_ref<float, 3> multi_;
+#ifdef DRAVIK_ADT_BENCH_OPENVDB
+    openvdb::FloatGrid::Ptr tree_ = openvdb::FloatGrid::create(-1.0f);
+#endif
+};
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt::Benchmarks
+
+int main() {
+    using Quorvel::Dravik::Adt::Benchmarks::SampleAccessBench;
+    SampleAccessBench inCache(64);
+    inCache.readOneByOne(/*turns=*/15);
+    inCache.iterate(/*turns=*/15);
+    SampleAccessBench large(256);
+    large.readOneByOne(/*turns=*/7);
+    large.iterate(/*turns=*/7);
+    for (int const count : {16, 64, 256}) {
+        large.copyTraces(count);
+    }
+    large.copyStridedTraces();
+}
