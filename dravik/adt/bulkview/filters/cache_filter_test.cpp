@@ -5,8 +5,9 @@
 #include "dravik/adt/testing/conformance.h"
 #include "dravik/adt/testing/failing_calls.h"
 #include "dravik/adt/testing/failure_loop.h"
+#include "dravik/adt/testing/lending_accessor.h"
 #include "dravik/adt/testing/random.h"
-#include "dravik/adt/testing/recording_chain.h"
+#include "dravik/adt/testing/slow_cache.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +16,6 @@
 #include <climits>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -27,153 +27,55 @@ namespace {
 using Box = OpenEndedRange<4, int>;
 using Position = FixedVector<4, int>;
 using Loan = BufferHandle::Loan;
+using Testing::CallingOwner;
 using testing::ElementsAre;
 using Testing::Journal;
+using Testing::LendingAccessor;
 using Testing::Random;
 using Testing::RecordingAccessor;
 
-// Calls back when it is destroyed.
-struct CallingOwner : BufferHandle::Owner {
-    explicit CallingOwner(std::function<void()> atEnd) : atEnd_(std::move(atEnd)) {}
-    ~CallingOwner() override { atEnd_(); }
-    void lock() override {}
-    void unlock() override {}
-    std::function<void()> atEnd_;
-};
-
-// Answers requests with whatever `lend` puts into the handle.
-struct LendingAccessor : RecordingAccessor {
-    using Lend = std::function<void(Position, AdtEnums::Access, BufferHandle&)>;
-    LendingAccessor(Position size, Lend lending) : RecordingAccessor("", Journal(), size), lend(std::move(lending)) {}
-    ~LendingAccessor() override { onEnd(); }
-    void getBuffer(Position position, AdtEnums::Access access, BufferHandle& handle) override {
-        lend(position, access, handle);
-    }
-    Lend lend;
-    std::function<void()> onEnd = [] {};
-};
-
 constexpr int kNever = CacheFilter::kNever;
 
-struct CacheLimits {
-    int budget, half, full;
-};
-
-// The rules of the cache, literally: one entry after the other, one step after the other.
-class SlowCache {
+// One random script: the cache and the slow model see the same requests, the same answers of the target and the same
+// notifications. Every block has a buffer of its own, so what a request is served with names the entry; the owners that
+// are alive in the end tell which entries there are.
+class Script {
   public:
-    SlowCache(int axes, CacheLimits const& limits) : axes_(axes), limits_(limits) {}
-
-    std::optional<Loan> lookUp(Position const& p, AdtEnums::Access access) {
-        if (isIndex(predicted_) && matches(predicted_, p, access)) {
-            previous_ = predicted_;
-            predicted_ = at(previous_).next;
-            return at(previous_).loan;
+    explicit Script(Random& random) : random_(random) {
+        for (int axis = 0; axis < 4; ++axis) {
+            size_[axis] = axis < axes_ ? random.between(2, 14) : 1;
+            length_[axis] = random.between(1, 5);
+            phase_[axis] = random.between(0, layout_ == Layout::kShiftedBricks ? length_[axis] - 1 : 0);
         }
-        if (!contains(covered_, p) || entries.empty()) {
-            return std::nullopt;
-        }
-        int const n = size();
-        bool const backward = backward_;
-        int i = backward ? n - 1 : 0;
-        for (int remaining = n; !matches(i, p, access); i += backward ? -1 : 1) {
-            if (remaining == n / 2) {
-                backward_ = !backward;
-            }
-            if (--remaining == 0) {
-                return std::nullopt;
-            }
-        }
-        if (isIndex(previous_)) {
-            at(previous_).next = i;
-        }
-        previous_ = i;
-        predicted_ = at(i).next;
-        return at(i).loan;
+        auto const lend = [this](Position position, AdtEnums::Access access, BufferHandle& handle) {
+            answer(position, access, handle);
+        };
+        cache_ = CacheFilter::Apply(
+            std::make_unique<LendingAccessor>(size_, lend), limits_.sampleBudget, limits_.halfDensityThreshold,
+            limits_.fullDensityThreshold);
+        notified_ = dynamic_cast<IBufferAccessor::IClient*>(cache_.get());
     }
 
-    void store(Loan const& loan) {
-        Box const& box = loan.info.range;
-        unsigned const old = samples_;
-        unsigned const s = static_cast<unsigned>(count(box));
-        samples_ += s;
-        for (int a = 0; a < axes_; ++a) {
-            bool const wasEmpty = covered_.max[a] <= covered_.min[a];
-            bool const isEmpty = box.max[a] <= box.min[a];
-            int const low = wasEmpty ? box.min[a] : isEmpty ? covered_.min[a] : std::min(box.min[a], covered_.min[a]);
-            covered_.max[a] = wasEmpty ? box.max[a] : isEmpty ? covered_.max[a] : std::max(box.max[a], covered_.max[a]);
-            covered_.min[a] = low;
+    void run() {
+        auto const steps = random_.between<std::size_t>(20, 250);
+        for (step_ = 0; step_ < steps && !testing::Test::HasFailure(); ++step_) {
+            random_.chance(90) ? request() : notify();
         }
-        std::int64_t const c = std::min<std::int64_t>(count(covered_), UINT_MAX);
-        auto const n = static_cast<unsigned>(size());
-        if (samples_ > static_cast<unsigned>(limits_.budget) ||
-            (n >= static_cast<unsigned>(limits_.full) && c > samples_) ||
-            (n >= static_cast<unsigned>(limits_.half) && c / 2 >= old)) {
-            entries.clear();
-            samples_ = s;
-            previous_ = predicted_ = -1;
-            covered_ = box;
+        std::set<BufferHandle::Owner const*> kept;
+        for (auto const& entry : model_.entries()) {
+            kept.insert(entry.loan.owner.get());
         }
-        if (isIndex(previous_)) {
-            at(previous_).next = size();
-        }
-        previous_ = size();
-        predicted_ = -1;
-        entries.push_back({loan, -1});
+        kept.erase(nullptr);
+        model_.forget([](Loan const&) { return true; });
+        handle_.reset(/*releaseOwner=*/true);
+        owner_.reset();
+        EXPECT_EQ(aliveCount_, kept.size());
     }
-
-    struct Entry {
-        Loan loan;
-        int next;
-    };
-    std::vector<Entry> entries;
 
   private:
-    int size() const { return static_cast<int>(entries.size()); }
-    bool isIndex(int i) const { return i >= 0 && i < size(); }
-    Entry& at(int i) { return entries.at(static_cast<std::size_t>(i)); }
-    bool contains(Box const& box, Position const& p) const {
-        bool inside = true;
-        for (int a = 0; a < axes_; ++a) {
-            inside = inside && box.min[a] <= p[a] && p[a] < box.max[a];
-        }
-        return inside;
-    }
-    bool matches(int i, Position const& p, AdtEnums::Access access) {
-        Loan const& loan = at(i).loan;
-        return contains(loan.info.range, p) && (access == loan.access || access == AdtEnums::Read) && !loan.invalidated;
-    }
-    std::int64_t count(Box const& box) const {
-        std::int64_t product = 1;
-        for (int a = 0; a < axes_; ++a) {
-            product *= std::max<std::int64_t>(box.size(a), 0);
-        }
-        return product;
-    }
+    enum class Layout { kBricks, kShiftedBricks, kNested, kAnything };
 
-    int axes_;
-    CacheLimits limits_;
-    int previous_ = -1;
-    int predicted_ = -1;
-    bool backward_ = false;
-    Box covered_;
-    unsigned samples_ = 0;
-};
-
-// How a random target lays out its blocks.
-enum class Layout { kBricks, kShiftedBricks, kNested, kAnything };
-
-class Blocks {
-  public:
-    Blocks(Random& random, Layout layout, int axes, Position size)
-        : random_(random), layout_(layout), axes_(axes), size_(size) {
-        for (int axis = 0; axis < 4; ++axis) {
-            length_[axis] = random.between(1, 5);
-            phase_[axis] = layout == Layout::kShiftedBricks ? random.between(0, length_[axis] - 1) : 0;
-        }
-    }
-
-    Box around(Position const& p) {
+    Box blockAround(Position const& p) {
         Box box;
         for (int axis = 0; axis < 4; ++axis) {
             int const low = (p[axis] + phase_[axis]) / length_[axis] * length_[axis] - phase_[axis];
@@ -190,129 +92,106 @@ class Blocks {
         return box;
     }
 
-  private:
+    void answer(Position const& position, AdtEnums::Access access, BufferHandle& handle) {
+        if (owner_ == nullptr || random_.chance(70)) {
+            ++aliveCount_;
+            owner_ = new CallingOwner([this] { --aliveCount_; });
+        }
+        handle.update(
+            &memory_.at(requests_++), {blockAround(position), {}, random_.between(0, 9)},
+            random_.chance(80) ? access : AdtEnums::ReadWrite);
+        handle.setOwner(random_.chance(5) ? nullptr : owner_.get());
+        answer_ = handle.loan();
+    }
+
+    void request() {
+        if (random_.chance(8)) {
+            random_.chance(50) ? handle_.invalidate(random_.chance(50)) : handle_.reset(/*releaseOwner=*/true);
+        }
+        Position const position = nextPosition();
+        auto const access = static_cast<AdtEnums::Access>(random_.oneOf({1, 1, 1, 1, 1, 0, 2, 3, 4, 42}));
+        std::size_t const requestsBefore = requests_;
+        cache_->getBuffer(position, access, handle_);
+        auto const expected = model_.lookUp(position, access);
+        ASSERT_EQ(requests_ - requestsBefore, expected ? 0u : 1u) << "step " << step_ << " at " << position;
+        if (!expected) {
+            model_.store(answer_);
+        }
+        Loan const served = handle_.loan();
+        Loan const& wanted = expected ? *expected : answer_;
+        ASSERT_EQ(served.buffer, wanted.buffer) << "step " << step_ << " at " << position;
+        EXPECT_EQ(served.info, wanted.info);
+        EXPECT_EQ(served.owner, wanted.owner);
+        EXPECT_EQ(served.access, wanted.access);
+        EXPECT_EQ(served.invalidated, wanted.invalidated);
+        answer_ = {};
+    }
+
+    // A position of the sweep that repeats, or any other; edges often.
+    Position nextPosition() {
+        if (sweep_.size() == 12 && random_.chance(80)) {
+            return sweep_[step_ % 12];
+        }
+        Position position;
+        for (int axis = 0; axis < axes_; ++axis) {
+            position[axis] = std::clamp(random_.edgy(0, size_[axis] - 1), 0, size_[axis] - 1);
+        }
+        if (sweep_.size() < 12) {
+            sweep_.push_back(position);
+        }
+        return position;
+    }
+
+    void notify() {
+        auto const& entries = model_.entries();
+        bool const isStranger = entries.empty() || random_.chance(10);
+        Loan const any = isStranger ? Loan() : entries[random_.between<std::size_t>(0, entries.size() - 1)].loan;
+        auto const isAtBuffer = [&](Loan const& loan) { return loan.buffer == any.buffer; };
+        int value = 0;
+        switch (random_.between(0, 3)) {
+        case 0:
+            notified_->accessorUpdated();
+            model_.forget([](Loan const&) { return true; });
+            break;
+        case 1:
+            notified_->bufferInvalidated(any.owner.get());
+            model_.forget([&](Loan const& loan) { return loan.owner == any.owner; });
+            break;
+        case 2:
+            EXPECT_EQ(notified_->prepareBufferRelease(any.buffer, value), model_.forget(isAtBuffer));
+            break;
+        default:
+            notified_->releaseBuffer(any.buffer, any.owner);
+            model_.forget(isAtBuffer);
+        }
+    }
+
+    int threshold() { return random_.oneOf({-1, -1, 0, 1, random_.between(2, 40)}); }
+
     Random& random_;
-    Layout layout_;
-    int axes_;
+    int axes_ = random_.between(2, 4);
+    Layout layout_ = static_cast<Layout>(random_.between(0, 3));
+    Testing::CacheLimits limits_{
+        random_.oneOf({-1, 0, random_.between(1, 200), random_.between(200, 5000)}), threshold(), threshold()};
     Position size_, length_, phase_;
+    std::size_t aliveCount_ = 0;
+    std::vector<char> memory_ = std::vector<char>(250);
+    std::size_t requests_ = 0;
+    std::size_t step_ = 0;
+    boost::intrusive_ptr<BufferHandle::Owner> owner_;  // of the last blocks lent
+    Loan answer_;                                      // of the target, to the request under way
+    std::vector<Position> sweep_;
+    Testing::SlowCache model_{axes_, limits_};
+    BufferHandle handle_;
+    std::unique_ptr<IBufferAccessor> cache_;
+    IBufferAccessor::IClient* notified_ = nullptr;
 };
-
-AdtEnums::Access randomAccess(Random& random) {
-    return random.chance(60) ? AdtEnums::Read : static_cast<AdtEnums::Access>(random.oneOf({0, 2, 3, 4, 42}));
-}
-
-// One script: the cache and the slow model see the same requests, the same answers of the target and the same
-// notifications. Every block has a buffer of its own, so what a request is served with names the entry; which owners
-// are alive tells which entries there are.
-void runScript(Random& random) {
-    int const axes = random.between(2, 4);
-    Position size = Position::Filled(1);
-    for (int axis = 0; axis < axes; ++axis) {
-        size[axis] = random.between(2, 14);
-    }
-    auto const threshold = [&] { return random.oneOf({-1, -1, 0, 1, random.between(2, 40)}); };
-    CacheLimits const limits{
-        random.oneOf({-1, 0, random.between(1, 200), random.between(200, 5000)}), threshold(), threshold()};
-    Blocks blocks(
-        random, random.oneOf({Layout::kBricks, Layout::kShiftedBricks, Layout::kNested, Layout::kAnything}), axes,
-        size);
-
-    std::vector<char> memory(1000);
-    std::multiset<void const*> alive;  // one per owner: the buffer of its first block
-    boost::intrusive_ptr<BufferHandle::Owner> owner;
-    int requests = 0;
-    std::optional<Loan> answer;
-    auto const lend = [&](Position position, AdtEnums::Access access, BufferHandle& handle) {
-        void* const buffer = &memory.at(static_cast<std::size_t>(requests++));
-        if (owner == nullptr || random.chance(70)) {
-            alive.insert(buffer);
-            owner = new CallingOwner([&alive, buffer] { alive.erase(alive.find(buffer)); });
-        }
-        auto const granted = random.chance(80) ? access : AdtEnums::ReadWrite;
-        handle.update(buffer, {blocks.around(position), {}, random.between(0, 9)}, granted);
-        handle.setOwner(random.chance(5) ? nullptr : owner.get());
-        answer = handle.loan();
-    };
-    SlowCache model(axes, limits);
-    auto const cache =
-        CacheFilter::Apply(std::make_unique<LendingAccessor>(size, lend), limits.budget, limits.half, limits.full);
-    auto& notified = dynamic_cast<IBufferAccessor::IClient&>(*cache);
-    auto const forget = [&](auto isGone) {
-        return std::erase_if(model.entries, [&](SlowCache::Entry const& entry) { return isGone(entry.loan); }) != 0;
-    };
-
-    BufferHandle handle;
-    std::vector<Position> sweep;
-    int const steps = random.between(20, 250);
-    for (int step = 0; step < steps && requests < 1000; ++step) {
-        int const action = random.between(0, 99);
-        Loan const any = model.entries.empty() || random.chance(10)
-                             ? Loan()
-                             : model.entries[random.between<std::size_t>(0, model.entries.size() - 1)].loan;
-        if (action < 2) {
-            notified.accessorUpdated();
-            model.entries.clear();
-        } else if (action < 4) {
-            notified.bufferInvalidated(any.owner.get());
-            forget([&](Loan const& loan) { return loan.owner == any.owner; });
-        } else if (action < 6) {
-            int value = 0;
-            bool const isTaken = forget([&](Loan const& loan) { return loan.buffer == any.buffer; });
-            EXPECT_EQ(notified.prepareBufferRelease(any.buffer, value), isTaken);
-        } else if (action < 8) {
-            notified.releaseBuffer(any.buffer, any.owner);
-            forget([&](Loan const& loan) { return loan.buffer == any.buffer; });
-        } else if (action < 10) {
-            handle.invalidate(/*emptyRange=*/random.chance(50));
-        } else {
-            if (random.chance(5)) {
-                handle.reset(/*releaseOwner=*/true);
-            }
-            Position position;
-            for (int axis = 0; axis < axes; ++axis) {
-                position[axis] = std::clamp(random.edgy(0, size[axis] - 1), 0, size[axis] - 1);
-            }
-            if (sweep.size() < 12) {
-                sweep.push_back(position);
-            } else if (random.chance(80)) {
-                position = sweep[static_cast<std::size_t>(step) % sweep.size()];
-            }
-            auto const access = randomAccess(random);
-            int const requestsBefore = requests;
-            answer.reset();
-            cache->getBuffer(position, access, handle);
-            auto const expected = model.lookUp(position, access);
-            ASSERT_EQ(requests - requestsBefore, expected ? 0 : 1) << "step " << step << " at " << position;
-            if (!expected) {
-                model.store(*answer);
-            }
-            Loan const served = handle.loan();
-            Loan const& wanted = expected ? *expected : *answer;
-            ASSERT_EQ(served.buffer, wanted.buffer) << "step " << step << " at " << position;
-            EXPECT_EQ(served.info, wanted.info);
-            EXPECT_EQ(served.owner, wanted.owner);
-            EXPECT_EQ(served.access, wanted.access);
-            EXPECT_EQ(served.invalidated, wanted.invalidated);
-        }
-        answer.reset();
-    }
-    // With the handle and the model out of the way, the owners that are alive are those of the cache.
-    std::set<BufferHandle::Owner*> kept;
-    for (SlowCache::Entry const& entry : model.entries) {
-        kept.insert(entry.loan.owner.get());
-    }
-    kept.erase(nullptr);
-    model.entries.clear();
-    handle.reset(/*releaseOwner=*/true);
-    owner.reset();
-    EXPECT_EQ(alive.size(), kept.size());
-}
 
 TEST(CacheFilter, FollowsItsRulesStepByStep) {
     Random random;
     for (int script = 0; script < 3000 && !testing::Test::HasFailure(); ++script) {
         SCOPED_TRACE(script);
-        runScript(random);
+        Script(random).run();
     }
 }
 
@@ -353,7 +232,7 @@ struct Scene : IBufferAccessor::IClient {
             handle.update(memory, {{low, low + Position(4, 4, 1, 1)}, {4, 1, 0, 0}, 0}, access);
         };
         auto accessor = std::make_unique<LendingAccessor>(Position(40, 40, 1, 1), lend);
-        accessor->onEnd = [this] { onCall("target's end"); };
+        accessor->atEnd = [this] { onCall("target's end"); };
         target = accessor.get();
         cache = CacheFilter::Apply(std::move(accessor), kNever, kNever, fullDensityThreshold);
         cache->setClient(this);

@@ -3,8 +3,8 @@
 #include "dravik/adt/bulkview/old/controller_functions.h"
 #include "dravik/adt/exceptions/not_implemented_exception.h"
 #include "dravik/adt/exceptions/plain_exception.h"
+#include "dravik/adt/testing/lending_accessor.h"
 #include "dravik/adt/testing/random.h"
-#include "dravik/adt/testing/recording_chain.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,6 +25,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Old {
 namespace {
 
 using testing::ElementsAre;
+using Testing::LendingAccessor;
 using testing::ThrowsMessage;
 using Info = BufferHandle::ArrayInfo;
 
@@ -37,19 +38,6 @@ constexpr char const* kSingleView =
 constexpr char const* kSmallOnly = "The controller adapter only supports small datasets, and should be phased out.";
 constexpr char const* kNoBrick = "[ControllerAdapter::buffer] Invalid argument: brick number is out of bounds.";
 
-// Lends whatever `lend` says and calls back when it goes.
-struct LendingAccessor : Testing::RecordingAccessor {
-    using Lend = std::function<void(FixedVector<4, int>, AdtEnums::Access, BufferHandle&)>;
-    LendingAccessor(FixedVector<4, int> size, Lend lending)
-        : RecordingAccessor("", Testing::Journal(), size), lend(std::move(lending)) {}
-    ~LendingAccessor() override { atEnd(); }
-    void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override {
-        lend(position, access, handle);
-    }
-    Lend lend;
-    std::function<void()> atEnd = [] {};
-};
-
 std::unique_ptr<LendingAccessor> lending(FixedVector<4, int> size, LendingAccessor::Lend lend = {}) {
     return std::make_unique<LendingAccessor>(size, std::move(lend));
 }
@@ -61,7 +49,7 @@ std::optional<std::string> textOf(Call call) {
     char* text = &untouched;
     call(&text);
     EXPECT_NE(text, &untouched);
-    std::optional<std::string> const copy = text == nullptr ? std::nullopt : std::optional<std::string>(text);
+    std::optional<std::string> copy = text == nullptr ? std::nullopt : std::optional<std::string>(text);
     std::free(text);
     return copy;
 }
@@ -148,17 +136,10 @@ TEST(ControllerAdapter, AddressesBeyondTwoGibibytesAndNothingWithoutMemory) {
 }
 
 TEST(ControllerAdapter, GivesTheBlockBackBeforeTheAccessorGoes) {
-    struct NotingOwner : BufferHandle::Owner {
-        explicit NotingOwner(Testing::Journal journal) : journal_(std::move(journal)) {}
-        ~NotingOwner() override { journal_.note("block back"); }
-        void lock() override {}
-        void unlock() override {}
-        Testing::Journal journal_;
-    };
     for (bool const closes : {false, true}) {
         Testing::Journal const journal;
         auto accessor = lending({1, 1, 1, 1}, [&](FixedVector<4, int>, AdtEnums::Access, BufferHandle& handle) {
-            handle.setOwner(new NotingOwner(journal));
+            handle.setOwner(new Testing::CallingOwner([&] { journal.note("block back"); }));
         });
         accessor->atEnd = [&] { journal.note("accessor gone"); };
         auto controller = std::make_unique<ControllerAdapter>(std::move(accessor), 1);
