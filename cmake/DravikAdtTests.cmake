@@ -66,7 +66,9 @@ function(dravik_adt_add_printer_test)
     find_program(gdb gdb REQUIRED)
     add_executable(printers_sample ${PROJECT_SOURCE_DIR}/tools/gdb/printers_sample.cpp)
     dravik_adt_configure_target(printers_sample)
-    target_compile_options(printers_sample PRIVATE -g -O0)
+    # With the debug information that is otherwise the library's to give.
+    target_compile_options(printers_sample PRIVATE -g -O0 $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>
+                                                   $<$<CXX_COMPILER_ID:Clang>:-fstandalone-debug>)
     target_link_libraries(printers_sample PRIVATE dravik::adt)
     add_test(NAME gdb_printers
              COMMAND ${PROJECT_SOURCE_DIR}/tools/gdb/check_printers.sh $<TARGET_FILE:printers_sample>

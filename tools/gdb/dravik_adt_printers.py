@@ -1,6 +1,8 @@
 """Pretty printers for gdb. Load with `source tools/gdb/dravik_adt_printers.py`, or from ~/.gdbinit.
 
-Values read as they print in C++: (1,2,3), 0:2:5, [0,4)x[1,3), float[2,5)x[0,4) strides (4,1) offset 0.
+Values read as they print in C++: (1,2,3), 0:2:5, [0,4)x[1,3), float[2,5)x[0,4) strides (4,1) offset 0. The boxes of an
+index set that has more than one, and the size of a shared buffer, need a library with debug symbols. Works on core
+files too: nothing is called in the program.
 """
 
 import gdb
@@ -44,6 +46,59 @@ def array(value):
                                             value["bufferOffset_"], memory)
 
 
+def array_info(value):
+    return "%s strides %s offset %s" % (box(value["range"], ")"), vector(value["strides"]), value["offset"])
+
+
+def scale_offset(value):
+    return "%g*x%+g" % (float(value["scale_"]), float(value["offset_"]))
+
+
+def unique_pointer(value):
+    """The plain pointer in a std::unique_ptr of the GNU library, whatever its deleter."""
+    storage = value["_M_t"]["_M_t"]
+    implementation = storage.cast(storage.type.fields()[0].type)
+    head = next(field for field in implementation.type.fields() if field.name.startswith("std::_Head_base<0"))
+    return implementation.cast(head.type)["_M_head_impl"]
+
+
+def tree_boxes(nodes, number):
+    """The boxes below one node, in the order in which C++ iterates them."""
+    node = nodes[number]
+    for slot in range(int(node["count"])):
+        child = int(node["child"][slot])
+        if child == 0:
+            axes = range(node["min"].type.range()[1] + 1)
+            yield "x".join("[%s,%s)" % (node["min"][axis][slot], node["max"][axis][slot]) for axis in axes)
+        elif child != 0xFFFFFFFF:  # a part of a grid that has not been touched
+            yield from tree_boxes(nodes, child)
+
+
+def index_set(value):
+    bounds = value["bounds_"]
+    if int(unique_pointer(value["tree_"])) == 0:
+        sides = zip(components(bounds["min"]), components(bounds["max"]))
+        return "{}" if any(low >= high for low, high in sides) else "{%s}" % box(bounds, ")")
+    tree = unique_pointer(value["tree_"]).dereference()
+    if not tree.type.strip_typedefs().fields():
+        return "{several boxes in %s}" % box(bounds, ")")
+    return "{%s}" % " ".join(tree_boxes(tree["pool_"]["nodes_"]["_M_impl"]["_M_start"], 0))
+
+
+def shared_buffer(value):
+    if int(value["owner_"]["px"]) == 0:
+        return "no bytes"
+    owner = value["owner_"]["px"].dereference()
+    owner = owner.cast(owner.dynamic_type)
+    kind = str(owner.type.strip_typedefs()).split("::")[-1]
+    if kind == "ExternalPointerOwner":
+        return "%s external bytes%s" % (owner["size_"], "" if owner["writable_"] else ", read-only")
+    if kind == "BasicArrayOwner":
+        allocated = int(owner["published_"]["_M_b"]["_M_p"]) != 0
+        return "%s bytes%s" % (owner["size_"], "" if allocated else ", not allocated")
+    return "bytes of somebody's" if kind == "Owner" else "bytes of a %s" % kind
+
+
 def printer(text):
     """A printer class that shows what `text` makes of the value."""
     class Printer:
@@ -58,14 +113,18 @@ def printer(text):
 def register():
     collection = gdb.printing.RegexpCollectionPrettyPrinter("dravik_adt")
     for name, text in (
-            ("FixedVector", vector),
-            ("ExtentImpl", extent),
-            ("ExtentK", lambda value: " x ".join(extent(axis) for axis in components(value["axes_"]))),
-            ("OpenEndedRange", lambda value: box(value, ")")),
-            ("ClosedRange", lambda value: box(value, "]")),
-            ("BasicArrayRef", array),
-            ("SharedArray", lambda value: array(value.cast(value.type.fields()[0].type)))):
-        collection.add_printer(name, "^%s%s<.*>$" % (NAMESPACE, name), printer(text))
+            ("FixedVector<.*>", vector),
+            ("ExtentImpl<.*>", extent),
+            ("ExtentK<.*>", lambda value: " x ".join(extent(axis) for axis in components(value["axes_"]))),
+            ("OpenEndedRange<.*>", lambda value: box(value, ")")),
+            ("ClosedRange<.*>", lambda value: box(value, "]")),
+            ("IndexSet<.*>", index_set),
+            ("BasicArrayRef<.*>", array),
+            ("SharedArray<.*>", lambda value: array(value.cast(value.type.fields()[0].type))),
+            ("SharedBuffer", shared_buffer),
+            ("ScaleOffset", scale_offset),
+            ("BulkView::BufferHandle::ArrayInfo", array_info)):
+        collection.add_printer(name, "^%s%s$" % (NAMESPACE, name), printer(text))
     gdb.printing.register_pretty_printer(gdb.current_objfile(), collection, replace=True)
 
 

@@ -1,10 +1,15 @@
 // One value of every kind that the gdb printers show; check_printers.sh stops in `look` and reads them.
 // With an argument it tells their names.
 
+#include "dravik/adt/bulkview/buffer_handle.h"
+#include "dravik/adt/converters/scale_offset.h"
+#include "dravik/adt/core/detail/index_set_tree.h"
 #include "dravik/adt/core/extent.h"
+#include "dravik/adt/core/index_set.h"
 #include "dravik/adt/core/shared_array.h"
 
 #include <iostream>
+#include <optional>
 
 using namespace Quorvel::Dravik::Adt;
 
@@ -12,9 +17,32 @@ extern "C" void look() {
     std::cout << std::flush;
 }
 
+namespace {
+
+// What a debug build of the library would tell the debugger: how the tree of a set is laid out.
+std::optional<Detail::IndexSetTree<2>> const treeLayout;
+
+// As the printer words it, out of what the class itself says.
+struct Described {
+    SharedBuffer const& buffer;
+
+    friend std::ostream& operator<<(std::ostream& out, Described const& described) {
+        SharedBuffer const& buffer = described.buffer;
+        if (buffer.isNull()) {
+            return out << "no bytes";
+        }
+        return out << buffer.getBufferByteSize() << (buffer.isShareable() ? "" : " external") << " bytes"
+                   << (buffer.getBufferNoAlloc() == nullptr ? ", not allocated" : "")
+                   << (buffer.isReadOnly() ? ", read-only" : "");
+    }
+};
+
+}  // namespace
+
 int main(int argc, char**) {
     if (argc > 1) {
-        std::cout << "vector extent block range values array shared\n";
+        std::cout << "vector extent block range values array shared info transform "
+                     "nothing box several grid noBytes bytes later external\n";
         return 0;
     }
     FixedVector<3, int> const vector(1, -2, 3);
@@ -24,7 +52,29 @@ int main(int argc, char**) {
     ClosedRange<1, double> const values{-0.5, 2};
     ArrayConstRef<2> const array({{2, 0}, {5, 4}}, {4, 1}, nullptr, 7, typeid(float), 32);
     SharedArray<2> const shared = SharedArray<2>::Make<unsigned char>(range);
+    BulkView::BufferHandle::ArrayInfo const info{{{0, 0, 2, 0}, {4, 3, 5, 1}}, {9, 3, -1, 0}, 2};
+    ScaleOffset const transform(0.5, -3);
     std::cout << vector << '\n' << extent << '\n' << block << '\n' << range << '\n' << values << '\n';
-    std::cout << array << '\n' << shared << '\n';
+    std::cout << array << '\n' << shared << '\n' << info << '\n' << transform << '\n';
+
+    using Set = IndexSet<2, int>;
+    Set const nothing;
+    Set const box(range);
+    Set several(range);
+    Set grid({4, 4}, {{0, 0}, {32, 32}});
+    for (int at = 0; at < 40; at += 5) {
+        several.add(Set::Box{{at, at}, {at + 1, at + 3}});
+        grid.add(Set::Box{{at, 0}, {at + 3, 2}});
+    }
+    std::cout << nothing << '\n' << box << '\n' << several << '\n' << grid << '\n';
+
+    int number = 0;
+    SharedBuffer const noBytes;
+    SharedBuffer bytes(new SharedBuffer::BasicArrayOwner(100));
+    bytes.getBuffer(100, /*allocate=*/true, /*createOwner=*/false);
+    SharedBuffer const later(new SharedBuffer::BasicArrayOwner(200));
+    SharedBuffer const external(new SharedBuffer::ExternalPointerOwner(&number, sizeof(number), /*writable=*/false));
+    std::cout << Described{noBytes} << '\n' << Described{bytes} << '\n';
+    std::cout << Described{later} << '\n' << Described{external} << '\n';
     look();
 }
