@@ -7,8 +7,12 @@
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
 
+#include <boost/functional/hash.hpp>
+
 #include <algorithm>
 #include <concepts>
+#include <cstddef>
+#include <functional>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt {
@@ -18,7 +22,7 @@ namespace Quorvel::Dravik::Adt {
 /// Unit: absolute indices. A negative step runs downwards; a count of 0 or less is empty. A step of 0 makes sense with
 /// a count of 1 only and then divides like a step of 1. Indices that leave the range of T are wrapped where they are
 /// asked for, and never undefined. Equality asks for the same sequence of indices, so empty extents are all equal and
-/// the step of a single index does not matter; hence there is no hash. Threads: as `int`.
+/// the step of a single index does not matter. Threads: as `int`.
 ///
 ///     ExtentImpl<int> const odd{1, 2, 5};                    // 1 3 5 7 9
 ///     odd.reversed().intersection(ExtentImpl<int>{0, 3, 4});  // {9, -6, 2}: 9 3
@@ -207,3 +211,29 @@ class ExtentK {
 using AxisExtent = std::pair<int, ExtentImpl<int>>;
 
 }  // namespace Quorvel::Dravik::Adt
+
+template <class T>
+struct std::hash<Quorvel::Dravik::Adt::ExtentImpl<T>> {
+    std::size_t operator()(Quorvel::Dravik::Adt::ExtentImpl<T> const& extent) const {
+        if (extent.isEmpty()) {
+            return 0;
+        }
+        // What equality looks at: a single index has no step.
+        std::size_t seed = 0;
+        boost::hash_combine(seed, extent.origin);
+        boost::hash_combine(seed, extent.count);
+        boost::hash_combine(seed, extent.count == 1 ? T{} : extent.step);
+        return seed;
+    }
+};
+
+template <int N, class T>
+struct std::hash<Quorvel::Dravik::Adt::ExtentK<N, T>> {
+    std::size_t operator()(Quorvel::Dravik::Adt::ExtentK<N, T> const& extent) const {
+        std::size_t seed = 0;
+        for (int axis = 0; axis < N; ++axis) {
+            boost::hash_combine(seed, std::hash<Quorvel::Dravik::Adt::ExtentImpl<T>>()(extent.data()[axis]));
+        }
+        return seed;
+    }
+};

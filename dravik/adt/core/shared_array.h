@@ -10,6 +10,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <type_traits>
 #include <typeinfo>
@@ -119,3 +120,7 @@ extern template class SharedArray<3>;
 extern template class SharedArray<4>;
 
 }  // namespace Quorvel::Dravik::Adt
+
+/// Equal arrays are equal as references: the same samples, whoever keeps them.
+template <int N>
+struct std::hash<Quorvel::Dravik::Adt::SharedArray<N>> : std::hash<Quorvel::Dravik::Adt::ArrayRef<N>> {};
