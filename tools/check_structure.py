@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Checks the rules of the tree: who may include whom, that adt.h names every public header, and that every test file is
-built by a target."""
+"""Checks the rules of the tree: who may include whom, that adt.h names every public header, that the pages quote what the
+examples print, and that every test file is built by a target."""
 
 import argparse
 import json
@@ -74,6 +74,17 @@ def check_one_include(source: pathlib.Path) -> list[str]:
     return [f"adt.h does not include {header}" for header in sorted(public - {ROOT + "/adt.h", *included})]
 
 
+def check_quoted_output(source: pathlib.Path) -> list[str]:
+    printed = [file.read_text() for file in (source / "examples" / "expected").glob("*.txt")]
+    problems = []
+    for page in sorted((source / "docs" / "concepts").glob("*.md")):
+        for quoted in re.findall(r"^This prints\n\n((?:    .*\n)+)", page.read_text(), re.MULTILINE):
+            text = re.sub("^    ", "", quoted, flags=re.MULTILINE)
+            if not any(text in output for output in printed):
+                problems.append(f"{page.name} quotes what no example prints: {text.splitlines()[0]}")
+    return problems
+
+
 def check_tests_are_built(source: pathlib.Path, compile_commands: pathlib.Path) -> list[str]:
     built = {pathlib.Path(entry["file"]).resolve() for entry in json.loads(compile_commands.read_text())}
     tests = [*(source / ROOT).rglob("*_test.cpp"), *(source / ROOT).rglob("*_test.c"),
@@ -87,6 +98,7 @@ def main() -> int:
     parser.add_argument("--compile-commands", type=pathlib.Path, required=True)
     arguments = parser.parse_args()
     problems = [*check_includes(arguments.source), *check_one_include(arguments.source),
+                *check_quoted_output(arguments.source),
                 *check_tests_are_built(arguments.source, arguments.compile_commands)]
     for problem in problems:
         print(problem, file=sys.stderr)
