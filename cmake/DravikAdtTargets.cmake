@@ -32,10 +32,11 @@ function(dravik_adt_add_library)
     add_library(dravik_adt SHARED)
     add_library(dravik::adt ALIAS dravik_adt)
     dravik_adt_configure_target(dravik_adt)
+    # Until 1.0 a minor version may break its callers.
     set_target_properties(
         dravik_adt
         PROPERTIES VERSION ${PROJECT_VERSION}
-                   SOVERSION ${PROJECT_VERSION_MAJOR}
+                   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
                    EXPORT_NAME adt
                    CXX_VISIBILITY_PRESET hidden
                    C_VISIBILITY_PRESET hidden

@@ -31,10 +31,10 @@ find_package)
 pkg_config)
     install_library
     pc=$(dirname "$(find "$work/prefix" -name dravik_adt.pc)")
-    lib=$(PKG_CONFIG_PATH=$pc pkg-config --define-variable=prefix="$work/prefix" --variable=libdir dravik_adt)
+    lib=$(PKG_CONFIG_PATH=$pc pkg-config --variable=libdir dravik_adt)
     # shellcheck disable=SC2046  # the flags are words
     "$cxx" -std=c++20 -o "$work/stranger" "$source/tools/stranger/stranger.cpp" \
-        $(PKG_CONFIG_PATH=$pc pkg-config --define-variable=prefix="$work/prefix" --cflags --libs dravik_adt)
+        $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs dravik_adt)
     LD_LIBRARY_PATH=$lib "$work/stranger"
     ;;
 add_subdirectory)

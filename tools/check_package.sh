@@ -14,3 +14,7 @@ done
 cmake -S "$source/tools/stranger" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/root/usr" >"$work/configure.log"
 cmake --build "$work/build" >"$work/build.log"
 "$work/build/stranger"
+
+# pkg-config has to find the library where it lies, wherever that is.
+pc=$(dirname "$(find "$work/root" -name dravik_adt.pc)")
+test -e "$(PKG_CONFIG_PATH=$pc pkg-config --variable=libdir dravik_adt)/libdravik_adt.so"
