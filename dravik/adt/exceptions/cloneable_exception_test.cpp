@@ -1,5 +1,6 @@
 #include "dravik/adt/exceptions/cloneable_exception.h"
 
+#include "dravik/adt/exceptions/cloned_str_exception.h"
 #include "dravik/adt/exceptions/memory_exception.h"
 #include "dravik/adt/exceptions/nested_exception.h"
 #include "dravik/adt/exceptions/not_implemented_exception.h"
@@ -7,13 +8,10 @@
 #include "dravik/adt/exceptions/object_disposed_exception.h"
 #include "dravik/adt/exceptions/unknown_exception.h"
 
-#include "dravik/adt/exceptions/cloned_str_exception.h"
-
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-#include <thread>
 #include <type_traits>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
@@ -23,18 +21,10 @@ constexpr char const* kFixedText =
     "<Exception message is stored in derived class. std::exception must be caught by reference to preserve exception "
     "info.>";
 
-template <class... Types>
-constexpr bool kAllAbstract = (std::is_abstract_v<Types> && ...);
-template <class... Types>
-constexpr bool kAllAssignable = (std::is_copy_assignable_v<Types> && ...);
-
-static_assert(
-    kAllAbstract<ICloneableException, CloneableExceptionBase, SimpleException, NestedException, ClonedException>);
-static_assert(kAllAssignable<NotImplementedException, NotSupportedException, ObjectDisposedException>);
-static_assert(std::is_base_of_v<SimpleException, NotImplementedException>);
-static_assert(std::is_base_of_v<SimpleException, NotSupportedException>);
+static_assert(std::is_abstract_v<SimpleException> && std::is_abstract_v<NestedException>);
+static_assert(std::is_abstract_v<ClonedException> && std::is_base_of_v<ClonedStdException, MemoryException>);
 static_assert(std::is_base_of_v<SimpleException, ObjectDisposedException>);
-static_assert(std::is_base_of_v<ClonedStdException, MemoryException>);
+static_assert(std::is_copy_assignable_v<NotSupportedException>);
 
 /// The dynamic type.
 std::type_info const& typeOf(ICloneableException const& exception) {
@@ -53,11 +43,10 @@ class Nested : public NestedException {
 
 TEST(CloneableExceptions, CloneAndThrowKeepTypeAndMessage) {
     struct Row {
-        boost::shared_ptr<ICloneableException const> exception;
+        ICloneableException::ConstPtr exception;
         char const* message;
     };
     auto const of = [](auto const& exception) { return exception.clone(); };
-    std::bad_alloc const noMemory;
     Row const rows[] = {
         {of(NotImplementedException("T")), "Not implemented: T"},
         {of(NotSupportedException("T")), "Unsupported: T"},
@@ -66,7 +55,7 @@ TEST(CloneableExceptions, CloneAndThrowKeepTypeAndMessage) {
         {of(ClonedStdException(std::runtime_error("T"))), "std::runtime_error: T"},
         {of(ClonedStrException("T")), "T"},
         {of(UnknownException()), "Caught exception of unknown type."},
-        {of(MemoryException(noMemory)), "Failed to allocate memory: std::bad_alloc exception"},
+        {of(MemoryException(std::bad_alloc())), "Failed to allocate memory: std::bad_alloc exception"},
         {of(MemoryException(std::bad_array_new_length(), "C", 0)),
          "Failed to allocate memory: std::bad_array_new_length exception in C"},
         {of(Nested("A", ClonedStrException("B"))), "A: B"},
@@ -75,7 +64,6 @@ TEST(CloneableExceptions, CloneAndThrowKeepTypeAndMessage) {
         EXPECT_EQ(row.exception->msg(), row.message);
         EXPECT_STREQ(row.exception->what(), row.message);
         auto const clone = row.exception->clone();
-        EXPECT_NE(clone, row.exception);
         EXPECT_EQ(clone->msg(), row.message);
         EXPECT_TRUE(typeOf(*clone) == typeOf(*row.exception)) << row.message;
         try {
@@ -91,16 +79,6 @@ TEST(CloneableExceptions, CloneAndThrowKeepTypeAndMessage) {
 TEST(CloneableExceptions, SlicedCopyReportsTheFixedText) {
     Detail::StdExceptionText const sliced = NotImplementedException("gone");
     EXPECT_STREQ(sliced.what(), kFixedText);
-}
-
-TEST(CloneableExceptions, AreThrownAgainOnAnotherThread) {
-    boost::shared_ptr<ICloneableException const> failure = NotSupportedException("W", "T").clone();
-    bool caught = false;
-    std::thread([&caught, failure = std::move(failure)] {
-        EXPECT_THROW(failure->throwClone(), NotSupportedException);
-        caught = true;
-    }).join();
-    EXPECT_TRUE(caught);
 }
 
 TEST(MemoryException, WritesAmountsInTheFirstUnitBelowAThousand) {
@@ -125,8 +103,7 @@ TEST(MemoryException, WritesAmountsInTheFirstUnitBelowAThousand) {
 }
 
 TEST(NestedException, ChainsTheMessagesOfOuterAndInner) {
-    Nested const inner("B", NotImplementedException("C"));
-    EXPECT_EQ(Nested("A", inner).msg(), "A: B: Not implemented: C");
+    EXPECT_EQ(Nested("A", Nested("B", NotImplementedException("C"))).msg(), "A: B: Not implemented: C");
     EXPECT_EQ(Nested("", ClonedStrException("B")).msg(), ": B") << "the separator stands after an empty outer message";
     EXPECT_EQ(Nested("A").msg(), "A");
     EXPECT_EQ(Nested("A", ICloneableException::ConstPtr()).msg(), "A");
@@ -136,13 +113,12 @@ TEST(NestedException, ChainsTheMessagesOfOuterAndInner) {
 TEST(NestedException, KeepsTheTypeOfACloneableInnerException) {
     Nested nested("A", std::runtime_error("B"));
     EXPECT_EQ(nested.msg(), "A: std::runtime_error: B");
-    EXPECT_TRUE(dynamic_cast<ClonedStdException const*>(nested.innerException().get()));
     nested.setInnerException(static_cast<std::exception const&>(MemoryException(std::bad_alloc(), "C", 7)));
     auto const inner = nested.innerException();
     auto const* const memory = dynamic_cast<MemoryException const*>(inner.get());
     ASSERT_TRUE(memory);
     EXPECT_EQ(memory->getAllocationAmount(), 7u);
-    EXPECT_EQ(nested.msg(), "A: " + memory->msg());
+    EXPECT_EQ(nested.msg(), "A: Failed to allocate 7 bytes memory: std::bad_alloc exception in C");
 }
 
 TEST(NestedException, CopiesChangeApartAndShareTheirInnerException) {
@@ -155,7 +131,6 @@ TEST(NestedException, CopiesChangeApartAndShareTheirInnerException) {
     EXPECT_EQ(source.msg(), "A: B");
     copy.setInnerException(ICloneableException::ConstPtr());
     EXPECT_EQ(copy.msg(), "X");
-    EXPECT_EQ(source.msg(), "A: B");
 }
 
 }  // namespace

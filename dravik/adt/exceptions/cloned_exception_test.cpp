@@ -7,9 +7,9 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include <stdexcept>
+#include <thread>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
 namespace {
@@ -33,7 +33,7 @@ ConstPtr captured(Thrown const& thrown) {
 }
 
 struct OwnError : std::out_of_range {
-    using std::out_of_range::out_of_range;
+    OwnError() : std::out_of_range("T") {}
 };
 
 TEST(CatchException, TakesTheFirstKindThatFits) {
@@ -55,7 +55,7 @@ TEST(CatchException, TakesTheFirstKindThatFits) {
          typeid(std::bad_array_new_length), "Failed to allocate memory: std::bad_array_new_length exception"},
         {"Standard", captured(std::runtime_error("T")), typeid(ClonedStdException), typeid(std::runtime_error),
          "std::runtime_error: T"},
-        {"DynamicTypeOfTheClient", captured(OwnError("T")), typeid(ClonedStdException), typeid(OwnError),
+        {"DynamicTypeOfTheClient", captured(OwnError()), typeid(ClonedStdException), typeid(OwnError),
          "Quorvel::Dravik::Adt::Exceptions::(anonymous namespace)::OwnError: T"},
         {"Int", captured(42), typeid(UnknownException), typeid(void), "Caught exception of unknown type."},
     };
@@ -66,7 +66,6 @@ TEST(CatchException, TakesTheFirstKindThatFits) {
         auto const& cloned = dynamic_cast<ClonedException const&>(*row.clone);
         EXPECT_TRUE(cloned.exceptionType() == row.source) << cloned.exceptionType().name();
         EXPECT_THROW(row.clone->throwClone(), ICloneableException);
-        EXPECT_THROW(row.clone->throwClone(), std::exception);
     }
 }
 
@@ -81,17 +80,13 @@ TEST(CatchException, KeepsMembersOfTheTreeWhole) {
 struct Known {};
 struct Both {};
 
-ConstPtr nameOf(char const* name) {
-    return ClonedStrException(name).clone();
-}
-
 /// Knows what it can rethrow as T.
 template <class T>
 ConstPtr recognise(char const* name) {
     try {
         throw;
     } catch (T const&) {
-        return nameOf(name);
+        return ClonedStrException(name).clone();
     } catch (...) {
         return {};
     }
@@ -118,23 +113,16 @@ TEST(CatchException, AsksHandlersInOrderUntilOneKnowsTheException) {
 }
 
 TEST(CatchException, LetsThreadCancellationPass) {
-    pthread_t thread;
-    auto const body = [](void*) -> void* {
+    bool hasReturned = false;
+    std::thread([&hasReturned] {
         try {
-            pthread_testcancel();
-            for (;;) {
-                pause();
-            }
+            pthread_exit(nullptr);
         } catch (...) {
             ClonedException::catchException();
         }
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, nullptr, body, nullptr), 0);
-    ASSERT_EQ(pthread_cancel(thread), 0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
+        hasReturned = true;
+    }).join();
+    EXPECT_FALSE(hasReturned);
 }
 
 }  // namespace

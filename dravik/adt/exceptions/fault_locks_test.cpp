@@ -31,61 +31,49 @@ using Index = FixedVector<4, int>;
 Testing::FailurePlan faults;
 char const* lastCall = "";
 
-void callOut(char const* operation) {
+/// The library calls `operation` of the host, which answers `result` unless it faults.
+template <class T = bool>
+T callOut(char const* operation, T result = {}) {
     if (faults.failsNow()) {
         lastCall = operation;
         Testing::readNull();
     }
+    return result;
 }
 
-/// Keeps a block of 4 samples alive; a fault may meet its lock, its release and its end.
-class HostOwner : public BufferHandle::Owner {
-  public:
+struct HostOwner : BufferHandle::Owner {
     HostOwner() { enableLocking(); }
     ~HostOwner() override { callOut("~Owner"); }
-    void lock() override { callOut("Owner::lock"); }
-    void unlock() override { callOut("Owner::unlock"); }
+    void lock() override { callOut("lock"); }
+    void unlock() override { callOut("unlock"); }
 
     char samples[4] = {};
 };
 
 /// 16 samples in blocks of 4 along axis 0, each request with a fresh owner.
-class HostAccessor : public IBufferAccessor {
-  public:
+struct HostAccessor : IBufferAccessor {
     ~HostAccessor() override { callOut("~Accessor"); }
-    Index getSize() override {
-        callOut("getSize");
-        return {16, 4, 1, 1};
-    }
-    void setClient(IClient* newClient) override {
-        callOut("setClient");
-        client = newClient;
-    }
+    Index getSize() override { return callOut("getSize", Index{16, 4, 1, 1}); }
+    void setClient(IClient* newClient) override { client = callOut("setClient", newClient); }
     void setHint(HintType, OpenEndedRange<4, int> const&, float) override { callOut("setHint"); }
     void getBuffer(Index position, AdtEnums::Access access, BufferHandle& handle) override {
-        callOut("getBuffer");
-        boost::intrusive_ptr<HostOwner> const owner(new HostOwner);
+        boost::intrusive_ptr<HostOwner> const owner(callOut("getBuffer", new HostOwner));
         int const first = position[0] / 4 * 4;
         handle.setOwner(owner.get());
         handle.update(owner->samples, {{{first, 0, 0, 0}, {first + 4, 4, 1, 1}}, {1, 0, 0, 0}, 0}, access);
     }
     std::unique_ptr<IBufferAccessor> createClone() const override {
-        callOut("createClone");
-        return std::make_unique<HostAccessor>();
+        return std::unique_ptr<IBufferAccessor>(callOut("createClone", new HostAccessor));
     }
     void dispose(bool) override { callOut("dispose"); }
 
     IClient* client = nullptr;
 };
 
-class HostClient : public IBufferAccessor::IClient {
-  public:
+struct HostClient : IBufferAccessor::IClient {
     void accessorUpdated() override { callOut("accessorUpdated"); }
     void bufferInvalidated(BufferHandle::Owner const*) override { callOut("bufferInvalidated"); }
-    bool prepareBufferRelease(void const*, int&) override {
-        callOut("prepareBufferRelease");
-        return false;
-    }
+    bool prepareBufferRelease(void const*, int&) override { return callOut("prepareBufferRelease"); }
     void releaseBuffer(void const*, boost::intrusive_ptr<BufferHandle::Owner>) override { callOut("releaseBuffer"); }
     std::unique_ptr<IBufferAccessor> releaseAccessor() override { return nullptr; }
 };

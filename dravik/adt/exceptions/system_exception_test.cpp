@@ -13,13 +13,14 @@
 
 #include <cerrno>
 #include <cinttypes>
-#include <map>
 #include <stdexcept>
+#include <thread>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
 namespace {
 
 using testing::EndsWith;
+using Testing::FaultSituation;
 using testing::MatchesRegex;
 using testing::StartsWith;
 using ConstPtr = ICloneableException::ConstPtr;
@@ -31,6 +32,8 @@ static_assert(std::is_copy_assignable_v<SystemError>);
 std::type_info const& typeOf(ICloneableException const& exception) {
     return typeid(exception);
 }
+
+constexpr unsigned long kSignExtended = 0xFFFF'FFFF'C000'0005;
 
 EXCEPTION_RECORD record(
     std::uint32_t code, std::uintptr_t address = 0x1000, std::uintptr_t access = 0, std::uintptr_t accessed = 0) {
@@ -72,29 +75,26 @@ TEST(SystemException, NamesTheFaultInItsFirstLine) {
             std::string(row.firstLine) + "\nException occurred at process address 0x00001000 (unknown module)");
         EXPECT_EQ(exception.getExceptionCode(), row.code);
     }
-    EXPECT_EQ(
-        SystemException::getExceptionCodeMsg(static_cast<unsigned long>(static_cast<int>(0xC0000005))),
-        "Access violation")
-        << "a code whose sign was extended";
+    EXPECT_EQ(SystemException::getExceptionCodeMsg(kSignExtended), "Access violation");
 }
 
 TEST(SystemException, NamesThePlaceInItsSecondLine) {
     Dl_info library = {};
     ASSERT_NE(dladdr(reinterpret_cast<void*>(&std::atoi), &library), 0);
     auto const base = reinterpret_cast<std::uintptr_t>(library.dli_fbase);
-    auto const message = [](std::uintptr_t address) { return SystemException(record(0xC00000FD, address), "").msg(); };
-    std::string const name = std::string(library.dli_fname).substr(std::string(library.dli_fname).rfind('/') + 1);
-
-    EXPECT_THAT(
-        message(base + 0x1A2B), EndsWith(
-                                    "\nException occurred at offset 0x1a2b in module " + name + " (process address 0x" +
-                                    upper(base + 0x1A2B) + ")"));
-    EXPECT_THAT(
-        message(base), EndsWith("\nException occurred in module " + name + " (process address 0x" + upper(base) + ")"));
-    EXPECT_THAT(
-        message(reinterpret_cast<std::uintptr_t>(&record)),
-        MatchesRegex(".* at offset 0x[0-9a-f]+ in module system_exception_test \\(process address 0x.*"));
-    EXPECT_THAT(message(0xFEDCBA9876543210), EndsWith(" at process address 0xFEDCBA9876543210 (unknown module)"));
+    std::string const inLibrary = " in module libc.so.6 (process address 0x";
+    struct Row {
+        std::uintptr_t address;
+        std::string place;
+    };
+    Row const rows[] = {
+        {base + 0x1A2B, " at offset 0x1a2b" + inLibrary + upper(base + 0x1A2B) + ")"},
+        {base, inLibrary + upper(base) + ")"},
+        {0xFEDCBA9876543210, " at process address 0xFEDCBA9876543210 (unknown module)"},
+    };
+    for (Row const& row : rows) {
+        EXPECT_THAT(SystemException(record(0, row.address), "").msg(), EndsWith("\nException occurred" + row.place));
+    }
 }
 
 TEST(SystemException, CopiesTheRecordAndFollowsNoPointerInIt) {
@@ -140,7 +140,7 @@ TEST(SystemException, FilterTakesErrorsByTheCodeItIsGiven) {
     };
     Row const rows[] = {
         {"AccessViolation", 0xC0000005, &typeid(AccessViolationException)},
-        {"SignExtended", static_cast<unsigned long>(static_cast<int>(0xC0000005)), &typeid(AccessViolationException)},
+        {"SignExtended", kSignExtended, &typeid(AccessViolationException)},
         {"StackOverflow", 0xC00000FD, &typeid(SystemException)},
         {"LastOfItsClass", 0xCFFFFFFF, &typeid(SystemException)},
         {"Breakpoint", 0x80000003, nullptr},
@@ -163,23 +163,12 @@ TEST(SystemException, FilterTakesErrorsByTheCodeItIsGiven) {
 }
 
 TEST(SystemError, CarriesTheFirstLineOfTheSystemsText) {
-    struct Row {
-        unsigned long code;
-        char const* message;
-        unsigned long stored;
-    };
-    constexpr Row kRows[] = {
-        {ENOENT, "[SystemError] No such file or directory", ENOENT},
-        {ENOENT + (1UL << 32), "[SystemError] No such file or directory", ENOENT},
-        {999999, "[SystemError] Failed to format Windows error message.", 999999},
-        {static_cast<unsigned long>(-1), "[SystemError] Failed to format Windows error message.", 0xFFFFFFFF},
-    };
-    for (Row const& row : kRows) {
-        SystemError const error(row.code);
-        EXPECT_EQ(error.msg(), row.message);
-        EXPECT_EQ(error.getErrorCode(), row.stored);
-        EXPECT_THROW(error.clone()->throwClone(), SystemError);
-    }
+    SystemError const known(ENOENT + (1UL << 32));
+    EXPECT_EQ(known.msg(), "[SystemError] No such file or directory");
+    EXPECT_EQ(known.getErrorCode(), static_cast<unsigned long>(ENOENT));
+    EXPECT_EQ(SystemError(999999).msg(), "[SystemError] Failed to format Windows error message.");
+    EXPECT_EQ(SystemError(kSignExtended).msg(), "[SystemError] Failed to format Windows error message.");
+    EXPECT_THROW(known.clone()->throwClone(), SystemError);
 }
 
 // The guarded call.
@@ -207,38 +196,24 @@ TEST(RunAndCatchException, ClonesWhateverIsThrown) {
     EXPECT_EQ(out->msg(), "Caught exception of unknown type.");
 }
 
-TEST(RunAndCatchException, TurnsEveryKindOfFaultIntoItsCode) {
-    constexpr std::uintptr_t kUnknown = UINTPTR_MAX;
-    struct Expected {
-        std::uint32_t code;
-        std::uintptr_t direction;
-        std::uintptr_t address;
-    };
-    std::map<std::string, Expected> rows = {
-        {"ReadNearNull", {0xC0000005, 0, 8}},       {"WriteNearNull", {0xC0000005, 1, 8}},
-        {"CallNull", {0xC0000005, 8, 0}},           {"NonCanonical", {0xC0000005, 0, kUnknown}},
-        {"IntegerDivision", {0xC0000094, 0, 0}},    {"FloatDivision", {0xC000008E, 0, 0}},
-        {"FloatInexact", {0xC000008F, 0, 0}},       {"FloatInvalid", {0xC0000090, 0, 0}},
-        {"FloatOverflow", {0xC0000091, 0, 0}},      {"FloatUnderflow", {0xC0000093, 0, 0}},
-        {"IllegalInstruction", {0xC000001D, 0, 0}}, {"StackOverflow", {0xC00000FD, 0, 0}},
-    };
-    for (Testing::FaultSituation const& situation : Testing::faultSituations()) {
-        auto const row = rows.extract(situation.name);
-        if (row.empty()) {
-            continue;
-        }
+TEST(RunAndCatchException, TurnsEveryFaultIntoItsCode) {
+    constexpr std::uint32_t kCodes[] = {0xC0000005, 0xC00000FD, 0xC000001D, 0xC0000094, 0xC000008E,
+                                        0xC0000090, 0xC0000091, 0xC0000093, 0xC000008F};
+    constexpr std::uintptr_t kDirections[] = {0, 1, 8};
+    for (FaultSituation const& situation : Testing::faultSituations()) {
         SCOPED_TRACE(situation.name);
-        ConstPtr out;
         auto const fn = [](void* body) { return (reinterpret_cast<void (*)()>(body)(), 1); };
+        ConstPtr out;
         EXPECT_EQ(run(fn, out, reinterpret_cast<void*>(situation.run)), 0);
         auto const* const fault = dynamic_cast<SystemException const*>(out.get());
         ASSERT_TRUE(fault);
-        EXPECT_EQ(fault->getExceptionCode(), row.mapped().code);
-        EXPECT_EQ(fault->getWin32ExceptionRecord().parameters[0], row.mapped().direction);
-        EXPECT_EQ(fault->getWin32ExceptionRecord().parameters[1], row.mapped().address);
-        EXPECT_EQ(dynamic_cast<AccessViolationException const*>(fault) != nullptr, row.mapped().code == 0xC0000005);
+        EXPECT_EQ(fault->getExceptionCode(), kCodes[static_cast<int>(situation.kind)]);
+        if (auto const* const violation = dynamic_cast<AccessViolationException const*>(fault)) {
+            auto const& parameters = violation->getWin32ExceptionRecord().parameters;
+            EXPECT_EQ(parameters[0], kDirections[static_cast<int>(situation.access)]);
+            EXPECT_TRUE(situation.address == FaultSituation::kAnyAddress || parameters[1] == situation.address);
+        }
     }
-    EXPECT_TRUE(rows.empty()) << rows.begin()->first << " is no situation";
 }
 
 TEST(RunAndCatchException, SaysWhatHappenedAndWhere) {
@@ -251,18 +226,9 @@ TEST(RunAndCatchException, SaysWhatHappenedAndWhere) {
 }
 
 TEST(RunAndCatchException, LetsThreadCancellationPass) {
-    ConstPtr const before = NotSupportedException("from before").clone();
-    ConstPtr out = before;
-    pthread_t thread;
-    auto const body = [](void* result) -> void* {
-        run([](void*) -> int { pthread_exit(PTHREAD_CANCELED); }, *static_cast<ConstPtr*>(result));
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, nullptr, body, &out), 0);
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_EQ(out, before);
+    ConstPtr out;
+    std::thread([&out] { run([](void*) -> int { pthread_exit(nullptr); }, out); }).join();
+    EXPECT_FALSE(out);
 }
 
 }  // namespace
