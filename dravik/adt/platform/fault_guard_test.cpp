@@ -163,7 +163,11 @@ void inACatchBlock(void (*body)()) {
 }
 
 void whileUnwinding(void (*body)()) {
-    EXPECT_THROW((RunsAtTheEnd{body}, throw std::runtime_error("in flight")), std::runtime_error);
+    auto const unwind = [body] {
+        RunsAtTheEnd const destructor{body};
+        throw std::runtime_error("in flight");
+    };
+    EXPECT_THROW(unwind(), std::runtime_error);
 }
 
 void insideAnotherGuard(void (*body)()) {
