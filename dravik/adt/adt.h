@@ -35,6 +35,7 @@
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
+#include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/old/controller.h"
 #include "dravik/adt/bulkview/old/controller_adapter.h"
 #include "dravik/adt/bulkview/old/controller_functions.h"

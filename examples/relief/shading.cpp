@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <limits>
 #include <span>
 
 namespace Relief {
@@ -117,9 +118,18 @@ Colour lit(Tone tone, float light) {
 
 }  // namespace
 
-Colour tint(float value, ValueRange const& range) {
-    Tone const tone = toneOf(value, range);
-    return {channel(tone.red), channel(tone.green), channel(tone.blue)};
+ValueRange rangeOf(Raster<float> const& heights) {
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    ValueRange range{kInfinity, -kInfinity, 0};
+    for (float const height : heights.values()) {
+        if (std::isnan(height)) {
+            ++range.missing;
+            continue;
+        }
+        range.lowest = std::min(range.lowest, height);
+        range.highest = std::max(range.highest, height);
+    }
+    return range;
 }
 
 Raster<Colour> shadedRelief(Raster<float> const& heights, ValueRange const& range) {

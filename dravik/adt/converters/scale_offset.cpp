@@ -11,6 +11,15 @@ ScaleOffset const& ScaleOffset::identity() noexcept {
     return identity_;
 }
 
+// Here and not in the header: in a program that is compiled to fuse products and sums the bits would be other ones.
+double ScaleOffset::convertDouble(double x) const noexcept {
+    return scale_ * x + offset_;
+}
+
+ScaleOffset ScaleOffset::getComposition(ScaleOffset const& first, ScaleOffset const& second) noexcept {
+    return {first.scale_ * second.scale_, first.offset_ * second.scale_ + second.offset_};
+}
+
 ScaleOffset ScaleOffset::getRangeTransform(ClosedRange<1, double> const& source, ClosedRange<1, double> const& target) {
     double const targetWidth = target.max - target.min;
     if (areClose(targetWidth, 0)) {

@@ -30,20 +30,19 @@ class ScaleOffset {
     /// y for x. Scale and offset are narrowed to float first, then product and sum are formed in double and rounded to
     /// float once: the same bits as a scaled conversion of samples.
     constexpr float convertFloat(float x) const noexcept {
+        // The product of two floats is exact in double, so a program that fuses it with the sum gets the same bits.
         double const product = double{static_cast<float>(scale_)} * double{x};
         return static_cast<float>(product + double{static_cast<float>(offset_)});
     }
 
-    /// y for x, all in double.
-    constexpr double convertDouble(double x) const noexcept { return scale_ * x + offset_; }
+    /// y for x, all in double: a product, then a sum.
+    DRAVIK_ADT_EXPORT double convertDouble(double x) const noexcept;
 
     /// Scale 1, offset 0: one object for the whole process, there before any other static is initialised.
     DRAVIK_ADT_EXPORT static ScaleOffset const& identity() noexcept;
 
     /// The transform that applies `first` and then `second`.
-    static constexpr ScaleOffset getComposition(ScaleOffset const& first, ScaleOffset const& second) noexcept {
-        return {first.scale_ * second.scale_, first.offset_ * second.scale_ + second.offset_};
-    }
+    DRAVIK_ADT_EXPORT static ScaleOffset getComposition(ScaleOffset const& first, ScaleOffset const& second) noexcept;
 
     /// The transform that, followed by `last`, equals `whole`.
     static constexpr ScaleOffset getDifference(ScaleOffset const& whole, ScaleOffset const& last) noexcept {

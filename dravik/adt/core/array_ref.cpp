@@ -38,8 +38,7 @@ OpenEndedRange<1, std::int64_t> BasicArrayRef<N, Byte>::linearBounds() const noe
         }
     }
     using Position = FixedVector<1, std::int64_t>;
-    auto const end = static_cast<std::int64_t>(static_cast<std::uint64_t>(position(high)) + 1);
-    return {Position(position(low)), Position(end)};
+    return {Position(position(low)), Position(position(high) + 1)};
 }
 
 template <int N, class Byte>
@@ -54,11 +53,7 @@ std::int64_t BasicArrayRef<N, Byte>::wideRequiredBufferByteSize(bool touchedOnly
     std::int64_t const first = *bounds.min.data();
     std::int64_t const end = *bounds.max.data();
     if (touchedOnly) {
-        std::int64_t sampleCount = 0;
-        if (__builtin_sub_overflow(end, first, &sampleCount)) {
-            sampleCount = std::numeric_limits<std::int64_t>::max();
-        }
-        return byteSizeOf(sampleCount, bitSize_);
+        return byteSizeOf(end - first, bitSize_);
     }
     if (first < 0) {
         throw std::runtime_error("[ArrayConstRef::requiredBufferByteSize(false)] Buffer offset is not normalized.");

@@ -1,0 +1,79 @@
+#pragma once
+
+// ValueConvertFilter: an accessor of one sample type shown as one of another. Threads: as the chain it is part of; its
+// handles, copies included, belong to the thread of the chain.
+
+#include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+#include "dravik/adt/converters/value_converter.h"
+#include "dravik/adt/export.h"
+
+#include <memory>
+
+namespace Quorvel::Dravik::Adt::BulkView::Filters {
+
+/// Converts, on every request, one run of samples along one axis of the target's block into memory of its own and lends
+/// that.
+///
+/// The axis is the last of the axes 2, 1 and 0 along which the block has more than one sample; axis 3 never is. A run
+/// is the whole row of the block if that has at most 100 samples or the block was first asked for at the row's start,
+/// and 64 samples from the position on otherwise. The handle's owner holds the target's block meanwhile and asks for
+/// another one only for a position outside, or to write where the block was lent for reading.
+///
+/// A run lent for writing is converted back whole when the handle makes its next request, lets the owner go or the
+/// filter is disposed or destroyed; until then the target has the old samples. Where the way back loses precision, the
+/// neighbours of a written sample lose it as well. Without an inverse converter what is written is lost. A request that
+/// fails leaves the handle empty, with its owner; one that fails in carrying a run back leaves it as it was, and the
+/// next one tries again. A failure in carrying back where nobody can be told, in a destructor, is dropped.
+///
+/// Notifications about the target's blocks end here, since the client holds copies; accessorUpdated is relayed, and
+/// blocks lent before are not used for reading any more. What was written reaches them still, if an owner keeps them in
+/// memory.
+///
+///     auto const forward = ValueConverterFactory::getTypeConverter(typeid(float), typeid(short));
+///     auto const inverse = ValueConverterFactory::getTypeConverter(typeid(short), typeid(float));
+///     chain = ValueConvertFilter::Apply(std::move(chain), sizeof(short), forward, inverse);
+/// @lifetime A handle may outlive the filter: what is pending is carried back with the filter's end, and the run stays
+class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessorFilter {
+  public:
+    using ConverterPtr = IValueConverter::ConstPtr;
+
+    /// A filter above `target`, or `target` itself without a `forward` converter. `forward` goes from the target's
+    /// sample type to the one shown, whose samples take `sampleSize` bytes; `inverse`, possibly null, goes back.
+    /// @throws std::invalid_argument for a null target
+    static std::unique_ptr<IBufferAccessor> Apply(
+        std::unique_ptr<IBufferAccessor> target, int sampleSize, ConverterPtr const& forward,
+        ConverterPtr const& inverse);
+
+    ~ValueConvertFilter() override;
+
+    FixedVector<4, int> getSize() override;
+    void setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) override;
+    /// @throws what the target and the converters throw; std::runtime_error where a block is addressed 2^31 samples or
+    /// more from its buffer's start and TypeRegister does not know its sample type
+    void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override;
+    /// Over a clone of the target, with the same converters. What is pending here is not in the clone.
+    std::unique_ptr<IBufferAccessor> createClone() const override;
+    /// Carries back what is pending, then passes the call on.
+    /// @throws what the inverse converter throws, with nothing passed on
+    void dispose(bool flag) override;
+
+  private:
+    class TempBufferOwner;
+
+    ValueConvertFilter(
+        std::unique_ptr<IBufferAccessor> target, int sampleSize, ConverterPtr const& forward,
+        ConverterPtr const& inverse);
+    ValueConvertFilter(ValueConvertFilter const& other);
+
+    void accessorUpdated() override;
+    void bufferInvalidated(BufferHandle::Owner const* owner) override;
+    bool prepareBufferRelease(void const* buffer, int& value) override;
+    void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
+
+    int sampleSize_;  // bytes
+    ConverterPtr forward_;
+    ConverterPtr inverse_;
+    TempBufferOwner* owners_ = nullptr;  // those that handles hold, a list through their own links
+};
+
+}  // namespace Quorvel::Dravik::Adt::BulkView::Filters
