@@ -14,6 +14,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt {
@@ -210,7 +211,7 @@ TEST(Histogram, CountsAsTheModelDoesSampleBySampleAndInRuns) {
 
 TEST(Histogram, FixedRangeIsHalfOpenAndKeepsOutsidersApart) {
     Histogram histogram(Histogram::fixed, 0, 10, 10);
-    for (float const sample : {0.0f, 9.99f, 10.0f, -0.5f, kInf, -kInf, kNaN}) {
+    for (float const sample : {0.0f, 9.99f, 10.0f, -0.5f, 0x1p31f, kInf, -kInf, kNaN}) {
         histogram.add(sample);
     }
     EXPECT_EQ(histogram.nofSamples(0), 1u);
@@ -218,7 +219,7 @@ TEST(Histogram, FixedRangeIsHalfOpenAndKeepsOutsidersApart) {
     EXPECT_EQ(histogram.nofSamples(histogram.resolution()), 0u);
     EXPECT_EQ(histogram.nofSamples(), 2u);
     EXPECT_EQ(histogram.underflows(), 2u);
-    EXPECT_EQ(histogram.overflows(), 2u);
+    EXPECT_EQ(histogram.overflows(), 3u);
     EXPECT_EQ(histogram.underflowMin(), -kInf);
     EXPECT_EQ(histogram.overflowMax(), kInf);
     EXPECT_EQ(Histogram(Histogram::fixed, 10, 0, 10), Histogram(Histogram::fixed, 0, 10, 10));
@@ -332,16 +333,32 @@ TEST(Histogram, RebuiltOneGivesBackWhatWasKept) {
     EXPECT_EQ(rebuilt.max(), 7.75f);
     EXPECT_EQ(rebuilt.bins(64), histogram.bins(64));
 
-    Histogram const empty(Histogram::fixed, 5, 5, std::vector<std::int64_t>(4), 3, 3, kInf, -kInf);
+    Histogram empty(Histogram::fixed, 0, 8, std::vector<std::int64_t>(4), 3, 3, kInf, -kInf);
     EXPECT_EQ(empty.mean() + empty.stddev() + empty.sum(), 0.0f);
-    EXPECT_EQ(empty.range(), 0.0f) << "no widening";
+    empty.add(1);
+    empty.add(3);
+    EXPECT_EQ(empty.stddev(), std::sqrt(2.0f));
+    EXPECT_EQ(Histogram(Histogram::fixed, 5, 5, {1}, 5, 0, 5, 5).range(), 0.0f) << "no widening";
     Histogram backwards(Histogram::fixed, 8, 0, {1, 2, std::int64_t{1} << 32}, 3, 3, 0, 8);
     EXPECT_EQ(backwards.nofSamples(), 3u) << "counts wrap at 32 bits";
-    std::vector<float> const samples(300, 4.0f);
-    Histogram oneByOne = backwards;
-    std::for_each(samples.begin(), samples.end(), [&](float sample) { oneByOne.add(sample); });
+    std::vector<float> const samples(300, 16.0f);
     backwards.add(samples);
-    EXPECT_EQ(backwards, oneByOne);
+    EXPECT_EQ(backwards.underflows(), 300u);
+}
+
+TEST(Histogram, OfTwoZerosTheOneThatCameFirstIsTheEnd) {
+    std::vector<float> samples(256, 1.0f);
+    samples[5] = -0.0f;
+    samples[8] = 0.0f;
+    Histogram inRuns(Histogram::fixed, 0, 10, 10);
+    inRuns.add(samples);
+    samples[5] = 0.0f;
+    inRuns.add(samples);
+    EXPECT_TRUE(std::signbit(inRuns.min()));
+    Histogram oneByOne(Histogram::fixed, 0, 10, 10);
+    oneByOne.add(0.0f);
+    oneByOne.add(-0.0f);
+    EXPECT_FALSE(std::signbit(oneByOne.min()) || std::signbit(oneByOne.max()));
 }
 
 TEST(Histogram, SpreadOfEqualSamplesIsNoLessThanNothing) {
@@ -368,9 +385,16 @@ TEST(Histogram, MergingAddsWhatPartsHaveCounted) {
         whole.add(value);
         parts[sample % 3].add(value);
     }
+    for (auto const& [part, outsider] : {std::pair(1, -900.0f), std::pair(2, 900.0f)}) {
+        whole.add(outsider);
+        parts[part].add(outsider);
+    }
+    Histogram const first = parts[0];
     parts[0].merge(parts[1]);
     parts[0].merge(parts[2]);
     EXPECT_EQ(parts[0], whole) << "whole numbers add up exactly in any order";
+    EXPECT_EQ(whole.overflowMax(), 900.0f);
+    EXPECT_NE(parts[0], first);
     EXPECT_EQ(std::hash<Histogram>()(parts[0]), std::hash<Histogram>()(whole));
     Histogram const before = whole;
     for (Histogram const& other :
