@@ -23,6 +23,12 @@ NestedException::NestedException(std::string const& outerMsg, ConstPtr inner) {
 NestedException::NestedException(std::string const& outerMsg, std::exception const& inner)
     : NestedException(outerMsg, cloneOf(inner)) {}
 
+NestedException& NestedException::operator=(NestedException const& other) {
+    // Not member by member: a copy that fails half-way would leave a message of neither.
+    update(other.outerMsg_, other.inner_);
+    return *this;
+}
+
 NestedException::~NestedException() = default;
 
 std::string const& NestedException::outerMsg() const noexcept {

@@ -16,7 +16,7 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 class DRAVIK_ADT_EXPORT NestedException : public CloneableExceptionBase {
   public:
     NestedException(NestedException const&) = default;
-    NestedException& operator=(NestedException const&) = default;
+    NestedException& operator=(NestedException const& other);
     ~NestedException() override;
 
     std::string const& outerMsg() const noexcept;
