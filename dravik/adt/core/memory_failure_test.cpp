@@ -1,18 +1,25 @@
+#include "dravik/adt/core/extent.h"
+#include "dravik/adt/core/index_set.h"
 #include "dravik/adt/core/shared_array.h"
 #include "dravik/adt/core/shared_buffer.h"
+#include "dravik/adt/core/threading_mutex.h"
 
 #include "dravik/adt/exceptions/memory_exception.h"
 #include "dravik/adt/testing/failure_loop.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
+#include <stdexcept>
 
 namespace Quorvel::Dravik::Adt {
 namespace {
 
 using Testing::AllocationFailure;
+using Testing::callOut;
 using Testing::failEverywhere;
+using Testing::Fails;
 
 TEST(SharedBuffer, SurvivesEveryFailedAllocation) {
     using OwnerPtr = boost::intrusive_ptr<SharedBuffer::Owner>;
@@ -61,6 +68,169 @@ TEST(SharedArray, SurvivesEveryFailedAllocation) {
             scene.lazy.ensureAllocated(/*wanted=*/true);
             EXPECT_NE(scene.lazy.data(), nullptr) << "next try";
         });
+}
+
+// Bytes of a host that may fail at every turn.
+class HostOwner : public SharedBuffer::Owner {
+  public:
+    bool isWritable() const override { return callOut("isWritable"), true; }
+    std::uint32_t getByteSize() const override { return callOut("getByteSize"), sizeof bytes_; }
+    char* getBuffer(bool) override { return callOut("getBuffer"), bytes_; }
+    boost::intrusive_ptr<Owner> share() override { return callOut("share"), new HostOwner; }
+    using Shared::createFromPointer;
+
+  private:
+    char bytes_[64] = {};
+};
+
+using Set = IndexSet<2, int>;
+using Array = SharedArray<2>;
+using Testing::refused;
+
+Set checkered(int origin) {
+    Set set;
+    for (int i = 0; i < 64; ++i) {
+        Set::Point const corner(origin + i / 8 * 3, i % 8 * 2);
+        set.add(Set::Box{corner, corner + Set::Point(2, 1)});
+    }
+    return set;
+}
+
+struct Scene {
+    boost::intrusive_ptr<SharedBuffer::Owner> owner{new HostOwner};
+    std::unique_ptr<HostOwner> unreferenced = std::make_unique<HostOwner>();
+    SharedBuffer hosted{owner};
+    SharedBuffer buffer;
+    Array array{ArrayRef<2>({{0, 0}, {4, 4}}, {4, 1}, nullptr, 0, typeid(float), 32), SharedBuffer(owner)};
+    Set set = checkered(0);
+    Set const other = checkered(1);
+    Threading::Mutex mutex;
+    float floats[16] = {};
+};
+
+constexpr Testing::FailureScenario<Scene> kScenarios[] = {
+    {"asking a host's bytes", Fails::kCalls,
+     [](Scene& s) {
+         std::uint32_t byteSize = 0;
+         EXPECT_NE(s.hosted.getBufferNoAlloc(&byteSize), nullptr);
+         EXPECT_EQ(byteSize + s.hosted.getBufferByteSize() + s.hosted.isReadOnly(), 128u);
+         EXPECT_NE(s.hosted.getBuffer(64, /*allocate=*/true, /*createOwner=*/true), nullptr);
+     },
+     [](Scene& s, bool) { EXPECT_EQ(s.hosted.getOwner(), s.owner); }},
+    {"replacing a host's bytes", Fails::kBoth,
+     [](Scene& s) {
+         s.buffer = s.hosted;
+         s.buffer.getBuffer(100, /*allocate=*/true, /*createOwner=*/true);
+     },
+     [](Scene& s, bool completed) {
+         EXPECT_EQ(s.buffer.getOwner() != nullptr && s.buffer.isShareable(), true);
+         EXPECT_TRUE(!completed || s.buffer.getBufferByteSize() == 100);
+     }},
+    {"copying and sharing a host's bytes", Fails::kBoth,
+     [](Scene& s) { s.buffer = SharedBuffer(new SharedBuffer::BasicArrayOwner(*s.owner->share())); }},
+    {"wrapping bytes", Fails::kAllocations,
+     [](Scene& s) {
+         s.buffer = SharedBuffer::createFromExternal(s.floats, sizeof s.floats, /*writable=*/true);
+         s.array = Array::Wrap<float>(s.floats, {{0, 0}, {4, 4}});
+     },
+     [](Scene& s, bool completed) { EXPECT_EQ(s.array.data() != nullptr, completed); }},
+    {"laying an array on a host's bytes", Fails::kCalls, [](Scene& s) { s.array.allocate(/*allocateNow=*/true); },
+     [](Scene& s, bool completed) { EXPECT_EQ(s.array.data() != nullptr, completed); }},
+    {"refusing arrays", Fails::kAllocations,
+     [](Scene& s) {
+         refused<std::invalid_argument>([] { Array::Make({{0, 0}, {4, 4}}, typeid(int), 0); });
+         refused<std::invalid_argument>([&] { Array::Wrap<float>(s.floats, {{0, 0}, {4, 5}}); });
+         refused<std::length_error>([] { Array::Make<double>({{0, 0}, {40000, 40000}}); });
+         refused<std::length_error>([] { SharedArray<3>::DenseStrides({{0, 0, 0}, {2, 65536, 65536}}); });
+         refused<std::length_error>([] { Array::Make<char>({{0, 0}, {65536, 65536}}, {-65536, 1}); });
+         refused<std::runtime_error>([] {
+             ArrayRef<2>({{0, 0}, {2, 2}}, {-2, 1}, nullptr, 0, typeid(int), 32)
+                 .requiredBufferByteSize(/*touchedOnly=*/false);
+         });
+         refused<std::invalid_argument>([&] { s.array.strides()[2]; });
+     }},
+    {"printing values", Fails::kBoth,
+     [](Scene& s) {
+         Testing::HostStream() << s.array << s.set << ExtentK<2, int>(s.array.range())
+                               << ArrayRef<1>({}, {}, nullptr, 0, typeid(std::vector<int>), 8);
+     }},
+    {"making sets of boxes", Fails::kAllocations,
+     [](Scene& s) {
+         std::vector<Set::Box> const boxes(s.other.boxes().begin(), s.other.boxes().end());
+         s.set = Set(boxes);
+         EXPECT_EQ(s.set, s.other);
+         s.set = Set({3, 3}, {{0, 0}, {50, 50}});
+         s.set.add(Set::Box{{1, 1}, {20, 20}});
+         s.set.clear();
+     }},
+    {"copying a set", Fails::kAllocations,
+     [](Scene& s) {
+         Set copy(s.other);
+         s.set = copy;
+     },
+     [](Scene& s, bool completed) { EXPECT_EQ(s.set, completed ? s.other : checkered(0)); }},
+    {"adding a set and a point", Fails::kAllocations,
+     [](Scene& s) {
+         s.set.add(s.other);
+         s.set.add(Set::Point{100, 100});
+     },
+     [](Scene& s, bool completed) {
+         EXPECT_TRUE(s.set.isSubset(checkered(0)));
+         EXPECT_EQ(s.set.contains({100, 100}), completed);
+         EXPECT_TRUE(!completed || s.set.isSubset(s.other));
+     }},
+    {"removing points and a box", Fails::kAllocations,
+     [](Scene& s) {
+         s.set.add(Set::Box{{50, 50}, {60, 60}});
+         s.set.remove(Set::Point{55, 55});
+         s.set.remove(Set::Box{{51, 51}, {53, 53}});
+     },
+     [](Scene& s, bool completed) {
+         EXPECT_TRUE(s.set.isSubset(checkered(0)));
+         EXPECT_TRUE(!completed || s.set.size() == checkered(0).size() + 100 - 5);
+     }},
+    {"comparing and intersecting sets", Fails::kAllocations,
+     [](Scene& s) {
+         EXPECT_TRUE(s.set.intersects(s.other) && !s.set.isSubset(s.other) && !(s.set == s.other));
+         EXPECT_EQ(s.set.intersection(s.other).size(), 64);
+         EXPECT_EQ(s.set.intersection(Set::Box{{1, 0}, {2, 15}}).size(), 8);
+     },
+     [](Scene& s, bool) { EXPECT_EQ(s.set, checkered(0)); }},
+    {"telling what a set holds", Fails::kAllocations,
+     [](Scene& s) {
+         std::string const text = s.set.toString();
+         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 64);
+         EXPECT_TRUE(s.set.getAnyRange() == s.set.getAnyRange(Set::Point{0, 0}));
+     }},
+    {"misusing a lock", Fails::kAllocations,
+     [](Scene& s) {
+         Threading::Mutex::Lock lock(s.mutex);
+         refused<boost::lock_error>([&] { lock.lock(); });
+         lock.unlock();
+         refused<boost::lock_error>([&] { lock.unlock(); });
+     },
+     [](Scene& s, bool) {
+         EXPECT_TRUE(s.mutex.try_lock());
+         s.mutex.unlock();
+     }},
+    {"values on the stack", Fails::kNothing,
+     [](Scene& s) {
+         ArrayRef<2> moved = s.array;
+         moved.moveTo({7, 7});
+         EXPECT_EQ(moved.linearBounds().max, ArrayRef<4>(moved).linearBounds().max);
+         EXPECT_EQ(moved.requiredBufferByteSize(/*touchedOnly=*/true), 64u);
+         ExtentImpl<int> const extent{9, -2, 4};
+         EXPECT_TRUE(extent.reversed().contains(extent.intersection(extent)));
+         EXPECT_TRUE(s.set.contains({0, 0}) && s.set.intersects(s.set.bounds()) && !s.set.isRange());
+         Set moving(std::move(s.set));
+         s.set = std::move(moving);
+         EXPECT_NE(std::hash<Set>()(s.set), std::hash<Array::Range>()(s.array.range()));
+         refused<boost::bad_weak_ptr>([&] { HostOwner::createFromPointer(s.unreferenced.get()); });
+     }},
+};
+
+TEST(Core, SurvivesEveryFailure) {
+    Testing::failInEach(kScenarios);
 }
 
 TEST(SharedBuffer, TellsHowMuchItCouldNotAllocate) {

@@ -5,7 +5,10 @@
 
 #include "dravik/adt/testing/failure_plan.h"
 
+#include <cstdio>
 #include <exception>
+#include <ostream>
+#include <streambuf>
 
 namespace Quorvel::Dravik::Adt::Testing {
 
@@ -40,5 +43,21 @@ inline void callOut(char const* operation) {
         throw CallOutError(operation);
     }
 }
+
+/// A stream of a host that keeps nothing and throws what goes wrong.
+class HostStream : private std::streambuf, public std::ostream {
+  public:
+    HostStream() : std::ostream(this) { exceptions(std::ios::badbit); }
+
+  private:
+    int overflow(int character) override {
+        callOut("overflow");
+        return character == EOF ? 0 : character;
+    }
+    std::streamsize xsputn(char const*, std::streamsize count) override {
+        callOut("xsputn");
+        return count;
+    }
+};
 
 }  // namespace Quorvel::Dravik::Adt::Testing
