@@ -9,7 +9,7 @@
 namespace Quorvel::Dravik::Adt::BulkDef::Entity {
 
 DerivedEntityDef::DerivedEntityDef(TransformDef const& transform)
-    : transform_(transform.clone()), inputs_(transform.numInputs()) {}
+    : inputs_(transform.numInputs()), transform_(transform.clone()) {}
 
 DerivedEntityDef::DerivedEntityDef(Transform::UnaryTransDef const& transform, EntityDef const& input)
     : DerivedEntityDef(transform) {

@@ -57,8 +57,8 @@ class DRAVIK_ADT_EXPORT DerivedEntityDef : public EntityDef, public IPrintable {
     std::unique_ptr<EntityDef> makeClone() const override;
 
   private:
+    std::vector<boost::shared_ptr<EntityDef const>> inputs_;  // first, so that a failed assignment changes nothing
     boost::shared_ptr<TransformDef const> transform_;
-    std::vector<boost::shared_ptr<EntityDef const>> inputs_;
 };
 
 }  // namespace Quorvel::Dravik::Adt::BulkDef::Entity

@@ -30,6 +30,12 @@ class DRAVIK_ADT_EXPORT ProjectItemDef : public SourceDef, public IPrintable {
         std::string datastoreType, std::string datastoreId, std::string parentId, std::string itemId,
         std::string bulkScalar, std::string bulkOffset);
 
+    ProjectItemDef(ProjectItemDef const&) = default;
+    ProjectItemDef(ProjectItemDef&&) = default;
+    /// All six texts at once or, on failure, none of them.
+    ProjectItemDef& operator=(ProjectItemDef const& other) { return *this = ProjectItemDef(other); }
+    ProjectItemDef& operator=(ProjectItemDef&&) noexcept = default;
+
     std::string const& datastoreType() const noexcept { return datastoreType_; }
     std::string& datastoreType() noexcept { return datastoreType_; }
     std::string const& datastoreId() const noexcept { return datastoreId_; }

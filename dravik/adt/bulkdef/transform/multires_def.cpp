@@ -11,7 +11,7 @@ std::string const MultiresDef::BasicAverage = "BasicAverage";
 std::string const MultiresDef::FirstValid = "FirstValid";
 std::string const MultiresDef::Decimation = "Decimation";
 
-MultiresDef::MultiresDef(int factor, std::string name) : factor_(factor), name_(std::move(name)) {}
+MultiresDef::MultiresDef(int factor, std::string name) : name_(std::move(name)), factor_(factor) {}
 
 MultiresDef const* MultiresDef::Cast(TransformDef const* transform) noexcept {
     return dynamic_cast<MultiresDef const*>(transform);

@@ -36,8 +36,8 @@ class DRAVIK_ADT_EXPORT MultiresDef : public UnaryTransDef, public IPrintable {
     std::unique_ptr<TransformDef> makeClone() const override;
 
   private:
+    std::string name_;  // first, so that an assignment that fails has changed nothing
     int factor_;
-    std::string name_;
 };
 
 }  // namespace Quorvel::Dravik::Adt::BulkDef::Transform
