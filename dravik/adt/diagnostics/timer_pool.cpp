@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 namespace Quorvel::Dravik::Adt::Logging {
@@ -9,7 +10,11 @@ namespace Quorvel::Dravik::Adt::Logging {
 TimerPool::TimerPool(bool enabled, int verbose) : enabled_(enabled), verbose_(enabled ? verbose : 0) {}
 
 TimerPool::~TimerPool() {
-    printAll();
+    try {
+        printAll();
+    } catch (std::bad_alloc const&) {
+        // The report ends where the memory does.
+    }
 }
 
 TimerPool& TimerPool::getInstance() {

@@ -24,7 +24,7 @@ namespace Quorvel::Dravik::Adt::Logging {
 class DRAVIK_ADT_EXPORT TimerPool {
   public:
     explicit TimerPool(bool enabled = true, int verbose = 1);
-    /// Prints the report.
+    /// Prints the report, as far as there is memory for it.
     ~TimerPool();
     TimerPool(TimerPool const&) = delete;
     TimerPool& operator=(TimerPool const&) = delete;
