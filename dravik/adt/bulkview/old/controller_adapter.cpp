@@ -65,6 +65,15 @@ FixedVector<3, int> ControllerAdapter::brickPos(int brick) const {
     return {static_cast<int>(brick % row), static_cast<int>(brick % layer / row), static_cast<int>(brick / layer)};
 }
 
+void ControllerAdapter::request(FixedVector<3, int> const& position, AdtEnums::Access access) {
+    try {
+        accessor_->getBuffer(FixedVector<4, int>(position, 0), access, handle_);
+    } catch (...) {
+        handle_.reset(/*releaseOwner=*/true);  // what a failed request left there is not served next time
+        throw;
+    }
+}
+
 void* ControllerAdapter::buffer(int, MemoryModel model, void*, int brick, AdtEnums::Access access) {
     if (model != Addressed) {
         return nullptr;
@@ -72,7 +81,7 @@ void* ControllerAdapter::buffer(int, MemoryModel model, void*, int brick, AdtEnu
     requireAccessor(accessor_.get());
     auto const position = brickPos(brick);
     if (!handle_.contains(position) || handle_.access() != access) {
-        accessor_->getBuffer(FixedVector<4, int>(position, 0), access, handle_);
+        request(position, access);
     }
     if (handle_.isNull()) {
         return nullptr;

@@ -56,6 +56,7 @@ class DRAVIK_ADT_EXPORT ControllerAdapter : public IController {
 
   private:
     FixedVector<3, int> brickPos(int brick) const;
+    void request(FixedVector<3, int> const& position, AdtEnums::Access access);
 
     std::unique_ptr<IBufferAccessor> accessor_;
     BufferHandle handle_;  // after the accessor, so that the block goes back while the chain is there
