@@ -109,8 +109,9 @@ template <int N, class T, class Traits>
 void TypedViewBase<N, T, Traits>::getWriteBuffer(Index const& index) {
     do {
         accessor();
+        // In step, since a request that failed may leave a handle behind whose samples were never read.
         bool const readByLoanForBoth =
-            writePointer_ == nullptr && handle_.contains(index) && handle_.access() == AdtEnums::ReadWrite;
+            inStep_ && writePointer_ == nullptr && handle_.contains(index) && handle_.access() == AdtEnums::ReadWrite;
         if (!readByLoanForBoth) {
             checkInside(index, AdtEnums::ReadWrite);
             request(index, AdtEnums::ReadWrite);
@@ -229,7 +230,14 @@ TypedViewBox<N, T> TypedViewBase<N, T, Traits>::samples(Index const& start, Inde
 
 template <int N, class T, class Traits>
 void TypedViewBase<N, T, Traits>::accessorUpdated() {
-    size_ = Detail::narrowed<N>(accessor().getSize());
+    IBufferAccessor& target = accessor();
+    try {
+        size_ = Detail::narrowed<N>(target.getSize());
+    } catch (...) {
+        // A failure leaves the size as it was; the block is of a layout that is gone.
+        TypedViewBase::bufferInvalidated(handle_.owner());
+        throw;
+    }
     TypedViewBase::bufferInvalidated(handle_.owner());
 }
 
