@@ -33,6 +33,7 @@ struct BrickOptions {
     std::recursive_mutex* sharedLock = nullptr;  ///< the lock of all bricks, in place of one of each brick
     int invalidatesEvery = 0;  ///< every so many requests the loan is invalid before it arrives; 0: never
     bool poisons = true;       ///< false: an exchanged brick keeps its samples for whoever still reads them
+    bool readsLate = false;    ///< describes the brick before its samples are read, which may fail
 };
 
 /// One brick: the owner of its loans.
@@ -62,6 +63,11 @@ class Brick : public BulkView::BufferHandle::Owner {
 
     BulkView::BufferHandle::ArrayInfo const& info() const { return info_; }
     T* memory() { return memory_.data(); }
+    /// What a handle shows until the samples are read: as large, nothing but poison.
+    T* unread() {
+        unread_.assign(memory_.size(), kPoison);
+        return unread_.data();
+    }
     T& at(FixedVector<4, int> const& index) {
         std::ptrdiff_t place = info_.offset;
         for (int axis = 0; axis < 4; ++axis) {
@@ -77,7 +83,7 @@ class Brick : public BulkView::BufferHandle::Owner {
 
   private:
     BulkView::BufferHandle::ArrayInfo info_;
-    std::vector<T> memory_;
+    std::vector<T> memory_, unread_;
     std::recursive_mutex mutex_;
     std::recursive_mutex& lock_;
 };
@@ -96,7 +102,10 @@ class BrickAccessor : public BulkView::IBufferAccessor {
         callOut("getSize");
         return store_->data.size();
     }
-    void setClient(IClient* client) override { client_ = client; }
+    void setClient(IClient* client) override {
+        callOut("setClient");
+        client_ = client;
+    }
     void setHint(HintType, OpenEndedRange<4, int> const&, float) override { callOut("setHint"); }
     void getBuffer(Index position, Access access, BulkView::BufferHandle& handle) override {
         callOut("getBuffer");
@@ -113,7 +122,7 @@ class BrickAccessor : public BulkView::IBufferAccessor {
         clone->client_ = nullptr;
         return clone;
     }
-    void dispose(bool) override {}
+    void dispose(bool) override { callOut("dispose"); }
 
     /// Requests so far, through this accessor and all its clones.
     int requests() const { return store_->requests; }
@@ -189,6 +198,10 @@ class BrickAccessor : public BulkView::IBufferAccessor {
         }
         auto const brick = brickAt(position);
         handle.setOwner(store_->options.givesOwner ? brick.get() : nullptr);
+        if (store_->options.readsLate) {
+            handle.update(brick->unread(), brick->info(), granted);
+            callOut("read");
+        }
         handle.update(store_->options.hasMemory ? brick->memory() : nullptr, brick->info(), granted);
     }
 

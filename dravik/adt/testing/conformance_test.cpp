@@ -44,6 +44,7 @@ TEST(Conformance, OfBricks) {
         {"without owner", {.givesOwner = false}},
         {"locked", {.locksOwner = true}},
         {"often invalid", {.invalidatesEvery = 3}},
+        {"reading late", {.readsLate = true}},
     };
     for (Row const& row : rows) {
         Subject<float> subject{
