@@ -47,11 +47,11 @@ Place placeOf(void* buffer, std::int64_t offset, std::type_info const& type) {
 class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
   public:
     explicit TempBufferOwner(ValueConvertFilter& filter) noexcept
-        : Owner(&filter), filter_(&filter), next_(filter.owners_) {
+        : Owner(&filter), filter_(&filter), slot_(&filter.owners_), next_(filter.owners_) {
+        *slot_ = this;
         if (next_ != nullptr) {
-            next_->previous_ = this;
+            next_->slot_ = &next_;
         }
-        filter.owners_ = this;
     }
 
     ~TempBufferOwner() override { writeBackOrDropAndDetach(); }
@@ -97,10 +97,10 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     // After this the filter may go.
     void detach() noexcept {
         pendingCount_ = 0;
+        *slot_ = next_;
         if (next_ != nullptr) {
-            next_->previous_ = previous_;
+            next_->slot_ = slot_;
         }
-        (previous_ != nullptr ? previous_->next_ : filter_->owners_) = next_;
         filter_ = nullptr;
     }
 
@@ -203,7 +203,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     }
 
     ValueConvertFilter* filter_;  // null once detached
-    TempBufferOwner* previous_ = nullptr;
+    TempBufferOwner** slot_;      // the pointer of the filter's list that points here
     TempBufferOwner* next_;
 
     std::unique_ptr<unsigned char[]> run_;  // converted samples, one beside the other
