@@ -1,12 +1,13 @@
 #include "brick_accessor.h"
 
+#include "counting_filter.h"
 #include "made_files.h"
 #include "netcdf_source.h"
 #include "terrain_source.h"
 
-#include <dravik/adt/bulkview/typed_3d_views.h>
 #include <dravik/adt/exceptions/not_supported_exception.h>
 #include <dravik/adt/exceptions/object_disposed_exception.h>
+#include <dravik/adt/testing/conformance.h>
 
 #include <gtest/gtest.h>
 
@@ -23,39 +24,41 @@ using BulkView::BufferHandle;
 using Testing::Folder;
 using Testing::MadeFile;
 
-// 3 x 5 x 4 samples: 0, 1, 2 ... with 7 missing.
+// 3 x 5 x 4 samples: 0, 1, 2 ... in the order of memory.
 std::shared_ptr<NetcdfSource> smallVolume(Folder const& folder) {
     std::vector<float> values(60);
     std::iota(values.begin(), values.end(), 0.0f);
     {
         MadeFile file(folder.file("volume.nc"));
-        int const variable = file.addVariable("v", NC_FLOAT, {3, 5, 4});
-        file.addNumber(variable, "missing_value", NC_FLOAT, 7);
-        file.write(variable, values);
+        file.write(file.addVariable("v", NC_FLOAT, {3, 5, 4}), values);
     }
     return std::make_shared<NetcdfSource>(folder.file("volume.nc"), "v");
 }
 
-// Plain computation of the sample that smallVolume has at an index; NaN compares unequal to itself.
-bool isSample(float sample, int i, int j, int k) {
-    int const value = (i * 5 + j) * 4 + k;
-    return value == 7 ? std::isnan(sample) : sample == static_cast<float>(value);
-}
-
-TEST(BrickAccessor, EverySampleIsReachedWhateverTheBrick) {
+TEST(BrickAccessor, ConformsOverAFileWhateverTheBrick) {
     Folder const folder;
-    auto const source = smallVolume(folder);
     for (Position const& brick :
-         {Position(1, 1, 1, 1), Position(2, 3, 4, 1), Position(3, 5, 4, 9), Position(INT_MAX, 2, 3, INT_MAX)}) {
-        BulkView::Typed3dRoView<float> const view(std::make_unique<BrickAccessor>(source, brick));
-        ASSERT_EQ(view.size(), (Adt::FixedVector<3, int>(3, 5, 4)));
-        for (int i = 2; i >= 0; --i) {
-            for (int j = 0; j < 5; ++j) {
-                for (int k = 0; k < 4; ++k) {
-                    ASSERT_TRUE(isSample(view.get(i, j, k), i, j, k)) << brick << " at " << i << "," << j << "," << k;
-                }
+         {Position(1, 1, 1, 1), Position(2, 3, 4, 1), Position(9, 8, 11, 3), Position(INT_MAX, 2, 3, INT_MAX)}) {
+        Adt::Testing::Subject<float> bricks;
+        bricks.name = "bricks of a file";
+        bricks.make = [&](Adt::Testing::PlainArray<float> const& shown) {
+            auto const& size = shown.size();
+            {
+                MadeFile file(folder.file("array.nc"));
+                int const variable = file.addVariable("v", NC_SHORT, {size.begin(), size.end()});
+                file.write(variable, shown.samples());
             }
-        }
+            auto source = std::make_shared<NetcdfSource>(folder.file("array.nc"), "v");
+            return std::make_unique<BrickAccessor>(std::move(source), brick);
+        };
+        bricks.writes = Adt::Testing::Writes::kRefused;
+        Adt::Testing::expectConforms(bricks);
+        auto const overBricks = bricks.make;
+        bricks.name = "counted bricks of a file";
+        bricks.make = [&](Adt::Testing::PlainArray<float> const& shown) {
+            return std::make_unique<CountingFilter>(overBricks(shown), std::make_shared<CountingFilter::Count>(0));
+        };
+        Adt::Testing::expectConforms(bricks);
     }
 }
 
@@ -71,20 +74,6 @@ TEST(BrickAccessor, LendsTheCutOffBrickAroundAPositionAndCountsIt) {
     EXPECT_EQ(handle.access(), AdtEnums::Read);
     EXPECT_EQ(traffic->requests, 2);
     EXPECT_EQ(traffic->samples, 1 + 12);
-}
-
-TEST(BrickAccessor, LoansOutliveTheAccessorAndItsFile) {
-    Folder const folder;
-    BufferHandle handle;
-    {
-        BrickAccessor accessor(smallVolume(folder), Position::Filled(4));
-        accessor.getBuffer(Position(1, 2, 3, 0), AdtEnums::Read, handle);
-    }
-    auto const* const samples = static_cast<float const*>(handle.buffer());
-    EXPECT_EQ(samples[handle.offset(Position(1, 2, 3, 0))], 31.0f);
-    auto const copy = handle;
-    handle.reset(/*releaseOwner=*/true);
-    EXPECT_EQ(samples[copy.offset(Position(0, 0, 0, 0))], 0.0f);
 }
 
 TEST(BrickAccessor, RefusalsLeaveTheHandleAsItWas) {

@@ -2,8 +2,11 @@
 
 // What the demo is asked to do.
 
+#include <dravik/adt/core/extent.h>
+
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Relief {
 
@@ -19,7 +22,13 @@ struct Options {
     bool inputGiven = false;  ///< whether the user named the input, rather than taking what there is
     std::string variable;     ///< empty: the largest grid of the file
     BrickShape brick;
+    /// None, the rows, or the rows and the columns to look at, counted with north at the top.
+    std::vector<Quorvel::Dravik::Adt::ExtentImpl<int>> subset;
+    std::string swap;  ///< the grid of the lower half, in the form of `input`; empty: the same
     std::string output = "relief.png";
+
+    /// Beside the output: "relief-histogram.png" for "relief.png".
+    std::string histogramOutput() const;
 };
 
 /// Reads the command line into `options`.
@@ -30,5 +39,8 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, Options& 
 
 /// Reads "256x512", or "256" for both. Nothing unless both are whole numbers of at least 1.
 std::optional<BrickShape> parseShape(std::string const& text);
+
+/// Reads "2160:-2:1080". Nothing unless all three are whole numbers, the step is not 0 and the count at least 1.
+std::optional<Quorvel::Dravik::Adt::ExtentImpl<int>> parseExtent(std::string const& text);
 
 }  // namespace Relief

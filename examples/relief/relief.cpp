@@ -1,103 +1,81 @@
 #include "relief.h"
 
-#include "brick_accessor.h"
-#include "netcdf_source.h"
+#include "chain.h"
+#include "grid.h"
+#include "histogram_picture.h"
 #include "png_file.h"
 #include "progress.h"
 #include "raster.h"
 #include "shading.h"
-#include "terrain_source.h"
 
 #include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/diagnostics/histogram.h>
+#include <dravik/adt/diagnostics/named_timer.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
-#include <memory>
+#include <functional>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace Relief {
 namespace {
 
-using View = BulkView::Typed2dRoView<float>;
+using Adt::Histogram;
+using Adt::Logging::NamedTimer;
+using Adt::Logging::Timer;
 
-constexpr BrickShape kGeneratedSize{2161, 4320};
-
-struct Grid {
-    std::shared_ptr<BrickSource const> source;
-    std::string name;
-    std::string unit;
-    bool rowsGoNorth;
-};
-
-Grid generatedGrid(BrickShape size) {
-    return {std::make_shared<TerrainSource>(size.rows, size.columns), "generated terrain", "meters", true};
+// Does a piece of work under a named timer, and says how many seconds it took.
+template <class Work>
+auto timed(char const* name, double& seconds, Work work) {
+    NamedTimer const named(name);
+    Timer timer;
+    auto result = work();
+    timer.stop();
+    seconds = timer.getLast();
+    return result;
 }
 
-Grid fileGrid(Options const& options) {
-    auto const source = std::make_shared<NetcdfSource>(options.input, options.variable);
-    std::string const name = source->variable() + " of " + options.input;
-    if (source->rank() != 2) {
-        throw std::runtime_error(name + " is no grid: it has " + std::to_string(source->rank()) + " axes, not two");
-    }
-    return {source, name, source->unit(), source->risesAlong(0)};
-}
-
-Grid openGrid(Options const& options, std::ostream& out) {
-    std::string const generated = "generated";
-    if (options.input == generated) {
-        return generatedGrid(kGeneratedSize);
-    }
-    if (options.input.starts_with(generated + ":")) {
-        auto const size = parseShape(options.input.substr(generated.size() + 1));
-        return size ? generatedGrid(*size) : throw std::runtime_error("'" + options.input + "' names no size");
-    }
+// The grid that was asked for; without a question, the one that there is.
+Grid openInput(Options const& options, std::ostream& out) {
     if (!options.inputGiven && !std::filesystem::exists(options.input)) {
         out << options.input << " is not there: drawing a generated terrain instead\n";
-        return generatedGrid(kGeneratedSize);
+        return openGrid(entityOf("generated"), options.variable);
     }
-    return fileGrid(options);
+    return openGrid(entityOf(options.input), options.variable);
 }
 
-// The whole view as a raster with north at the top. Walks brick by brick: the view holds one block at a time, so this
-// order asks for each of them once.
-Raster<float> readAll(View const& view, BrickShape brick, bool rowsGoNorth) {
-    int const rows = view.size(0);
-    int const columns = view.size(1);
-    Raster<float> heights(rows, columns);
-    Progress progress("reading", static_cast<long long>(rows) * columns);
-    for (int top = 0, bottom = 0; top < rows; top = bottom) {
-        bottom = top + std::min(brick.rows, rows - top);
-        for (int left = 0, right = 0; left < columns; left = right) {
-            right = left + std::min(brick.columns, columns - left);
-            for (int row = top; row < bottom; ++row) {
-                float* const to = heights.row(rowsGoNorth ? rows - 1 - row : row);
-                for (int column = left; column < right; ++column) {
-                    to[column] = view.get(row, column);
-                }
-            }
-            progress.advance(static_cast<long long>(bottom - top) * (right - left));
+std::optional<Grid> openSwap(Options const& options, Grid const& first) {
+    if (options.swap.empty()) {
+        return std::nullopt;
+    }
+    Grid second = openGrid(entityOf(options.swap), options.variable);
+    if (second.source->size() != first.source->size() || second.rowsGoNorth != first.rowsGoNorth) {
+        throw std::runtime_error(second.name + " does not lie as " + first.name + " does");
+    }
+    return second;
+}
+
+// The whole view, row by row. `atHalf` is called before the lower half is read.
+Raster<float> readAll(BulkView::Typed2dRoView<float> const& view, std::function<void()> const& atHalf) {
+    Raster<float> heights(view.size(0), view.size(1));
+    Progress progress("reading", heights.rows());
+    for (int row = 0; row < heights.rows(); ++row) {
+        if (row == heights.rows() / 2) {
+            atHalf();
         }
+        for (int column = 0; column < heights.columns(); ++column) {
+            heights.row(row)[column] = view.get(row, column);
+        }
+        progress.advance(1);
     }
     return heights;
 }
-
-// Seconds since the last look.
-class Stopwatch {
-  public:
-    double lap() {
-        auto const now = std::chrono::steady_clock::now();
-        double const seconds = std::chrono::duration<double>(now - last_).count();
-        last_ = now;
-        return seconds;
-    }
-
-  private:
-    std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
-};
 
 std::string number(char const* format, double value) {
     char text[64];
@@ -105,45 +83,77 @@ std::string number(char const* format, double value) {
     return text;
 }
 
-void reportGrid(std::ostream& out, Grid const& grid, ValueRange const& range) {
-    Position const size = grid.source->size();
-    out << "grid      " << grid.name << ", " << size[0] << " x " << size[1] << " samples\n";
-    out << "range     ";
-    if (range.lowest <= range.highest) {
-        out << number("%g", range.lowest) << " to " << number("%g", range.highest)
-            << (grid.unit.empty() ? "" : " " + grid.unit) << ", ";
+struct Seconds {
+    double open, read, count, shade, write;
+};
+
+void reportValues(std::ostream& out, Histogram const& histogram, std::size_t samples, std::string const& unit) {
+    out << "values    ";
+    if (!histogram.empty()) {
+        out << number("%g", histogram.min()) << " to " << number("%g", histogram.max())
+            << (unit.empty() ? "" : " " + unit) << ", mean " << number("%.1f", histogram.mean()) << ", ";
     }
-    out << range.missing << " missing\n";
+    out << samples - histogram.nofSamples() << " missing\n";
 }
 
-void reportTraffic(std::ostream& out, BrickShape brick, Traffic const& traffic) {
-    out << "requests  " << traffic.requests << " for bricks of " << brick.rows << " x " << brick.columns << ", "
-        << traffic.samples << " samples read\n";
+void reportTraffic(std::ostream& out, Chain const& chain, BrickShape brick) {
+    double const asked = static_cast<double>(*chain.asked);
+    double const read = static_cast<double>(chain.read->requests);
+    out << "requests  " << chain.read->requests << " for bricks of " << brick.rows << " x " << brick.columns << ", "
+        << chain.read->samples << " samples read\n"
+        << "cache     " << *chain.asked << " requests, " << number("%.1f %%", 100 * (asked - read) / asked)
+        << " of them answered without reading\n";
+}
+
+void reportTime(std::ostream& out, Seconds const& seconds) {
+    double const together = seconds.open + seconds.read + seconds.count + seconds.shade + seconds.write;
+    out << "time      " << number("%.2f s", together) << ": read " << number("%.2f", seconds.read) << ", count "
+        << number("%.2f", seconds.count) << ", shade " << number("%.2f", seconds.shade) << ", write "
+        << number("%.2f", seconds.write) << "\n";
 }
 
 }  // namespace
 
 void run(Options const& options, std::ostream& out) {
-    Stopwatch stopwatch;
-    Grid const grid = openGrid(options, out);
-    Position const size = grid.source->size();
-    BrickShape const brick{std::min(options.brick.rows, size[0]), std::min(options.brick.columns, size[1])};
-    auto const traffic = std::make_shared<Traffic>();
-    View const view(std::make_unique<BrickAccessor>(grid.source, Position(brick.rows, brick.columns, 1, 1), traffic));
-    auto const heights = readAll(view, brick, grid.rowsGoNorth);
-    double const readSeconds = stopwatch.lap();
-    ValueRange const range = rangeOf(heights);
-    auto const picture = shadedRelief(heights, range);
-    double const shadeSeconds = stopwatch.lap();
-    writePng(options.output, picture);
-    double const writeSeconds = stopwatch.lap();
+    Seconds seconds{};
+    Grid const grid = timed("relief: open", seconds.open, [&] { return openInput(options, out); });
+    auto const second = openSwap(options, grid);
+    BrickShape const brick{std::min(options.brick.rows, grid.rows()), std::min(options.brick.columns, grid.columns())};
+    auto const shown = viewOf(grid, options.subset);
+    Chain chain = makeChain(grid, brick, *shown);
+    BulkView::Typed2dRoView<float> view(std::move(chain.top));
 
-    reportGrid(out, grid, range);
-    reportTraffic(out, brick, *traffic);
-    out << "time      " << number("%.2f s", readSeconds + shadeSeconds + writeSeconds) << ": read "
-        << number("%.2f", readSeconds) << ", shade " << number("%.2f", shadeSeconds) << ", write "
-        << number("%.2f", writeSeconds) << "\n";
-    out << "picture   " << options.output << ", " << picture.columns() << " x " << picture.rows() << " points\n";
+    auto const heights = timed("relief: read", seconds.read, [&] {
+        return readAll(view, [&] {
+            if (second) {
+                exchangeGrid(chain, *second, brick);
+            }
+        });
+    });
+    auto const histogram = timed("relief: count", seconds.count, [&] {
+        Histogram counted;
+        counted.add(heights.values());
+        return counted;
+    });
+    auto const picture = timed("relief: shade", seconds.shade, [&] {
+        return shadedRelief(heights, {histogram.min(), histogram.max()});
+    });
+    timed("relief: write", seconds.write, [&] {
+        writePng(options.output, picture);
+        writePng(options.histogramOutput(), histogramPicture(histogram));
+        return true;
+    });
+
+    out << "grid      " << grid.name << ", " << grid.rows() << " x " << grid.columns() << " samples\n";
+    if (second) {
+        out << "below     " << second->name << "\n";
+    }
+    out << "view      " << *shown << "\n";
+    reportValues(out, histogram, heights.values().size(), grid.unit);
+    reportTraffic(out, chain, brick);
+    reportTime(out, seconds);
+    out << "pictures  " << options.output << ", " << picture.columns() << " x " << picture.rows() << " points\n"
+        << "          " << options.histogramOutput() << "\n";
 }
 
 }  // namespace Relief

@@ -1,7 +1,12 @@
 // The demo as its users meet it: the program, what it prints, the pictures it leaves.
 
+#include "chain.h"
+#include "grid.h"
 #include "made_files.h"
 #include "raster.h"
+
+#include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/testing/random.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,10 +23,12 @@
 namespace Relief {
 namespace {
 
+using ::testing::EndsWith;
 using Testing::Folder;
 using ::testing::HasSubstr;
 using Testing::MadeFile;
 using ::testing::MatchesRegex;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 std::string contentOf(std::string const& path) {
@@ -96,8 +103,9 @@ TEST(Relief, DrawsAFileWithNorthUpAndTheSunInTheNorthWest) {
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_EQ(outcome.errors, "") << "no progress line where there is no terminal";
     EXPECT_THAT(outcome.output, HasSubstr("cone of " + folder.file("cone.nc") + ", 40 x 60 samples\n"));
-    EXPECT_THAT(outcome.output, HasSubstr("50.7963 to 100 meters, 1 missing\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("50.7963 to 100 meters, mean 77.1, 1 missing\n"));
     EXPECT_THAT(outcome.output, HasSubstr("9 for bricks of 16 x 25, 2400 samples read\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("120 requests, 92.5 % of them answered without reading\n"));
     EXPECT_THAT(outcome.output, HasSubstr(folder.file("picture.png") + ", 60 x 40 points\n"));
 
     auto const picture = pictureIn(folder.file("picture.png"));
@@ -116,7 +124,9 @@ TEST(Relief, GeneratedTerrainNeedsNoFile) {
     EXPECT_THAT(outcome.output, HasSubstr("generated terrain, 90 x 180 samples\n"));
     EXPECT_THAT(outcome.output, HasSubstr("6 for bricks of 64 x 64, 16200 samples read\n"));
     EXPECT_EQ(pictureIn(folder.file("picture.png")).columns(), 180);
-    EXPECT_EQ(folder.fileCount(), 1u);
+    EXPECT_GT(pictureIn(folder.file("picture-histogram.png")).columns(), 180);
+    EXPECT_EQ(folder.fileCount(), 2u);
+    EXPECT_THAT(outcome.output, Not(HasSubstr("Timing results")));
 }
 
 TEST(Relief, SaysInOneLineWhatIsWrongAndLeavesNoPicture) {
@@ -143,6 +153,11 @@ TEST(Relief, SaysInOneLineWhatIsWrongAndLeavesNoPicture) {
         {"NoSize", "--input generated:4", 0, ""},
         {"BadSize", "--input generated:4xx", 1, "'generated:4xx' names no size"},
         {"BadBrick", cone + "--brick 0x8", 2, "--brick: '0x8' is no size"},
+        {"NoSubset", cone + "--subset 0:2", 2, "--subset: '0:2' is no part"},
+        {"StandingStill", cone + "--subset 0:0:2", 2, "--subset: '0:0:2' is no part"},
+        {"SubsetOutside", cone + "--subset 0:1:9 60:1:5", 1, "nothing of cone of "},
+        {"NoSwap", cone + "--swap nothing.nc", 1, "cannot open 'nothing.nc'"},
+        {"SwapOfOtherSize", cone + "--swap generated:40x61", 1, "generated terrain does not lie as "},
         {"UnknownOption", cone + "--blick 8", 2, "The following argument"},
     };
     for (Row const& row : rows) {
@@ -168,14 +183,68 @@ TEST(Relief, ADiskThatFillsUpLeavesThePictureOfTheLastRun) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.errors, StartsWith("relief: cannot write '"));
     EXPECT_EQ(contentOf(folder.file("picture.png")), before);
-    EXPECT_EQ(folder.fileCount(), 2u);
+    EXPECT_EQ(folder.fileCount(), 3u);
+}
+
+TEST(Relief, TimesItsStagesWhenAsked) {
+    Folder const folder;
+    auto const outcome = runRelief(folder, "--input generated:20", "DRAVIK_TIMERS=1 ");
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.output, HasSubstr("\nTiming results:\n  relief: count "));
+    EXPECT_THAT(outcome.output, EndsWith("End of report\n\n"));
+}
+
+TEST(Relief, ShowsTheSubsetCountedFromTheNorth) {
+    Grid const grid = openGrid(entityOf("generated:50x80"), "");
+    std::vector<float> whole(50 * 80);
+    grid.source->read(Box::OfSize(grid.source->size()), whole.data());
+    Adt::Testing::Random random;
+    for (int round = 0; round < 50; ++round) {
+        auto const any = [&](int length) {
+            int const step = random.oneOf({-3, -1, 1, 2, 7});
+            int const origin = random.between(0, length - 1);
+            int const room = step > 0 ? length - 1 - origin : origin;
+            return Adt::ExtentImpl<int>{origin, step, random.between(1, room / std::abs(step) + 1)};
+        };
+        auto const rows = any(50);
+        auto const columns = any(80);
+        auto chain = makeChain(grid, {random.between(1, 20), random.between(1, 90)}, *viewOf(grid, {rows, columns}));
+        BulkView::Typed2dRoView<float> const view(std::move(chain.top));
+        ASSERT_EQ(view.size(), (Adt::FixedVector<2, int>(rows.count, columns.count)));
+        for (int row = 0; row < rows.count; ++row) {
+            for (int column = 0; column < columns.count; ++column) {
+                int const southernRow = 49 - (rows.origin + row * rows.step);
+                int const place = southernRow * 80 + columns.origin + column * columns.step;
+                ASSERT_EQ(view(row, column), whole[static_cast<std::size_t>(place)])
+                    << row << "," << column << " of " << rows << " x " << columns;
+            }
+        }
+    }
+}
+
+TEST(Relief, SwapsTheGridUnderTheOpenView) {
+    Folder const folder;
+    makeCone(folder.file("cone.nc"));
+    Grid const cone = openGrid(entityOf(folder.file("cone.nc")), "cone");
+    Grid const terrain = openGrid(entityOf("generated:40x60"), "");
+    auto chain = makeChain(cone, {16, 16}, *viewOf(cone, {}));
+    BulkView::Typed2dRoView<float> const view(std::move(chain.top));
+    EXPECT_EQ(view(9, 20), 100.0f);
+    exchangeGrid(chain, terrain, {16, 16});
+    float expected = 0;
+    terrain.source->read({Position(30, 20, 0, 0), Position(31, 21, 1, 1)}, &expected);
+    EXPECT_EQ(view(9, 20), expected) << "neither the view nor the cache serves what was there before";
+
+    auto const outcome = runRelief(folder, "--input '" + folder.file("cone.nc") + "' --swap generated:40x60");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_THAT(outcome.output, HasSubstr("\nbelow     generated terrain\n"));
 }
 
 TEST(Relief, HelpListsEveryOption) {
     Folder const folder;
     auto const outcome = runRelief(folder, "--help");
     EXPECT_EQ(outcome.status, 0);
-    for (char const* const option : {"--input", "--variable", "--brick", "--output", "--help"}) {
+    for (char const* const option : {"--input", "--variable", "--brick", "--subset", "--swap", "--output", "--help"}) {
         EXPECT_THAT(outcome.output, HasSubstr(option));
     }
 }

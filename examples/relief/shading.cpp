@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
-#include <limits>
 #include <span>
 
 namespace Relief {
@@ -118,18 +117,9 @@ Colour lit(Tone tone, float light) {
 
 }  // namespace
 
-ValueRange rangeOf(Raster<float> const& heights) {
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    ValueRange range{kInfinity, -kInfinity, 0};
-    for (float const height : heights.values()) {
-        if (std::isnan(height)) {
-            ++range.missing;
-            continue;
-        }
-        range.lowest = std::min(range.lowest, height);
-        range.highest = std::max(range.highest, height);
-    }
-    return range;
+Colour tint(float value, ValueRange const& range) {
+    Tone const tone = toneOf(value, range);
+    return {channel(tone.red), channel(tone.green), channel(tone.blue)};
 }
 
 Raster<Colour> shadedRelief(Raster<float> const& heights, ValueRange const& range) {

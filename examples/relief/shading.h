@@ -6,20 +6,18 @@
 
 namespace Relief {
 
-/// Lowest and highest of the present samples, and how many are missing (NaN). With none present, `lowest` is above
-/// `highest`.
+/// The ends of the values in a picture. With `lowest` above `highest` there are none.
 struct ValueRange {
     float lowest;
     float highest;
-    long long missing;
 };
 
-ValueRange rangeOf(Raster<float> const& heights);
+/// The colour of a value: where values lie on both sides of 0, as sea and land, else on one ramp.
+Colour tint(float value, ValueRange const& range);
 
 /// A shaded relief of `heights`, one point per sample, row 0 at the top.
 ///
-/// Values on both sides of 0 are tinted as sea and land, others by one ramp from the lowest to the highest. The relief
-/// is exaggerated so that slopes of any unit read well. Missing samples are grey.
+/// The relief is exaggerated so that slopes of any unit read well. Missing samples (NaN) are grey.
 Raster<Colour> shadedRelief(Raster<float> const& heights, ValueRange const& range);
 
 }  // namespace Relief

@@ -38,7 +38,8 @@ OpenEndedRange<1, std::int64_t> BasicArrayRef<N, Byte>::linearBounds() const noe
         }
     }
     using Position = FixedVector<1, std::int64_t>;
-    return {Position(position(low)), Position(position(high) + 1)};
+    auto const end = static_cast<std::int64_t>(static_cast<std::uint64_t>(position(high)) + 1);
+    return {Position(position(low)), Position(end)};
 }
 
 template <int N, class Byte>
@@ -53,7 +54,11 @@ std::int64_t BasicArrayRef<N, Byte>::wideRequiredBufferByteSize(bool touchedOnly
     std::int64_t const first = *bounds.min.data();
     std::int64_t const end = *bounds.max.data();
     if (touchedOnly) {
-        return byteSizeOf(end - first, bitSize_);
+        std::int64_t sampleCount = 0;
+        if (__builtin_sub_overflow(end, first, &sampleCount)) {
+            sampleCount = std::numeric_limits<std::int64_t>::max();
+        }
+        return byteSizeOf(sampleCount, bitSize_);
     }
     if (first < 0) {
         throw std::runtime_error("[ArrayConstRef::requiredBufferByteSize(false)] Buffer offset is not normalized.");

@@ -125,7 +125,7 @@ class DRAVIK_ADT_EXPORT BasicArrayRef {
     }
 
     /// From the lowest to one past the highest position that the block touches. Never empty: an empty axis counts as
-    /// its lower bound.
+    /// its lower bound. Wraps where 64 bits are too few.
     OpenEndedRange<1, std::int64_t> linearBounds() const noexcept;
 
     /// Bytes that a buffer needs to hold the block: of the touched positions only if `touchedOnly`, else of all from

@@ -185,7 +185,7 @@ TEST(Histogram, CountsAsTheModelDoesSampleBySampleAndInRuns) {
         // Some rounds have whole blocks inside the bins, some have outsiders everywhere.
         bool const tame = random.chance(40);
         for (int piece = 0; piece < 6; ++piece) {
-            std::vector<float> samples(random.oneOf({0u, 1u, 255u, 256u, 257u, 700u}));
+            std::vector<float> samples(random.oneOf({0u, 1u, 63u, 64u, 65u, 256u, 700u}));
             for (float& sample : samples) {
                 sample =
                     tame ? scale * static_cast<float>(random.between(-255, 511)) / 256.0f : anySample(random, scale);
