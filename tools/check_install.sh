@@ -38,7 +38,10 @@ pkg_config)
     LD_LIBRARY_PATH=$lib "$work/stranger"
     ;;
 add_subdirectory)
-    build_stranger -DDRAVIK_ADT_SOURCE="$source" -DCMAKE_BUILD_TYPE=Release
+    # Compiles the whole library once more, which a compiler cache makes bearable from the second time on.
+    cache=$(command -v ccache || true)
+    build_stranger -DDRAVIK_ADT_SOURCE="$source" -DCMAKE_BUILD_TYPE=Release \
+        ${cache:+-DCMAKE_C_COMPILER_LAUNCHER="$cache" -DCMAKE_CXX_COMPILER_LAUNCHER="$cache"}
     ;;
 *)
     echo "no such way: $way" >&2
