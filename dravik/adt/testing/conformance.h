@@ -71,7 +71,7 @@ class Borrower : public BulkView::IBufferAccessor::IClient {
     void request(BulkView::IBufferAccessor& accessor, FixedVector<4, int> position, BulkView::AdtEnums::Access access) {
         for (int attempt = 0; attempt < 5; ++attempt) {
             accessor.getBuffer(position, access, handle);
-            if (!handle.isInvalidated()) {
+            if (handle.confirm()) {
                 return;
             }
             handle.reset(/*releaseOwner=*/true);
