@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
 #include <functional>
 #include <mutex>
@@ -293,6 +294,66 @@ TEST(BufferHandle, StandsForeignInvalidationAndRelease) {
             EXPECT_TRUE(owner->isUniqueRef());
         }
     }
+}
+
+// Waits for another thread; both meet within nanoseconds, unless the machine has no processor for one of them.
+void await(std::atomic<int> const& counter, int value) {
+    for (int spins = 0; counter.load(std::memory_order_acquire) < value; ++spins) {
+        spins > 1000 ? std::this_thread::yield() : void();
+    }
+}
+
+TEST(BufferHandle, NeverHoldsAnIndexThatItWasNotLent) {
+    constexpr int kRounds = 20000;
+    char memory[1] = {};
+    BufferHandle handle;
+    std::atomic<int> round = 0;
+    std::thread foreign([&] {
+        for (int mine = 1; mine <= kRounds; ++mine) {
+            await(round, mine);
+            EXPECT_TRUE(handle.tryThreadSafeReset(memory, nullptr));
+        }
+    });
+    int outside = 0;
+    for (int mine = 1; mine <= kRounds; ++mine) {
+        handle.update(memory, {{{100, 0, 0, 0}, {200, 1, 1, 1}}, {1, 0, 0, 0}, 0}, AdtEnums::Read);
+        round = mine;
+        for (int spins = 0; handle.buffer() != nullptr; ++spins) {
+            outside += handle.contains(50);
+            spins > 1000 ? std::this_thread::yield() : void();
+        }
+    }
+    foreign.join();
+    EXPECT_EQ(outside, 0) << "half of a reset let an index below the block in";
+}
+
+// A fetch and an invalidation that overlap: either the fetch learns of it, or it empties what the fetch has written.
+TEST(BufferHandle, LosesNoInvalidationThatOverlapsAFetch) {
+    constexpr int kRounds = 20000;
+    char memory[1] = {};
+    BufferHandle handle;
+    std::atomic<int> round = 0, done = 0;
+    std::thread foreign([&] {
+        for (int mine = 1; mine <= kRounds; ++mine) {
+            await(round, mine);
+            handle.invalidate(/*emptyRange=*/true);
+            done = mine;
+        }
+    });
+    int lost = 0;
+    for (int mine = 1; mine <= kRounds; ++mine) {
+        handle.reset(/*releaseOwner=*/true);
+        round = mine;
+        for (int delay = mine % 2 * (mine % 100); delay > 0; --delay) {
+            done.load(std::memory_order_acquire);  // the fetch comes a little later each time
+        }
+        handle.update(memory, sampleInfo(), AdtEnums::Read);
+        bool const confirmed = handle.confirm();
+        await(done, mine);
+        lost += confirmed && handle.contains(1);
+    }
+    foreign.join();
+    EXPECT_EQ(lost, 0);
 }
 
 TEST(ArrayInfo, PrintsAndHashes) {

@@ -144,6 +144,23 @@ TEST(TypedViews, ServeABlockThatEndsAtZeroOnTheFirstAxis) {
     EXPECT_THROW(view.get(-5, -1), ViewBoundsException) << "taken back, and nobody can ask for it";
 }
 
+TEST(TypedViews, HoldNothingOfAnEmptyBlock) {
+    Journal journal;
+    auto accessor = std::make_unique<Testing::RecordingAccessor>("a", journal, Index4(4, 4, 1, 1));
+    accessor->setBlock({{{0, 3, 0, 0}, {4, 2, 1, 1}}, {}, 0});
+    Typed2dRoView<float> const view(std::move(accessor));
+    journal.take();
+    view.get(1, 3);
+    view.get(1, 3);
+    EXPECT_EQ(journal.take().size(), 2u);
+
+    auto beside = std::make_unique<Testing::RecordingAccessor>("a", journal, Index4(4, 4, 4, 1));
+    beside->setBlock({{{}, {4, 4, 2, 1}}, {}, 0});
+    float out[2] = {};
+    Typed3dRoView<float>(std::move(beside)).prototypeGetKTrace(0, 0, 2, out, 2);
+    EXPECT_THAT(out, testing::Each(testing::IsNan())) << "one request for each sample that no block holds";
+}
+
 TEST(TypedViews, AskOncePerBlockAndOnceMoreToWriteIntoIt) {
     for (bool both : {false, true}) {
         OverBricks over({.grantedForRead = both ? AdtEnums::ReadWrite : AdtEnums::Read});
@@ -280,8 +297,12 @@ TEST(TypedViews, StayUsableWhenTheNewChainIsNoneOrFails) {
     EXPECT_THROW(view.init(std::make_unique<MemoryAccessor>()), std::runtime_error);
     EXPECT_FALSE(view.isNull()) << "the new chain stays";
     EXPECT_EQ(view.size(), (FixedVector<2, int>(2, 3))) << "and the size is the old one";
-    view.init(zeros({{0, 0}, {5, 5}}));
-    EXPECT_EQ(view.size(1), 5);
+    auto next = zeros({{0, 0}, {5, 5}});
+    auto* const same = next.get();
+    view.init(std::move(next));
+    view.set(4, 4, 1);
+    view.init(std::unique_ptr<IBufferAccessor>(same));
+    EXPECT_EQ(view.get(4, 4), 1) << "taken over once more, not destroyed";
     view.dispose();
     EXPECT_TRUE(view.isNull());
     EXPECT_EQ(view.size(), (FixedVector<2, int>()));
@@ -446,6 +467,11 @@ TEST(TypedViewIterator, OutlivesWhateverHappensToItsBlock) {
         {"nothing", [](auto&, auto&) {}},
         {"a read elsewhere", [](auto& over, auto&) { over.view.get(3, 4, 5); }},
         {"a read in the brick beside", [](auto& over, auto& p) { over.view.get(p[0], p[1], (p[2] + 4) % 6); }},
+        {"a read in the brick beside, and the block gone",
+         [](auto& over, auto& p) {
+             over.view.get(p[0], p[1], (p[2] + 4) % 6);
+             over.bricks->release(p);
+         }},
         {"a write", [](auto& over, auto& p) { over.view.set(p[0], p[1], p[2], over.view.get(p[0], p[1], p[2])); }},
         {"a block prepared for release", [](auto& over, auto& p) { over.bricks->prepareRelease(p); }},
         {"a block taken back", [](auto& over, auto& p) { over.bricks->release(p); }},

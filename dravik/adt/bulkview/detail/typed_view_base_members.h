@@ -71,7 +71,6 @@ template <int N, class T, class Traits>
 void TypedViewBase<N, T, Traits>::resetBlock() const {
     window_.close();
     inStep_ = false;
-    ++fetchCount_;
     handle_.reset(/*releaseOwner=*/true);
     Detail::storeRelaxed<T const*>(readPointer_, nullptr);
     writePointer_ = nullptr;
@@ -158,7 +157,6 @@ void TypedViewBase<N, T, Traits>::adopt(T const* readPointer, T* writePointer) c
     if (writePointer == &scratch_) {
         // Every index of a block without memory maps onto the one sample.
         std::fill_n(info.strides.begin(), N, 0);
-        handle_.relabel(info);
         info.offset = 0;
     }
     adoptStrides(info);
