@@ -167,7 +167,8 @@ HWY_INLINE Ints loadInts(S const* in) {
     }
 }
 
-// ---- Steps: a fixed number of values from `in` to `out`, more than one vector where the registers allow it.
+// ---- Steps: kValues values from `in` to `out`, more than one vector where the registers allow it; kTogether of them
+// in a row as long as there are so many, where the step is so short that the loop around it would show.
 
 constexpr std::size_t kFloatLanes = hn::MaxLanes(FloatTag());
 
@@ -175,6 +176,7 @@ template <class S, class D>
 struct Widening {
     static constexpr std::size_t kVector = hn::MaxLanes(Tag<D>());
     static constexpr std::size_t kValues = 2 * kVector;
+    static constexpr std::size_t kTogether = 4;
 
     explicit HWY_INLINE Widening(Linear const&) {}
 
@@ -203,6 +205,7 @@ HWY_INLINE void storeSaturated(Load const& load, D* out) {
 template <class S, class D>
 struct Narrowing {
     static constexpr std::size_t kValues = 4 * kFloatLanes;
+    static constexpr std::size_t kTogether = 1;
 
     explicit HWY_INLINE Narrowing(Linear const&) {}
 
@@ -216,6 +219,7 @@ template <class S, class D>
 struct Halving {
     static constexpr std::size_t kVector = hn::MaxLanes(Tag<S>());
     static constexpr std::size_t kValues = 2 * kVector;
+    static constexpr std::size_t kTogether = 4;
 
     explicit HWY_INLINE Halving(Linear const&) {}
 
@@ -238,6 +242,7 @@ struct Halving {
 template <class S, class D>
 struct Resigning {
     static constexpr std::size_t kValues = hn::MaxLanes(Tag<S>());
+    static constexpr std::size_t kTogether = 4;
 
     explicit HWY_INLINE Resigning(Linear const&) {}
 
@@ -295,6 +300,7 @@ class ScaledFused {
 template <class S, class D, class Arithmetic>
 struct Scaling {
     static constexpr std::size_t kValues = 4 * kFloatLanes;
+    static constexpr std::size_t kTogether = 1;
 
     explicit HWY_INLINE Scaling(Linear const& linear) : scaled(linear) {}
 
@@ -324,6 +330,7 @@ template <class D>
 class GuardedScaling {
   public:
     static constexpr std::size_t kValues = 4 * kFloatLanes;
+    static constexpr std::size_t kTogether = 1;
 
     explicit HWY_INLINE GuardedScaling(Linear const& linear)
         : exact_(linear),
@@ -370,6 +377,16 @@ void runSteps(void const* in, void* out, std::ptrdiff_t count, Linear const& lin
     auto const* source = static_cast<S const*>(in);
     auto* destination = static_cast<D*>(out);
     auto remaining = static_cast<std::size_t>(count);
+    if constexpr (Step::kTogether > 1) {
+        constexpr std::size_t kRow = Step::kTogether * Step::kValues;
+        for (; remaining >= kRow; remaining -= kRow) {
+            for (std::size_t k = 0; k < kRow; k += Step::kValues) {
+                step(source + k, destination + k);
+            }
+            source += kRow;
+            destination += kRow;
+        }
+    }
     for (; remaining >= Step::kValues; remaining -= Step::kValues) {
         step(source, destination);
         source += Step::kValues;
