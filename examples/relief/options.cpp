@@ -73,6 +73,7 @@ std::optional<int> parseCommandLine(int argc, char const* const* argv, Options& 
         ->expected(1, 2)
         ->default_str("all of both")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--bits", options.bits, "of the samples that are drawn, 8 or 32")->check(CLI::IsMember({8, 32}));
     app.add_option("--swap", options.swap, "another file of the same size, for the lower half");
     app.add_option("-o,--output", options.output, "PNG file to write");
     try {

@@ -24,6 +24,7 @@ struct Options {
     BrickShape brick;
     /// None, the rows, or the rows and the columns to look at, counted with north at the top.
     std::vector<Quorvel::Dravik::Adt::ExtentImpl<int>> subset;
+    int bits = 32;     ///< of a sample in the view: 32 for float, 8 for unsigned char
     std::string swap;  ///< the grid of the lower half, in the form of `input`; empty: the same
     std::string output = "relief.png";
 

@@ -8,7 +8,10 @@
 #include "raster.h"
 #include "shading.h"
 
+#include <dravik/adt/bulkview/filters/value_convert_filter.h>
 #include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/converters/scale_offset.h>
+#include <dravik/adt/converters/value_converter_factory.h>
 #include <dravik/adt/diagnostics/histogram.h>
 #include <dravik/adt/diagnostics/named_timer.h>
 
@@ -17,28 +20,44 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <limits>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
 #include <utility>
 
 namespace Relief {
 namespace {
 
 using Adt::Histogram;
+using Adt::ScaleOffset;
 using Adt::Logging::NamedTimer;
 using Adt::Logging::Timer;
 
-// Does a piece of work under a named timer, and says how many seconds it took.
+// Measures the scope it lives in, for the report of the process and for that of the demo.
+class Stage {
+  public:
+    Stage(char const* name, double& seconds) : named_(name), seconds_(seconds) {}
+    ~Stage() {
+        timer_.stop();
+        seconds_ = timer_.getLast();
+    }
+    Stage(Stage const&) = delete;
+    Stage& operator=(Stage const&) = delete;
+
+  private:
+    NamedTimer named_;
+    Timer timer_;
+    double& seconds_;
+};
+
 template <class Work>
 auto timed(char const* name, double& seconds, Work work) {
-    NamedTimer const named(name);
-    Timer timer;
-    auto result = work();
-    timer.stop();
-    seconds = timer.getLast();
-    return result;
+    Stage const stage(name, seconds);
+    return work();
 }
 
 // The grid that was asked for; without a question, the one that there is.
@@ -61,8 +80,9 @@ std::optional<Grid> openSwap(Options const& options, Grid const& first) {
     return second;
 }
 
-// The whole view, row by row. `atHalf` is called before the lower half is read.
-Raster<float> readAll(BulkView::Typed2dRoView<float> const& view, std::function<void()> const& atHalf) {
+// The whole view, row by row, each sample as `heightOf` makes it. `atHalf` is called before the lower half is read.
+template <class T, class HeightOf>
+Raster<float> readAll(BulkView::Typed2dRoView<T> const& view, HeightOf heightOf, std::function<void()> const& atHalf) {
     Raster<float> heights(view.size(0), view.size(1));
     Progress progress("reading", heights.rows());
     for (int row = 0; row < heights.rows(); ++row) {
@@ -70,11 +90,42 @@ Raster<float> readAll(BulkView::Typed2dRoView<float> const& view, std::function<
             atHalf();
         }
         for (int column = 0; column < heights.columns(); ++column) {
-            heights.row(row)[column] = view.get(row, column);
+            heights.row(row)[column] = heightOf(view.get(row, column));
         }
         progress.advance(1);
     }
     return heights;
+}
+
+Raster<float> readFloats(std::unique_ptr<BulkView::IBufferAccessor> chain, std::function<void()> const& atHalf) {
+    BulkView::Typed2dRoView<float> const view(std::move(chain));
+    return readAll(
+        view, [](float height) { return height; }, atHalf);
+}
+
+// The transform of what `shown` shows of the grid to the levels 1 to 255. Level 0 is left to what is missing: not a
+// number becomes 0 where it is converted.
+ScaleOffset levelsOf(Grid const& grid, BrickShape brick, BulkDef::ViewDef const& shown) {
+    Histogram values;
+    values.add(readFloats(makeChain(grid, brick, shown).top, [] {}).values());
+    double const lowest = values.empty() ? 0 : double{values.min()};
+    double const highest = values.empty() ? 1 : double{values.max()};
+    bool const isFlat = highest - lowest < 1e-6;
+    return ScaleOffset::getRangeTransform({lowest, isFlat ? lowest + 1 : highest}, {1, 255});
+}
+
+// As readFloats, through a view of single bytes.
+Raster<float> readLevels(
+    std::unique_ptr<BulkView::IBufferAccessor> chain, ScaleOffset const& levels, std::function<void()> const& atHalf) {
+    auto const forward = Adt::Converters::ValueConverterFactory::getTypeConverter(
+        typeid(float), typeid(unsigned char), levels, /*copyIfSame=*/true);
+    BulkView::Typed2dRoView<unsigned char> const view(BulkView::Filters::ValueConvertFilter::Apply(
+        std::move(chain), sizeof(unsigned char), forward, /*inverse=*/nullptr));
+    ScaleOffset const back = levels.getInverse();
+    auto const heightOf = [&back](unsigned char level) {
+        return level == 0 ? std::numeric_limits<float>::quiet_NaN() : back.convertFloat(level);
+    };
+    return readAll(view, heightOf, atHalf);
 }
 
 std::string number(char const* format, double value) {
@@ -112,45 +163,57 @@ void reportTime(std::ostream& out, Seconds const& seconds) {
         << number("%.2f", seconds.write) << "\n";
 }
 
+// What is read, and how.
+struct Job {
+    Grid grid;
+    std::optional<Grid> second;  // of the lower half
+    BrickShape brick;
+    boost::shared_ptr<BulkDef::ViewDef const> shown;
+    Chain chain;
+};
+
+Job prepare(Options const& options, std::ostream& out) {
+    Grid grid = openInput(options, out);
+    auto second = openSwap(options, grid);
+    BrickShape const brick{std::min(options.brick.rows, grid.rows()), std::min(options.brick.columns, grid.columns())};
+    auto shown = viewOf(grid, options.subset);
+    Chain chain = makeChain(grid, brick, *shown);
+    return {std::move(grid), std::move(second), brick, std::move(shown), std::move(chain)};
+}
+
+Raster<float> read(Job& job, int bits) {
+    auto const atHalf = [&job] {
+        if (job.second) {
+            exchangeGrid(job.chain, *job.second, job.brick);
+        }
+    };
+    return bits == 8 ? readLevels(std::move(job.chain.top), levelsOf(job.grid, job.brick, *job.shown), atHalf)
+                     : readFloats(std::move(job.chain.top), atHalf);
+}
+
 }  // namespace
 
 void run(Options const& options, std::ostream& out) {
     Seconds seconds{};
-    Grid const grid = timed("relief: open", seconds.open, [&] { return openInput(options, out); });
-    auto const second = openSwap(options, grid);
-    BrickShape const brick{std::min(options.brick.rows, grid.rows()), std::min(options.brick.columns, grid.columns())};
-    auto const shown = viewOf(grid, options.subset);
-    Chain chain = makeChain(grid, brick, *shown);
-    BulkView::Typed2dRoView<float> view(std::move(chain.top));
-
-    auto const heights = timed("relief: read", seconds.read, [&] {
-        return readAll(view, [&] {
-            if (second) {
-                exchangeGrid(chain, *second, brick);
-            }
-        });
-    });
-    auto const histogram = timed("relief: count", seconds.count, [&] {
-        Histogram counted;
-        counted.add(heights.values());
-        return counted;
-    });
+    Job job = timed("relief: open", seconds.open, [&] { return prepare(options, out); });
+    auto const heights = timed("relief: read", seconds.read, [&] { return read(job, options.bits); });
+    Histogram histogram;
+    timed("relief: count", seconds.count, [&] { histogram.add(heights.values()); });
     auto const picture = timed("relief: shade", seconds.shade, [&] {
         return shadedRelief(heights, {histogram.min(), histogram.max()});
     });
     timed("relief: write", seconds.write, [&] {
         writePng(options.output, picture);
         writePng(options.histogramOutput(), histogramPicture(histogram));
-        return true;
     });
 
-    out << "grid      " << grid.name << ", " << grid.rows() << " x " << grid.columns() << " samples\n";
-    if (second) {
-        out << "below     " << second->name << "\n";
+    out << "grid      " << job.grid.name << ", " << job.grid.rows() << " x " << job.grid.columns() << " samples\n";
+    if (job.second) {
+        out << "below     " << job.second->name << "\n";
     }
-    out << "view      " << *shown << "\n";
-    reportValues(out, histogram, heights.values().size(), grid.unit);
-    reportTraffic(out, chain, brick);
+    out << "view      " << *job.shown << "\n";
+    reportValues(out, histogram, heights.values().size(), job.grid.unit);
+    reportTraffic(out, job.chain, job.brick);
     reportTime(out, seconds);
     out << "pictures  " << options.output << ", " << picture.columns() << " x " << picture.rows() << " points\n"
         << "          " << options.histogramOutput() << "\n";

@@ -156,6 +156,7 @@ TEST(Relief, SaysInOneLineWhatIsWrongAndLeavesNoPicture) {
         {"NoSubset", cone + "--subset 0:2", 2, "--subset: '0:2' is no part"},
         {"StandingStill", cone + "--subset 0:0:2", 2, "--subset: '0:0:2' is no part"},
         {"SubsetOutside", cone + "--subset 0:1:9 60:1:5", 1, "nothing of cone of "},
+        {"OddBits", cone + "--bits 16", 2, "--bits: "},
         {"NoSwap", cone + "--swap nothing.nc", 1, "cannot open 'nothing.nc'"},
         {"SwapOfOtherSize", cone + "--swap generated:40x61", 1, "generated terrain does not lie as "},
         {"UnknownOption", cone + "--blick 8", 2, "The following argument"},
@@ -184,6 +185,26 @@ TEST(Relief, ADiskThatFillsUpLeavesThePictureOfTheLastRun) {
     EXPECT_THAT(outcome.errors, StartsWith("relief: cannot write '"));
     EXPECT_EQ(contentOf(folder.file("picture.png")), before);
     EXPECT_EQ(folder.fileCount(), 3u);
+}
+
+TEST(Relief, DrawsBytesMuchAsFloats) {
+    Folder const folder;
+    makeCone(folder.file("cone.nc"));
+    std::string const cone = "--input '" + folder.file("cone.nc") + "' --brick 16x25";
+    ASSERT_EQ(runRelief(folder, cone).status, 0);
+    auto const floats = pictureIn(folder.file("picture.png"));
+    auto const outcome = runRelief(folder, cone + " --bits 8");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_THAT(outcome.output, HasSubstr("50.7963 to 100 meters, mean 77.1, 1 missing\n"));
+    EXPECT_THAT(outcome.output, HasSubstr("9 for bricks of 16 x 25, 2400 samples read\n"));
+    auto const bytes = pictureIn(folder.file("picture.png"));
+    EXPECT_EQ(bytes.row(39)[0], floats.row(39)[0]) << "what is missing stays missing";
+    EXPECT_NE(bytes.values(), floats.values());
+    int difference = 0;
+    for (int column = 0; column < 60; ++column) {
+        difference += std::abs(brightness(bytes.row(20)[column]) - brightness(floats.row(20)[column]));
+    }
+    EXPECT_LT(difference, 60 * 90) << "of 3 * 255 per point";
 }
 
 TEST(Relief, TimesItsStagesWhenAsked) {
@@ -244,7 +265,8 @@ TEST(Relief, HelpListsEveryOption) {
     Folder const folder;
     auto const outcome = runRelief(folder, "--help");
     EXPECT_EQ(outcome.status, 0);
-    for (char const* const option : {"--input", "--variable", "--brick", "--subset", "--swap", "--output", "--help"}) {
+    for (char const* const option :
+         {"--input", "--variable", "--brick", "--subset", "--bits", "--swap", "--output", "--help"}) {
         EXPECT_THAT(outcome.output, HasSubstr(option));
     }
 }
