@@ -3,6 +3,8 @@
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
+#include "dravik/adt/bulkview/filters/value_convert_filter.h"
+#include "dravik/adt/converters/value_converter_factory.h"
 
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/conformance.h"
@@ -10,6 +12,8 @@
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
 namespace {
@@ -71,6 +75,25 @@ TEST(FilterStacks, Conform) {
             Testing::expectConforms(subject);
         }
     }
+}
+
+// A cache in the wrong place, above a converter: good for reading what nobody changes.
+TEST(FilterStacks, ReadConstantDataThroughACacheAboveAConverter) {
+    using Converters::ValueConverterFactory;
+    auto const forward = ValueConverterFactory::getTypeConverter(typeid(unsigned char), typeid(float));
+    Testing::Subject<float> subject{
+        "cache over converter", [&](Testing::PlainArray<float> const& shown) {
+            Testing::PlainArray<unsigned char> bytes(shown.size());
+            std::transform(shown.samples().begin(), shown.samples().end(), bytes.samples().begin(), [](float sample) {
+                return static_cast<unsigned char>(sample);
+            });
+            return cached(
+                ValueConvertFilter::Apply(
+                    std::make_unique<Testing::BrickAccessor<unsigned char>>(bytes), sizeof(float), forward, nullptr),
+                300, 2, 5);
+        }};
+    subject.writes = Testing::Writes::kUntold;
+    Testing::expectConforms(subject);
 }
 
 }  // namespace
