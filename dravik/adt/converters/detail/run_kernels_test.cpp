@@ -32,7 +32,7 @@ D narrowed(T value) {
         if (!(whole >= -0x1p31 && whole < 0x1p31)) {
             whole = -0x1p31;
         }
-        return static_cast<D>(std::fmin(std::fmax(whole, Limits::min()), Limits::max()));
+        return static_cast<D>(static_cast<int>(std::fmin(std::fmax(whole, Limits::min()), Limits::max())));
     }
 }
 
