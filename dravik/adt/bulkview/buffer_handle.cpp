@@ -169,10 +169,11 @@ void BufferHandle::invalidate(bool emptyRange) volatile noexcept {
 
 bool BufferHandle::tryThreadSafeReset(void const* buffer, boost::intrusive_ptr<Owner> owner) volatile {
     auto& self = const_cast<BufferHandle&>(*this);
+    Owner* const expected = owner.get();
     bool const locks = owner != nullptr && OwnerLock::isWantedBy(*owner);
-    OwnerLock const lock(locks ? owner : nullptr);
+    OwnerLock const lock(locks ? std::move(owner) : nullptr);
     boost::intrusive_ptr<Owner> dropped;
-    if (self.buffer() != buffer || !self.owner_.takeIf(owner.get(), dropped)) {
+    if (self.buffer() != buffer || !self.owner_.takeIf(expected, dropped)) {
         return false;
     }
     self.empty();

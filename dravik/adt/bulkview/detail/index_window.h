@@ -43,15 +43,18 @@ class IndexWindow {
             bias_[axis] = turned(min);
             limit_[axis] = turned(max - min - 1u);
         }
+        setSpareLimit(INT_MAX);
         word_ = word;
     }
 
-    /// Admits nothing: only an index that no box can hold passes the test, and only a word that no loan has.
+    /// Admits nothing. With all four axes in use there is an exception that no accessor can lend: the index of all
+    /// largest numbers, while the word is the smallest.
     void close() noexcept {
         for (int axis = 0; axis < N; ++axis) {
             bias_[axis] = turned(INT_MAX);
             limit_[axis] = turned(0);
         }
+        setSpareLimit(-1);
         word_ = INT_MIN;
     }
 
@@ -67,6 +70,12 @@ class IndexWindow {
             empty = empty || range.max.data()[axis] <= range.min.data()[axis];
         }
         return empty;
+    }
+
+    void setSpareLimit(int limit) noexcept {
+        if constexpr (N < 4) {
+            limit_[N] = limit;
+        }
     }
 
     static int turned(unsigned value) noexcept { return static_cast<int>(value ^ 0x80000000u); }
@@ -89,16 +98,17 @@ class IndexWindow {
         __m128i const limit = _mm_load_si128(reinterpret_cast<__m128i const*>(limit_));
         return _mm_movemask_epi8(_mm_cmpgt_epi32(_mm_sub_epi32(point, bias), limit));
 #else
+        int const point[] = {component<0>(index), component<1>(index), component<2>(index), component<3>(index)};
         int result = 0;
-        for (int axis = 0; axis < N; ++axis) {
-            unsigned const distance = static_cast<unsigned>(index.data()[axis]) - static_cast<unsigned>(bias_[axis]);
+        for (int axis = 0; axis < 4; ++axis) {
+            unsigned const distance = static_cast<unsigned>(point[axis]) - static_cast<unsigned>(bias_[axis]);
             result |= static_cast<int>(distance) > limit_[axis];
         }
         return result;
 #endif
     }
 
-    // Axes beyond N compare 0 - 0 with the largest number.
+    // Axes beyond N compare 0 - 0 with the largest number, or the first of them with -1 to close the window.
     alignas(16) int bias_[4] = {0, 0, 0, 0};
     alignas(16) int limit_[4] = {INT_MAX, INT_MAX, INT_MAX, INT_MAX};
     int word_ = 0;
