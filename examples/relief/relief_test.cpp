@@ -4,6 +4,7 @@
 #include "grid.h"
 #include "made_files.h"
 #include "raster.h"
+#include "relief.h"
 
 #include <dravik/adt/bulkview/typed_2d_views.h>
 #include <dravik/adt/testing/random.h>
@@ -127,6 +128,19 @@ TEST(Relief, GeneratedTerrainNeedsNoFile) {
     EXPECT_GT(pictureIn(folder.file("picture-histogram.png")).columns(), 180);
     EXPECT_EQ(folder.fileCount(), 2u);
     EXPECT_THAT(outcome.output, Not(HasSubstr("Timing results")));
+}
+
+TEST(Relief, GeneratesWhatNobodyNamedAndNobodyInstalled) {
+    Folder const folder;
+    Options options;
+    options.input = folder.file("not_installed.nc");
+    options.output = folder.file("picture.png");
+    options.brick = {8, 8};
+    options.subset = {{0, 40, 54}, {0, 40, 108}};
+    std::ostringstream out;
+    run(options, out);
+    EXPECT_THAT(out.str(), StartsWith(options.input + " is not there: drawing a generated terrain instead\n"));
+    EXPECT_THAT(out.str(), HasSubstr("generated terrain, 2161 x 4320 samples\n"));
 }
 
 TEST(Relief, SaysInOneLineWhatIsWrongAndLeavesNoPicture) {
