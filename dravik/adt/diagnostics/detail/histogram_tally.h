@@ -36,8 +36,8 @@ struct HistogramTally {
         friend bool operator==(Statistics const&, Statistics const&) = default;
     };
 
-    bool flexible = true;                                     ///< grows for finite samples outside the bins
-    std::vector<std::int64_t> bins;                           ///< never resized
+    std::vector<std::int64_t> bins;  ///< never resized; first, so that an assignment that fails has changed nothing
+    bool flexible = true;            ///< grows for finite samples outside the bins
     float density = std::numeric_limits<float>::quiet_NaN();  ///< bins per unit of value
     float origin = std::numeric_limits<float>::quiet_NaN();   ///< lower border of the first bin
     Statistics inside;                                        ///< of the samples in bins
