@@ -2,12 +2,33 @@
 
 #include "dravik/adt/bulkview/filters/cache_filter_impl.h"
 
+#include <boost/container/small_vector.hpp>
+
 #include <algorithm>
+#include <cstddef>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
+
+namespace {
+
+// Does something when a scope is left, by an exception as well.
+template <class Action>
+class AtExit {
+  public:
+    explicit AtExit(Action action) noexcept : action_(action) {}
+    AtExit(AtExit const&) = delete;
+    AtExit& operator=(AtExit const&) = delete;
+    ~AtExit() { action_(); }
+
+  private:
+    Action action_;
+};
+
+}  // namespace
 
 std::unique_ptr<IBufferAccessor> CacheFilter::Apply(
     std::unique_ptr<IBufferAccessor> target, int sampleBudget, int halfDensityThreshold, int fullDensityThreshold) {
@@ -96,26 +117,33 @@ void CacheFilter::store(BufferHandle const& handle) {
     loans_.push_back(std::move(loan));
 }
 
+// Must not fail for want of memory, since the memory of the blocks may be what is wanted back: the blocks go together
+// if there is room to carry them out of the lock, else one after the other.
 template <class IsGone>
-bool CacheFilter::remove(IsGone isGone) {
-    Loans dropped;
-    std::lock_guard const lock(mutex_);
-    auto const goneCount = std::count_if(loans_.begin(), loans_.end(), isGone);
-    if (goneCount == 0) {
-        return false;
-    }
-    dropped.reserve(static_cast<std::size_t>(goneCount));
-    index_.remove([&](int entry) { return isGone(loans_[static_cast<std::size_t>(entry)]); });
-    auto kept = loans_.begin();
-    for (BufferHandle::Loan& loan : loans_) {
-        if (isGone(loan)) {
-            dropped.push_back(std::move(loan));
-        } else {
-            std::swap(*kept++, loan);
+bool CacheFilter::remove(IsGone isGone) noexcept {
+    for (bool any = false;; any = true) {
+        boost::container::small_vector<BufferHandle::Loan, 1> dropped;
+        std::lock_guard const lock(mutex_);
+        auto const goneCount = static_cast<std::size_t>(std::count_if(loans_.begin(), loans_.end(), isGone));
+        if (goneCount == 0) {
+            return any;
         }
+        try {
+            dropped.reserve(goneCount);
+        } catch (std::bad_alloc const&) {
+        }
+        auto room = static_cast<std::ptrdiff_t>(dropped.capacity());
+        index_.remove([&](int entry) { return isGone(loans_[static_cast<std::size_t>(entry)]) && room-- > 0; });
+        auto kept = loans_.begin();
+        for (BufferHandle::Loan& loan : loans_) {
+            if (isGone(loan) && dropped.size() < dropped.capacity()) {
+                dropped.push_back(std::move(loan));
+            } else {
+                std::swap(*kept++, loan);
+            }
+        }
+        loans_.erase(kept, loans_.end());
     }
-    loans_.erase(kept, loans_.end());
-    return true;
 }
 
 void CacheFilter::removeAll() noexcept {
@@ -125,7 +153,7 @@ void CacheFilter::removeAll() noexcept {
     index_.remove([](int) { return true; });
 }
 
-bool CacheFilter::removeBuffer(void const* buffer) {
+bool CacheFilter::removeBuffer(void const* buffer) noexcept {
     return remove([=](BufferHandle::Loan const& loan) { return loan.buffer == buffer; });
 }
 
@@ -134,18 +162,21 @@ void CacheFilter::dispose(bool flag) {
     StatefulBufferAccessorFilter::dispose(flag);
 }
 
+// The client is told first; whatever becomes of that, the blocks go.
+
 void CacheFilter::accessorUpdated() {
+    AtExit const removal([this] { removeAll(); });
     if (IClient* const above = clientPtr()) {
         above->accessorUpdated();
     }
-    removeAll();
 }
 
 void CacheFilter::bufferInvalidated(BufferHandle::Owner const* owner) {
+    AtExit const removal(
+        [this, owner] { remove([=](BufferHandle::Loan const& loan) { return loan.owner == owner; }); });
     if (IClient* const above = clientPtr()) {
         above->bufferInvalidated(owner);
     }
-    remove([=](BufferHandle::Loan const& loan) { return loan.owner == owner; });
 }
 
 bool CacheFilter::prepareBufferRelease(void const* buffer, int& value) {

@@ -68,13 +68,13 @@ class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
     void store(BufferHandle const& handle);
 
     /// Lets go of the blocks at `buffer`; whether there were any.
-    bool removeBuffer(void const* buffer);
+    bool removeBuffer(void const* buffer) noexcept;
 
   private:
     using Loans = std::vector<BufferHandle::Loan>;
 
     template <class IsGone>
-    bool remove(IsGone isGone);
+    bool remove(IsGone isGone) noexcept;
     void removeAll() noexcept;
     void reserve();
 
