@@ -82,10 +82,15 @@ void ProxyFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferH
 }
 
 void ProxyFilter::setTarget(std::unique_ptr<IBufferAccessor> target) {
-    auto const former = replaceTargetAccessor(std::move(target));
-    if (IClient* const above = clientPtr()) {
-        above->accessorUpdated();
+    std::unique_ptr<IBufferAccessor> former;
+    try {
+        former = replaceTargetAccessor(std::move(target));
+    } catch (...) {
+        // Half an exchange is one, too: what the target so far has lent may be gone.
+        accessorUpdated();
+        throw;
     }
+    accessorUpdated();
     // The client may have destroyed this proxy; the former target goes with the end of this scope.
 }
 

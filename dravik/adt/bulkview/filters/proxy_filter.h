@@ -86,7 +86,8 @@ class DRAVIK_ADT_EXPORT ProxyFilter::ProxyTargetController {
     /// attached meanwhile keep their target.
     /// @pre no attached proxy is in use on another thread; the caller keeps this controller
     /// @throws ProxyFilter::Error for a null target or a null clone, and what cloning throws, with nothing changed;
-    /// what an old target or a client throws, and the proxies that were not reached keep their target
+    /// what a target or a client throws, and the proxies that were not reached keep their target; the client of the
+    /// one that was is told, whatever failed
     /// @threads The lock is held throughout, while the old target, the new one and the clients are called: these may
     /// attach and detach proxies on the same thread, and must not wait for another thread that does.
     void setTarget(std::unique_ptr<IBufferAccessor> target);
