@@ -13,8 +13,13 @@ StatefulBufferAccessorFilter::StatefulBufferAccessorFilter(StatefulBufferAccesso
 StatefulBufferAccessorFilter::~StatefulBufferAccessorFilter() = default;
 
 void StatefulBufferAccessorFilter::setClient(IClient* client) {
-    client_.store(client, std::memory_order_release);
-    BufferAccessorFilter::setClient(client == nullptr ? nullptr : this);
+    IClient* const former = client_.exchange(client, std::memory_order_acq_rel);
+    try {
+        BufferAccessorFilter::setClient(client == nullptr ? nullptr : this);
+    } catch (...) {
+        client_.store(former, std::memory_order_release);
+        throw;
+    }
 }
 
 void StatefulBufferAccessorFilter::dispose(bool flag) {

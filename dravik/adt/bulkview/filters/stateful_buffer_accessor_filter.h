@@ -24,7 +24,8 @@ class DRAVIK_ADT_EXPORT StatefulBufferAccessorFilter : public BufferAccessorFilt
 
     StatefulBufferAccessorFilter& operator=(StatefulBufferAccessorFilter const&) = delete;
 
-    /// Keeps `client` and registers this filter at the target, or nobody for null.
+    /// Keeps `client` and registers this filter at the target, or nobody for null. Where the target fails, the client
+    /// stays the one before.
     void setClient(IClient* client) override;
     /// Passes the call to the target, then forgets the client.
     void dispose(bool flag) override;
