@@ -1,11 +1,14 @@
 #include "dravik/adt/diagnostics/hasher.h"
+#include "dravik/adt/diagnostics/histogram.h"
 #include "dravik/adt/diagnostics/named_timer.h"
 
 #include "dravik/adt/testing/failure_loop.h"
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace Quorvel::Dravik::Adt::Logging {
 namespace {
@@ -20,6 +23,9 @@ struct Scene {
     }
 
     TimerPool pool;
+    Histogram coarse{Histogram::fixed, 0, 1, 10};
+    Histogram fine{Histogram::flexible, 1000};
+    std::vector<std::int64_t> counts{1, 2, 3};
     std::string const name = "a timer whose name does not fit into a string without memory";
 };
 
@@ -60,6 +66,27 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
     {"reporting", Fails::kAllocations, [](Scene& s) { s.pool.printAll(); }},
     {"reporting at the end", Fails::kAllocations,
      [](Scene& s) { TimerPool().getTimerByName(s.name.c_str())->start(); }},
+    {"assigning a histogram", Fails::kAllocations, [](Scene& s) { s.coarse = s.fine; },
+     [](Scene& s, bool completed) { EXPECT_EQ(s.coarse, completed ? s.fine : Histogram(Histogram::fixed, 0, 1, 10)); }},
+    {"making histograms and asking for bins", Fails::kBoth,
+     [](Scene& s) {
+         Histogram const kept(Histogram::fixed, 0, 3, s.counts, 1, 1, 0, 3);
+         s.counts = kept.bins(3);
+         EXPECT_EQ(kept.binBorders(3).size(), s.counts.size() + 1);
+         Testing::refused<std::invalid_argument>([&] { s.coarse.merge(kept); });
+         Testing::HostStream() << Histogram(Histogram::flexible, 0, 1, 100);
+     },
+     [](Scene& s, bool) {
+         EXPECT_EQ(s.counts, (std::vector<std::int64_t>{1, 2, 3}));
+     }},
+    {"counting samples", Fails::kNothing,
+     [](Scene& s) {
+         float const samples[] = {1.0f, -4000.0f, 3e9f};
+         s.fine.add(samples[0]);
+         s.fine.add(samples);
+         s.fine.merge(s.fine);
+         EXPECT_GE(s.fine.nofSamples(), 8u);
+     }},
     {"measuring by hand", Fails::kNothing,
      [](Scene& s) {
          Timer timer;
@@ -74,7 +101,9 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
 TEST(Diagnostics, SurviveEveryFailure) {
     testing::internal::CaptureStdout();
     Testing::failInEach(kScenarios);
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("Timing results"), std::string::npos);
+    std::string const printed = testing::internal::GetCapturedStdout();
+    EXPECT_NE(printed.find("Timing results"), std::string::npos);
+    EXPECT_FALSE(HasFailure()) << printed;
 }
 
 }  // namespace
