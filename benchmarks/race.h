@@ -15,7 +15,7 @@ inline void keep(void const* data) {
     asm volatile("" : : "g"(data) : "memory");
 }
 
-/// Raceants take turns in short batches, so that a slow moment of the machine meets all of them; what counts are
+/// Contestants take turns in short batches, so that a slow moment of the machine meets all of them; what counts are
 /// medians over the rounds, of times and of the ratios within a round.
 class Race {
   public:

@@ -1,10 +1,6 @@
 #include "dravik/adt/converters/value_converter_factory.h"
 
-#include "dravik/adt/converters/basic_down_scale_converter.h"
-#include "dravik/adt/converters/down_scale_converter.h"
-#include "dravik/adt/converters/float_converter.h"
 #include "dravik/adt/converters/int1.h"
-#include "dravik/adt/converters/pure_type_converter.h"
 #include "dravik/adt/exceptions/not_implemented_exception.h"
 
 #include <gmock/gmock.h>
@@ -65,21 +61,6 @@ TEST(ValueConverterFactory, KnowsThesePairs) {
     expectSelection({"=B-PPP", "B=-PPP", "BB=BPP", "BBB=PP", "BBBB=P", "BBBB-="}, "basic", nullptr);
     ScaleOffset const doubled(2, 0);
     expectSelection({"DDDDDF", "DDDDDF", "DDDDDF", "DDDDDF", "DDDD-F", "DDDD-F"}, "scaled", &doubled);
-}
-
-TEST(ValueConverterFactory, GivesEachPairItsFamily) {
-    ScaleOffset const half(0.5, 0);
-    auto const basic = [](auto const& in, auto const& out) { return Factory::getTypeConverter(in, out); };
-    auto const scaled = [&](auto const& in, auto const& out) {
-        return Factory::getTypeConverter(in, out, half, false);
-    };
-    auto const is = []<class Family>(IValueConverter::ConstPtr const& converter, Family*) {
-        return dynamic_cast<Family const*>(converter.get()) != nullptr;
-    };
-    EXPECT_TRUE(is(basic(typeid(char), typeid(short)), static_cast<PureTypeConverter<char, short>*>(nullptr)));
-    EXPECT_TRUE(is(basic(typeid(float), typeid(char)), static_cast<BasicDownScaleConverter<float, char>*>(nullptr)));
-    EXPECT_TRUE(is(scaled(typeid(int), typeid(short)), static_cast<DownScaleConverter<int, short>*>(nullptr)));
-    EXPECT_TRUE(is(scaled(typeid(short), typeid(float)), static_cast<FloatConverter<short>*>(nullptr)));
 }
 
 TEST(ValueConverterFactory, MissesPairsWithAnotherType) {
