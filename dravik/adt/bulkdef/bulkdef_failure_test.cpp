@@ -18,6 +18,7 @@
 
 #include <sstream>
 #include <unordered_map>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkDef {
 namespace {
@@ -135,6 +136,21 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      }},
     {"comparing and hashing each kind", Fails::kCalls,
      [](Scene& s) { s.forEach([](auto const& def) { EXPECT_TRUE(def.equals(def) && def.getHashCode() != 0); }); }},
+    {"asking each kind", Fails::kNothing,
+     [](Scene& s) {
+         ProjectItemDef const& item = s.item;
+         EXPECT_TRUE(item.datastoreType() == s.item.datastoreType() && item.datastoreId() == s.item.datastoreId());
+         EXPECT_TRUE(item.parentId() == s.item.parentId() && item.itemId() == s.item.itemId());
+         EXPECT_TRUE(item.bulkScalar() == s.item.bulkScalar() && item.bulkOffset() == s.item.bulkOffset());
+         EXPECT_EQ(std::as_const(s.file).fileFormat(), s.file.fileFormat());
+         EXPECT_EQ(BulkFileDef::getFileFormatString(s.file.fileFormat()).size(), 17u);
+         EXPECT_NE(s.decimate.getDecimation(), s.decimate.getOffset());
+         EXPECT_EQ(s.minMax.getBinSize()[1], s.multires.getFactor());
+         EXPECT_EQ(&s.unary.transform(), s.unary.transformPtr().get());
+         EXPECT_EQ(UnaryTransDef::Cast(&s.unary.transform())->numOutputs(), s.unary.numInputs());
+         EXPECT_EQ(&s.entity.source(), s.entity.sourcePtr().get());
+         s.subset.setSubset(Subset::Cast(&s.subset)->subset());
+     }},
     {"assigning a file", Fails::kAllocations, assign<&Scene::file, &Scene::nextFile>,
      isAssigned<&Scene::file, &Scene::nextFile>},
     {"assigning an item", Fails::kAllocations, assign<&Scene::item, &Scene::nextItem>,
@@ -188,6 +204,10 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      [](Scene& s, bool) { EXPECT_EQ(s.converter.convert(Converter::Range()).min, Converter::Range::Point(10, 10)); }},
     {"converting boxes and sets", Fails::kBoth,
      [](Scene& s) {
+         Converter const inverse(s.subset, /*inverse=*/true);
+         Converter::Range box = s.array.range();
+         inverse.convertRegion(box, &box);
+         EXPECT_EQ(inverse.convert(Converter::Extent(box)), inverse.convertExtents(Converter::Extent(box)));
          EXPECT_EQ(s.converter.convertExtents(Converter::Extent(s.array.range()))[1].origin, 10);
          EXPECT_EQ(s.converter.convert(s.set).size(), s.set.size());
          s.converter.convertRegion(s.set, &s.out);
@@ -217,6 +237,8 @@ TEST(Definitions, SurviveEveryFailure) {
     Testing::failUntilMade("the names of file formats", [] {
         EXPECT_EQ(BulkFileDef::getFileFormat("FILEFORMAT_HALDOR"), BulkFileDef::FILEFORMAT_HALDOR);
     });
+    Testing::failUntilMade(
+        "the name of no format", [] { BulkFileDef::getFileFormatString(BulkFileDef::FileFormat(7)); });
     Testing::failUntilMade("the shared complete view", [] { EXPECT_NE(CompleteViewDef::Instance(), nullptr); });
     Testing::failInEach(kScenarios);
 }

@@ -81,6 +81,8 @@ constexpr Testing::FailureScenario<HandleScene> kHandleScenarios[] = {
          copy.relabel(s.handle.infoSnapshot());
          EXPECT_EQ(copy.assume(s.handle.loan()), s.owner);
          EXPECT_TRUE(copy.contains(1, 1) && copy.intersects(s.handle.range4()) && copy.sampleCount() == 4);
+         EXPECT_TRUE(copy.contains(1, 1, 0) && copy.contains(1, 1, 0, 0) && copy.offset(1) == copy.offset(1, 0, 0, 0));
+         EXPECT_TRUE(copy.isCompatibleAccess(AdtEnums::Read) && copy.info() == s.handle.infoSnapshot());
      }},
 };
 
@@ -207,6 +209,19 @@ constexpr Testing::FailureScenario<ViewScene> kViewScenarios[] = {
          }
      },
      [](ViewScene&, bool) {}, readOne},
+    {"asking a view", Fails::kNothing,
+     [](ViewScene& s) {
+         EXPECT_TRUE(s.view.isWritable() && s.view.valueType() == typeid(float) && s.view.ndims() == 3);
+         EXPECT_EQ(s.view.size()[1], s.view.size(1));
+         EXPECT_EQ(s.view(5, 4, 10), s.view(s.view.size() - FixedVector<3, int>(1, 1, 1)));
+     },
+     [](ViewScene&, bool) {}, readOne},
+    {"writing a plane", Fails::kBoth,
+     [](ViewScene& s) {
+         Typed2dRwView<float> plane(makeBricks(s.data));
+         plane.set(5, 4, 4711.0f);
+         EXPECT_EQ(plane(5, 4), 4711.0f);
+     }},
     {"refusing to a view", Fails::kAllocations,
      [](ViewScene& s) {
          refused<ViewBoundsException>([&] { s.view.get(6, 0, 0); });
@@ -218,7 +233,8 @@ constexpr Testing::FailureScenario<ViewScene> kViewScenarios[] = {
     {"keeping the exceptions of views", Fails::kAllocations,
      [](ViewScene& s) {
          ViewBoundsException const bounds({1, 2, 3, 4}, {1, 2, 3, 4}, 3, AdtEnums::ReadWrite);
-         ViewAccessorException const accessor(*s.next, "text", {1, 2, 3, 4});
+         ViewAccessorException const accessor(*s.next, "text", bounds.index());
+         EXPECT_NE(ViewAccessorException(*s.next, "text").msg(), accessor.msg());
          refused<ViewException>([] { ViewException("text").clone()->throwClone(); });
          refused<ViewBoundsException>([&] { bounds.clone()->throwClone(); });
          refused<ViewAccessorException>([&] { accessor.clone()->throwClone(); });
@@ -279,7 +295,10 @@ void openAdapter(ControllerScene& s) {
 
 constexpr Testing::FailureScenario<ControllerScene> kControllerScenarios[] = {
     {"lending an array to a writer", Fails::kAllocations,
-     [](ControllerScene& s) { s.memory.getBuffer({}, AdtEnums::ReadWrite, s.handle); },
+     [](ControllerScene& s) {
+         s.memory.getBuffer({}, AdtEnums::ReadWrite, s.handle);
+         EXPECT_EQ(s.memory.data().data(), s.handle.buffer());
+     },
      [](ControllerScene& s, bool completed) {
          EXPECT_EQ(s.handle.isNull(), !completed);
          EXPECT_EQ(s.handle.contains(0), completed) << "the handle is as it was";
@@ -314,6 +333,18 @@ constexpr Testing::FailureScenario<ControllerScene> kControllerScenarios[] = {
          refused<std::invalid_argument>([] { Old::ControllerAdapter(nullptr, 4); });
          refused<std::invalid_argument>(
              [&] { s.adapter->buffer(0, Old::IController::Addressed, nullptr, -1, AdtEnums::Read); });
+     },
+     [](ControllerScene&, bool) {}, openAdapter},
+    {"asking an adapter", Fails::kNothing,
+     [](ControllerScene& s) {
+         void* buffer = &s;
+         int n = 0;
+         s.adapter->setHint(0, 0, 0, 0, 0);
+         s.adapter->flush(0, nullptr);
+         s.adapter->bufferAndLinearInfo(
+             0, Old::IController::Addressed, nullptr, 0, 0, 0, AdtEnums::Read, buffer, n, n, n, n, n, n, n, n, n);
+         EXPECT_TRUE(buffer == nullptr && s.adapter->vtsize() == 4 && s.adapter->size(0) == 6);
+         EXPECT_EQ(s.adapter->offset(0, 1, 1, 1), s.adapter->features() - 0x177);
      },
      [](ControllerScene&, bool) {}, openAdapter},
     {"answering by plain functions", Fails::kBoth,

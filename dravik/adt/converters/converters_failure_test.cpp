@@ -71,9 +71,17 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      [](Scene&) {
          ScaleOffset const twice(2, 0);
          for (auto const* from : {&typeid(unsigned char), &typeid(char), &typeid(unsigned short), &typeid(short)}) {
-             EXPECT_NE(Factory::getTypeConverter(*from, typeid(float)), nullptr);
-             EXPECT_NE(Factory::getTypeConverter(typeid(float), *from, twice, /*copyIfSame=*/false), nullptr);
+             auto const scaled = Factory::getTypeConverter(*from, typeid(float), twice, /*copyIfSame=*/true);
+             auto const back = Factory::getTypeConverter(typeid(float), *from, twice, /*copyIfSame=*/false);
              auto const plain = Factory::getTypeConverter(*from, typeid(int));
+             for (auto const& each : {scaled, back, plain, Factory::getTypeConverter(typeid(float), *from)}) {
+                 std::array<float, 64> const in{};
+                 std::array<float, 64> out{};
+                 each->convert(in.data(), out.data());
+                 each->convertStrided(in.data(), 0, 2, out.data(), 0, 2, 10);
+                 each->convertContiguous(in.data(), 0, out.data(), 0, 10);
+                 EXPECT_EQ(out, in);
+             }
              EXPECT_EQ(Factory::appendTypeConverter(plain, /*withInverse=*/true, *from)->getOutputType(), *from);
          }
      }},
@@ -123,10 +131,16 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
              EXPECT_EQ(copy.get(), &Factory::getCopyConverterRef(bits));
              copy->convertContiguous(s.in.data(), 0, s.out.data(), 0, 1000);
              copy->convertStrided(s.in.data(), 0, 1, s.out.data(), 0, 0, 1000);
+             copy->convertStrided(s.in.data(), 0, 0, s.out.data(), 0, 1, 1000);
+             copy->convert(&s.in[0], &s.out[0]);
+             EXPECT_EQ(copy->getInputType(), copy->getOutputType());
          }
          EXPECT_EQ(Factory::getTypeConverter(typeid(float), typeid(float)), nullptr);
          EXPECT_TRUE(TypeRegister::isTypeRegisted(typeid(Int1)) && !TypeRegister::isTypeRegisted(typeid(Scene)));
-         EXPECT_EQ(ScaleOffset::getRangeTransform({0.0, 1.0}, {1.0, 3.0}), ScaleOffset(2, 1));
+         auto const transform = ScaleOffset::getRangeTransform({0.0, 1.0}, {1.0, 3.0});
+         EXPECT_EQ(transform.convertDouble(1), double{transform.convertFloat(1)});
+         auto const squared = ScaleOffset::getComposition(transform, transform);
+         EXPECT_EQ(ScaleOffset::getDifference(squared, transform), transform);
      }},
 };
 

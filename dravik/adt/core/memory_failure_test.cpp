@@ -132,6 +132,8 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      [](Scene& s) {
          s.buffer = SharedBuffer::createFromExternal(s.floats, sizeof s.floats, /*writable=*/true);
          s.array = Array::Wrap<float>(s.floats, {{0, 0}, {4, 4}});
+         EXPECT_FALSE(s.buffer.isReadOnly() || s.buffer.isShareable());
+         EXPECT_EQ(s.buffer.getBuffer(64, /*allocate=*/false, /*createOwner=*/true), s.array.data());
      },
      [](Scene& s, bool completed) { EXPECT_EQ(s.array.data() != nullptr, completed); }},
     {"laying an array on a host's bytes", Fails::kCalls, [](Scene& s) { s.array.allocate(/*allocateNow=*/true); },
@@ -222,6 +224,8 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          ExtentImpl<int> const extent{9, -2, 4};
          EXPECT_TRUE(extent.reversed().contains(extent.intersection(extent)));
          EXPECT_TRUE(s.set.contains({0, 0}) && s.set.intersects(s.set.bounds()) && !s.set.isRange());
+         EXPECT_TRUE(Set(Set::Point(0, 0)) == Set::Box::OfSize({1, 1}) && s.set.boundsSize() > s.set.size());
+         EXPECT_TRUE(LightweightMutex().try_lock());
          Set moving(std::move(s.set));
          s.set = std::move(moving);
          EXPECT_NE(std::hash<Set>()(s.set), std::hash<Array::Range>()(s.array.range()));

@@ -17,6 +17,7 @@ using Testing::Fails;
 
 struct Scene {
     Scene() {
+        pool.setVerbose(2);
         for (char const* each : {"one", "two"}) {
             pool.getTimerByName(each)->add(/*calls=*/2, /*seconds=*/0.5, /*lastSeconds=*/0.25);
         }
@@ -51,6 +52,7 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          NamedTimer const copy = timer;
          timer.lapEnd();
          timer.start();
+         timer.stop("%d measured\n", 2);
      },
      [](Scene& s, bool completed) { EXPECT_EQ(totalCount(s.pool) > 4, completed); }},
     {"copying and forgetting results", Fails::kAllocations,
@@ -85,7 +87,10 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          s.fine.add(samples[0]);
          s.fine.add(samples);
          s.fine.merge(s.fine);
-         EXPECT_GE(s.fine.nofSamples(), 8u);
+         s.coarse.add(samples);
+         EXPECT_EQ(s.coarse.underflowMin() < s.coarse.sum(), s.coarse.overflowMax() > s.coarse.max());
+         EXPECT_TRUE(s.fine.nofSamples() >= 8 && s.fine.nofSamples(9999) == 0 && !s.fine.empty());
+         EXPECT_NE(std::hash<Histogram>()(s.fine), std::hash<Histogram>()(s.coarse));
      }},
     {"measuring by hand", Fails::kNothing,
      [](Scene& s) {
@@ -93,7 +98,11 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          timer.stop();
          s.pool.addToTimer(s.pool.getTimerByName("one"), 1, timer.getTotal(), timer.getLast());
          s.pool.setVerbose(1);
-         NamedTimer const nothing("nothing", nullptr);
+         s.pool.resetAll();
+         EXPECT_TRUE(timer.getEnabled() && timer.getFrequency() > timer.getOverhead());
+         NamedTimer nothing("nothing");
+         nothing.stop("%s", "said");
+         EXPECT_FALSE(TimerPool::getInstance().isEnabled());
          EXPECT_NE(Hasher(1)(s.name)(7u)(typeid(Scene)), Hasher(1)(&s));
      }},
 };

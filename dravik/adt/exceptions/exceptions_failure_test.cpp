@@ -11,6 +11,7 @@
 #include "dravik/adt/exceptions/unknown_exception.h"
 
 #include "dravik/adt/testing/failure_loop.h"
+#include "dravik/adt/testing/fault_situations.h"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
@@ -120,6 +121,12 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          int const result = ClonedException::runAndCatchException(callOutAndAllocate, nullptr, &s.kept);
          EXPECT_NE(result == 1, s.kept != nullptr);
      }},
+    {"capturing a fault", Fails::kAllocations,
+     [](Scene& s) {
+         s.kept.reset();
+         ClonedException::runAndCatchException([](void*) { return Testing::readNull(), 1; }, nullptr, &s.kept);
+     },
+     isKept<AccessViolationException>},
     {"building and cloning each kind", Fails::kAllocations, [](Scene&) { oneOfEach(); }},
     {"throwing clones of each kind", Fails::kAllocations,
      [](Scene&) {
@@ -135,6 +142,14 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          PlainException const exception(kText);
          EXPECT_STREQ(PlainException(exception).what(), kText);
      }},
+    {"asking exceptions", Fails::kNothing,
+     [](Scene& s) {
+         auto const& fault = dynamic_cast<AccessViolationException const&>(*s.kept);
+         EXPECT_TRUE(fault.getAddress() == nullptr && !fault.isWriteAccess() && fault.what() == fault.msg().c_str());
+         EXPECT_EQ(fault.getExceptionCode(), fault.getWin32ExceptionRecord().code);
+         EXPECT_EQ(fault.getExceptionAddress(), fault.getWin32ExceptionRecord().address);
+     },
+     [](Scene&, bool) {}, [](Scene& s) { s.kept = AccessViolationException(record(0xC0000005)).clone(); }},
     {"changing a nested exception", Fails::kAllocations,
      [](Scene& s) {
          s.nested.setOuterMsg("another text of more than fifteen characters");

@@ -54,6 +54,7 @@ struct OpenFilter : StatefulBufferAccessorFilter, HostClient {
     OpenFilter(OpenFilter const& other) : StatefulBufferAccessorFilter(other), HostClient() {}
     using BufferAccessorFilter::targetAccessor;
     using StatefulBufferAccessorFilter::clientPtr;
+    using StatefulBufferAccessorFilter::releaseTargetAccessor;
     using StatefulBufferAccessorFilter::replaceTargetAccessor;
     Index getSize() override { return targetAccessor().getSize(); }
     void setHint(HintType, Range const&, float) override {}
@@ -187,6 +188,7 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          refused<Exceptions::PlainException>([&] { Factory::MakeView(inMemory(0), Testing::ForeignView()); });
          refused<std::invalid_argument>([&] { SubsetFilter::MakeSubset(inMemory(0), {{}, {7, 1, 1, 1}}); });
          refused<ProxyFilter::Error>([&] { s.controller->setTarget(nullptr); });
+         refused<ProxyFilter::Error>([] { ProxyFilter::Error("text").clone()->throwClone(); });
      },
      [](Scene&, bool) {}, layProxies},
     {"making and cloning a cache", Fails::kBoth,
@@ -200,7 +202,7 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          }
      },
      [](Scene&, bool) {},
-     [](Scene& s) { lay(s, [](Accessor target) { return CacheFilter::Apply(std::move(target), 200, -1, -1); }); }},
+     [](Scene& s) { lay(s, [](Accessor target) { return CacheFilter::Apply(std::move(target), 130, -1, -1); }); }},
     {"telling a cache of another size", Fails::kCalls, [](Scene& s) { s.bricks->client()->accessorUpdated(); },
      keepsItNoLonger, keepTwoBlocks<true>},
     {"telling a cache of an invalid block", Fails::kCalls,
@@ -246,6 +248,8 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      [](Scene& s) {
          auto& filter = dynamic_cast<OpenFilter&>(*s.chain);
          s.next = filter.replaceTargetAccessor(s.next != nullptr ? std::move(s.next) : s.makeBricks());
+         OpenFilter giving(std::move(s.next));
+         s.next = giving.releaseTargetAccessor();
      },
      [](Scene& s, bool) {
          s.reads(*s.chain, {5, 4, 10, 0}, {5, 4, 10, 0});
@@ -267,6 +271,8 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
     {"writing through a stack", Fails::kBoth,
      [](Scene& s) {
          s.view.set(5, 4, 7, 4711.0f);
+         s.view.setCacheHint(true);
+         s.copy = s.view;
          EXPECT_EQ(s.view.get(0, 0, 1), s.data.at({0, 0, 1, 0}));
          EXPECT_EQ(s.view.get(5, 4, 7), 4711.0f);
      },
