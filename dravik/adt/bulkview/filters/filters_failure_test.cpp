@@ -150,6 +150,11 @@ Accessor inMemory(float first) {
     return std::make_unique<Accessors::MemoryAccessor>(array);
 }
 
+Accessor converted(Accessor target) {
+    auto const copy = Converters::ValueConverterFactory::getCopyConverter(32);
+    return ValueConvertFilter::Apply(std::move(target), 4, copy, copy);
+}
+
 constexpr Testing::FailureScenario<Scene> kScenarios[] = {
     {"using a box", Fails::kBoth, useSubset, [](Scene&, bool) {},
      [](Scene& s) {
@@ -244,6 +249,13 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          s.controller->setTarget(inMemory(0));
          s.view.get(0, 0, 0), s.copy.get(0, 0, 0);
      }},
+    {"exchanging bricks below a conversion", Fails::kBoth, [](Scene& s) { s.controller->setTarget(s.makeBricks()); },
+     showBoth,
+     [](Scene& s) {
+         s.view.init(converted(s.proxied(s.makeBricks())));
+         s.copy = s.view;
+         s.view.set(0, 0, 1, 4711.0f);
+     }},
     {"replacing a target", Fails::kCalls,
      [](Scene& s) {
          auto& filter = dynamic_cast<OpenFilter&>(*s.chain);
@@ -279,10 +291,7 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      [](Scene& s, bool) {
          EXPECT_EQ(s.view.get(5, 4, 6), s.data.at({5, 4, 6, 0}));
      },
-     [](Scene& s) {
-         auto const copy = Converters::ValueConverterFactory::getCopyConverter(32);
-         s.view.init(ValueConvertFilter::Apply(s.proxied(s.cached(s.makeBricks())), 4, copy, copy));
-     }},
+     [](Scene& s) { s.view.init(converted(s.proxied(s.cached(s.makeBricks())))); }},
 };
 
 TEST(Filters, SurviveEveryFailure) {
