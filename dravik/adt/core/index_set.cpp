@@ -78,10 +78,10 @@ template <int N>
 void dump(Detail::IndexPool<N> const& pool, std::uint32_t id, int depth, std::string& text) {
     auto const& node = pool[id];
     for (int slot = 0; slot < node.count; ++slot) {
-        if (!node.isNode(slot)) {
-            dump(node.box(slot), depth + 1, text);
-        } else if (node.child[slot] != node.kUntouched) {
+        if (node.isNode(slot)) {
             dump(pool, node.child[slot], depth + 1, text);
+        } else if (node.holdsPoints(slot)) {
+            dump(node.box(slot), depth + 1, text);
         }
     }
 }
@@ -115,11 +115,11 @@ IndexSetBoxIterator<N>& IndexSetBoxIterator<N>::operator++() {
         ++step.slot;
         if (step.slot == node.count) {
             path_.pop_back();
-        } else if (!node.isNode(step.slot)) {
+        } else if (node.isNode(step.slot)) {
+            path_.push_back({node.child[step.slot], -1});
+        } else if (node.holdsPoints(step.slot)) {
             box_ = node.box(step.slot);
             break;
-        } else if (node.child[step.slot] != node.kUntouched) {
-            path_.push_back({node.child[step.slot], -1});
         }
     }
     return *this;

@@ -477,7 +477,7 @@ void expectShallow(std::vector<OpenEndedRange<N, int>> const& boxes, char const*
     };
     std::for_each(boxes.begin(), boxes.end(), [&](auto const& each) { set.add(each); });
     expectHolds(0);
-    EXPECT_EQ(set, (IndexSet<N, int>(boxes)));
+    EXPECT_TRUE(set == (IndexSet<N, int>(boxes)));
     std::size_t const removed = boxes.size() * 9 / 10;
     std::for_each(boxes.begin(), boxes.begin() + static_cast<std::ptrdiff_t>(removed), [&](auto const& each) {
         set.remove(each);

@@ -85,14 +85,15 @@ void fill(IndexPool<N>& pool, std::uint32_t id, std::span<IndexBox<N>> boxes) no
     }
 }
 
+/// Appends the boxes under a node that is not Divided.
 template <int N>
 void collect(IndexPool<N> const& pool, std::uint32_t id, std::vector<IndexBox<N>>& boxes) {
     IndexNode<N> const& node = pool[id];
     for (int slot = 0; slot < node.count; ++slot) {
-        if (!node.isNode(slot)) {
-            boxes.push_back(node.box(slot));
-        } else if (node.child[slot] != IndexNode<N>::kUntouched) {
+        if (node.isNode(slot)) {
             collect(pool, node.child[slot], boxes);
+        } else {
+            boxes.push_back(node.box(slot));
         }
     }
 }
@@ -102,14 +103,16 @@ inline bool isTooHigh(unsigned height, std::uint64_t boxes) noexcept {
     return height > 8 && (height >= 8 + 64 || std::uint64_t{1} << (height - 8) > boxes * boxes);
 }
 
-/// Builds the tree under the node anew where it has grown too deep for its boxes. Uses no more nodes than it gives up,
-/// and waits for better times where there is no memory for the list of boxes.
+/// Whether it is higher than a balanced one by half.
+inline bool isUneven(unsigned height, std::uint64_t boxes) noexcept {
+    return height > 2 + 3 * static_cast<unsigned>(std::bit_width(boxes)) / 4;
+}
+
+/// Builds the tree under the node anew, balanced. Uses no more nodes than it gives up, and waits for better times where
+/// there is no memory for the list of boxes.
 template <int N>
-void balance(IndexPool<N>& pool, std::uint32_t id) noexcept {
+void rebuild(IndexPool<N>& pool, std::uint32_t id) noexcept {
     IndexNode<N>& node = pool[id];
-    if (!isTooHigh(node.height(), node.boxes) || node.kind == IndexNodeKind::Divided) {
-        return;
-    }
     std::vector<IndexBox<N>> boxes;
     try {
         boxes.reserve(node.boxes);

@@ -87,8 +87,8 @@ template <int N>
 struct PlacementWeights {
     static constexpr std::uint32_t kSeparated = std::numeric_limits<std::uint32_t>::max() / (N + 1);
     static constexpr std::uint32_t kOverlapping = kSeparated / N;
-    static constexpr std::int64_t kGapCap = kOverlapping;
-    static constexpr std::int64_t kGapOffset = kOverlapping / 2;
+    static constexpr int kGapCap = kOverlapping;
+    static constexpr int kGapOffset = kOverlapping / 2;
     static constexpr std::uint32_t kTooFar = 2 * kSeparated;
 };
 

@@ -5,6 +5,8 @@
 
 #include "dravik/adt/core/detail/index_set_box.h"
 
+#include <cstring>
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -13,6 +15,7 @@ namespace Quorvel::Dravik::Adt::Detail {
 
 /// One coordinate of each of the four slots.
 typedef int IndexLanes __attribute__((vector_size(16)));
+typedef std::uint32_t CostLanes __attribute__((vector_size(16)));
 
 /// Bit s is set where lane s of a comparison holds.
 inline unsigned laneBits(IndexLanes comparison) noexcept {
@@ -36,10 +39,9 @@ enum class IndexNodeKind : std::uint8_t {
 /// comparison per axis and side. A slot without points has the bounds [2^31-1, -2^31), which meet nothing and vanish in
 /// a union. Counts and heights are those of the whole subtree.
 template <int N>
-struct IndexNode {
+struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
     static constexpr int kSlots = 4;
-    static constexpr std::uint32_t kBox = 0;             ///< marks a slot that is a box: the root is nobody's child
-    static constexpr std::uint32_t kUntouched = ~0u;     ///< marks a part of a grid without a node of its own yet
+    static constexpr int kNear = 1 << 26;
     static constexpr std::uint8_t kTallest = UINT8_MAX;  ///< stands for every greater height
 
     struct Choice {
@@ -47,30 +49,26 @@ struct IndexNode {
         std::uint32_t cost;
     };
 
-    IndexLanes min[N];
-    IndexLanes max[N];
-    std::uint32_t child[kSlots];
+    alignas(16) int min[N][kSlots];
+    alignas(16) int max[N][kSlots];
+    std::uint32_t child[kSlots];  ///< means something where the slot is a node
     std::uint32_t boxes;
     std::uint8_t heights[kSlots];  ///< of the child nodes; 0 for a box
+    std::uint8_t nodes;            ///< the slots that are nodes, one bit each
     std::uint8_t count;
     IndexNodeKind kind;
 
-    explicit IndexNode(IndexNodeKind ofKind = IndexNodeKind::Plain) noexcept : boxes(0), count(0), kind(ofKind) {
+    explicit IndexNode(IndexNodeKind ofKind = IndexNodeKind::Plain) noexcept
+        : boxes(0), nodes(0), count(0), kind(ofKind) {
         for (int slot = 0; slot < kSlots; ++slot) {
             clearSlot(slot);
         }
     }
 
-    /// Whether the slot is a node rather than a box; the slot is used and, in a grid, touched.
-    bool isNode(int slot) const noexcept { return child[slot] != kBox; }
+    bool isNode(int slot) const noexcept { return (nodes >> slot & 1) != 0; }
 
-    unsigned nodeSlots() const noexcept {
-        unsigned bits = 0;
-        for (int slot = 0; slot < kSlots; ++slot) {
-            bits |= isNode(slot) ? 1u << slot : 0u;
-        }
-        return bits;
-    }
+    /// Free slots do not, nor do parts of a grid that have no node yet.
+    bool holdsPoints(int slot) const noexcept { return min[0][slot] < max[0][slot]; }
 
     IndexBox<N> box(int slot) const noexcept {
         IndexBox<N> box;
@@ -90,7 +88,7 @@ struct IndexNode {
 
     void setBox(int slot, IndexBox<N> const& box) noexcept {
         setBounds(slot, box);
-        child[slot] = kBox;
+        setIsNode(slot, false);
         heights[slot] = 0;
     }
 
@@ -98,12 +96,14 @@ struct IndexNode {
     void setNode(int slot, std::uint32_t id, IndexNode const& below) noexcept {
         setBounds(slot, below.bounds());
         child[slot] = id;
+        setIsNode(slot, true);
         heights[slot] = below.height();
     }
 
     void copySlot(int slot, IndexNode const& source, int from) noexcept {
         setBounds(slot, source.box(from));
         child[slot] = source.child[from];
+        setIsNode(slot, source.isNode(from));
         heights[slot] = source.heights[from];
     }
 
@@ -112,7 +112,7 @@ struct IndexNode {
             min[axis][slot] = std::numeric_limits<int>::max();
             max[axis][slot] = std::numeric_limits<int>::min();
         }
-        child[slot] = kBox;
+        setIsNode(slot, false);
         heights[slot] = 0;
     }
 
@@ -128,8 +128,8 @@ struct IndexNode {
     IndexBox<N> bounds() const noexcept {
         IndexBox<N> all;
         for (int axis = 0; axis < N; ++axis) {
-            IndexLanes const low = min[axis];
-            IndexLanes const high = max[axis];
+            int const* const low = min[axis];
+            int const* const high = max[axis];
             all.min.data()[axis] = std::min(std::min(low[0], low[1]), std::min(low[2], low[3]));
             all.max.data()[axis] = std::max(std::max(high[0], high[1]), std::max(high[2], high[3]));
         }
@@ -142,13 +142,20 @@ struct IndexNode {
         return static_cast<std::uint8_t>(std::min(tallest + 1, int{kTallest}));
     }
 
+    /// Widens the bounds of a slot to take in `box`.
+    void growSlot(int slot, IndexBox<N> const& box) noexcept {
+        for (int axis = 0; axis < N; ++axis) {
+            min[axis][slot] = std::min(min[axis][slot], box.min.data()[axis]);
+            max[axis][slot] = std::max(max[axis][slot], box.max.data()[axis]);
+        }
+    }
+
     /// The slots whose bounds contain `point`, one bit each.
     unsigned slotsAt(FixedVector<N, int> const& point) const noexcept {
         IndexLanes out{};
         for (int axis = 0; axis < N; ++axis) {
-            int const at = point.data()[axis];
-            IndexLanes const lanes{at, at, at, at};
-            out |= (lanes < min[axis]) | (lanes >= max[axis]);
+            IndexLanes const at = broadcast(point.data()[axis]);
+            out |= (at < lanes(min[axis])) | (at >= lanes(max[axis]));
         }
         return ~laneBits(out) & 15u;
     }
@@ -157,24 +164,74 @@ struct IndexNode {
     unsigned slotsMeeting(IndexBox<N> const& box) const noexcept {
         IndexLanes out{};
         for (int axis = 0; axis < N; ++axis) {
-            int const low = box.min.data()[axis];
-            int const high = box.max.data()[axis];
-            out |= (IndexLanes{high, high, high, high} <= min[axis]) | (IndexLanes{low, low, low, low} >= max[axis]);
+            out |= broadcast(box.max.data()[axis]) <= lanes(min[axis]);
+            out |= broadcast(box.min.data()[axis]) >= lanes(max[axis]);
         }
         return ~laneBits(out) & 15u;
     }
 
-    /// The used slot that `box` fits best, the first of equals; cost and slot are 0 when none is used.
-    Choice cheapest(IndexBox<N> const& box) const noexcept {
-        Choice best{0, 0};
-        for (int slot = 0; slot < count; ++slot) {
-            std::uint32_t const cost = placementCost(this->box(slot), box);
-            if (slot == 0 || cost < best.cost) {
-                best = {slot, cost};
+    /// placementCost() of `box` against each used slot. `isNear`: all coordinates are within kNear, so that every sum
+    /// of differences fits into 32 bits and the slots can be taken side by side.
+    void costs(IndexBox<N> const& box, bool isNear, std::uint32_t (&each)[kSlots]) const noexcept {
+        if (isNear) {
+            nearCosts(box, each);
+        } else {
+            for (int slot = 0; slot < count; ++slot) {
+                each[slot] = placementCost(this->box(slot), box);
+            }
+        }
+    }
+
+    /// The used slot that `box` fits best, the first of equals, in a node that is not empty.
+    Choice cheapest(IndexBox<N> const& box, bool isNear) const noexcept {
+        std::uint32_t each[kSlots];
+        costs(box, isNear, each);
+        Choice best{0, each[0]};
+        for (int slot = 1; slot < count; ++slot) {
+            if (each[slot] < best.cost) {
+                best = {slot, each[slot]};
             }
         }
         return best;
     }
+
+  private:
+    void setIsNode(int slot, bool isNode) noexcept {
+        unsigned const bit = 1u << slot;
+        nodes = static_cast<std::uint8_t>(isNode ? nodes | bit : nodes & ~bit);
+    }
+
+    static IndexLanes lanes(int const (&coordinates)[kSlots]) noexcept {
+        IndexLanes loaded;
+        std::memcpy(&loaded, coordinates, sizeof(loaded));
+        return loaded;
+    }
+    static IndexLanes broadcast(int value) noexcept { return IndexLanes{value, value, value, value}; }
+
+    void nearCosts(IndexBox<N> const& box, std::uint32_t (&each)[kSlots]) const noexcept {
+        using Weights = PlacementWeights<N>;
+        IndexLanes const none{};
+        IndexLanes gaps = broadcast(Weights::kGapOffset);
+        CostLanes costs{};
+        for (int axis = 0; axis < N; ++axis) {
+            IndexLanes const boxMin = broadcast(box.min.data()[axis]);
+            IndexLanes const boxMax = broadcast(box.max.data()[axis]);
+            IndexLanes const low = lanes(min[axis]);
+            IndexLanes const high = lanes(max[axis]);
+            IndexLanes const differs = (low != boxMin) | (high != boxMax);
+            // Unsigned, since the lanes of free slots may wrap.
+            IndexLanes const below = (IndexLanes)((CostLanes)low - (CostLanes)boxMax);
+            IndexLanes const above = (IndexLanes)((CostLanes)boxMin - (CostLanes)high);
+            IndexLanes const gap = below > above ? below : above;
+            gaps = (IndexLanes)((CostLanes)gaps + (CostLanes)(gap & differs));
+            costs += (CostLanes)differs & (Weights::kOverlapping + ((CostLanes)(gap > none) & kApart));
+        }
+        gaps = gaps > none ? gaps : none;
+        IndexLanes const cap = broadcast(Weights::kGapCap);
+        costs += (CostLanes)(gaps < cap ? gaps : cap);
+        std::memcpy(each, &costs, sizeof(each));
+    }
+    static constexpr std::uint32_t kApart = PlacementWeights<N>::kSeparated - PlacementWeights<N>::kOverlapping;
 };
 
 }  // namespace Quorvel::Dravik::Adt::Detail

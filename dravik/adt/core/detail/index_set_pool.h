@@ -55,12 +55,8 @@ class IndexPool {
     WideCount dropTree(Id id) noexcept {
         WideCount points = 0;
         for (int slot = 0; slot < nodes_[id].count; ++slot) {
-            Id const below = nodes_[id].child[slot];
-            if (below == Node::kBox) {
-                points += wideCount(nodes_[id].box(slot));
-            } else if (below != Node::kUntouched) {
-                points += dropTree(below);
-            }
+            Node const& node = nodes_[id];
+            points += node.isNode(slot) ? dropTree(node.child[slot]) : wideCount(node.box(slot));
         }
         drop(id);
         return points;

@@ -30,23 +30,25 @@ struct IndexBoxPlace {
 /// The first box that `slotsOf`, a question to the slots of one node, leads to.
 template <int N, class SlotsOf>
 IndexBoxPlace<N> firstBox(IndexPool<N> const& pool, std::uint32_t id, SlotsOf const& slotsOf) noexcept {
-    IndexNode<N> const* node = &pool[id];
-    unsigned bits = slotsOf(*node);
-    while (bits != 0) {
-        int const slot = std::countr_zero(bits);
-        bits &= bits - 1;
-        if (!node->isNode(slot)) {
-            return {node, slot};
+    while (true) {
+        IndexNode<N> const& node = pool[id];
+        unsigned const slots = slotsOf(node);
+        unsigned nodes = slots & node.nodes;
+        if (slots != nodes) {
+            return {&node, std::countr_zero(slots ^ nodes)};
         }
-        if (bits == 0) {
-            // The last candidate needs no return to this level.
-            node = &pool[node->child[slot]];
-            bits = slotsOf(*node);
-        } else if (auto const found = firstBox(pool, node->child[slot], slotsOf)) {
-            return found;
+        if (nodes == 0) {
+            return {};
         }
+        // The last candidate needs no return to this level.
+        for (unsigned rest = nodes & (nodes - 1); rest != 0; rest &= rest - 1) {
+            if (auto const found = firstBox(pool, node.child[std::countr_zero(nodes)], slotsOf)) {
+                return found;
+            }
+            nodes = rest;
+        }
+        id = node.child[std::countr_zero(nodes)];
     }
-    return {};
 }
 
 /// The stored box that contains `point`.
@@ -67,9 +69,9 @@ bool meetsTwo(IndexPool<N> const& pool, IndexBox<N> const& box) noexcept {
     int met = 0;
     return bool(firstBox(pool, IndexPool<N>::kRoot, [&](IndexNode<N> const& node) {
         unsigned const slots = node.slotsMeeting(box);
-        unsigned const boxes = slots & ~node.nodeSlots();
+        unsigned const boxes = slots & ~node.nodes;
         met += std::popcount(boxes);
-        return met > 1 ? boxes : slots & node.nodeSlots();
+        return met > 1 ? boxes : slots & node.nodes;
     }));
 }
 

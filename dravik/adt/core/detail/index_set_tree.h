@@ -35,11 +35,12 @@ class IndexSetTree {
     }
 
     /// These disjoint boxes, not empty, in a balanced tree; their order changes.
-    explicit IndexSetTree(std::span<Box> boxes) : pool_(IndexNodeKind::Plain) {
+    explicit IndexSetTree(std::span<Box> boxes) : pool_(IndexNodeKind::Plain), isOutgrown_(boxes.size() > 1) {
         pool_.makeRoom(boxes.size() / 3 + 1);
         fill<N>(pool_, Pool::kRoot, boxes);
         for (Box const& box : boxes) {
             points_ += wideCount(box);
+            isNear_ = isNear_ && isNear(box);
         }
     }
 
@@ -53,11 +54,13 @@ class IndexSetTree {
 
     /// Adds the points of a box that is not empty and, outside a grid, does not enclose all others.
     void add(Box const& box) {
+        isNear_ = isNear_ && isNear(box);
         if (grid_) {
             grid_->growTo(box);
             addToGrid(Pool::kRoot, grid_->place(), box);
         } else {
             addTo(Pool::kRoot, box);
+            renew();
         }
     }
 
@@ -72,8 +75,33 @@ class IndexSetTree {
 
   private:
     static constexpr std::size_t kMostPieces = 2 * N;
-
     using Pieces = boost::container::small_vector<Box, kMostPieces>;
+
+    /// Once the tree has outgrown the plain placement of boxes, builds all of it anew after as many changes as it has
+    /// boxes: its upper levels were laid out when there were few to choose from, and its nodes lie scattered.
+    void renew() noexcept {
+        ++changes_;
+        if (!isOutgrown_ || changes_ < boxCount()) {
+            return;
+        }
+        changes_ = 0;
+        try {
+            std::vector<Box> boxes;
+            boxes.reserve(boxCount());
+            collect(pool_, Pool::kRoot, boxes);
+            Pool fresh(IndexNodeKind::Plain);
+            fresh.makeRoom(boxes.size() / 3 + 1);
+            fill<N>(fresh, Pool::kRoot, boxes);
+            pool_ = std::move(fresh);
+        } catch (std::bad_alloc const&) {
+            // The old one will do.
+        }
+    }
+
+    static bool isNear(Box const& box) noexcept {
+        constexpr auto kEdge = Point::Filled(Node::kNear);
+        return box.min.allGreaterEqual(Point() - kEdge) && kEdge.allGreaterEqual(box.max);
+    }
 
     // Adding
 
@@ -91,7 +119,7 @@ class IndexSetTree {
     void addMeeting(Id id, Box const& box) {
         unsigned const slots = slotsSharingPoints(id, box);
         int const slot = std::countr_zero(slots);
-        if (!std::has_single_bit(slots)) {
+        if ((slots & (slots - 1)) != 0) {
             return placePieces(id, outside(id, slots, box));
         }
         if (!pool_[id].isNode(slot)) {
@@ -104,14 +132,14 @@ class IndexSetTree {
             IndexSlotUpdate<N> const update(pool_, id, slot);
             addMeeting(pool_[id].child[slot], box);
         }
-        balance(pool_, id);
+        keepShallow(id);
     }
 
     /// The slots whose points, not just bounds, the box meets; there is one.
     unsigned slotsSharingPoints(Id id, Box const& box) const noexcept {
         Node const& node = pool_[id];
         unsigned slots = node.slotsMeeting(box);
-        if (!std::has_single_bit(slots)) {
+        if ((slots & (slots - 1)) != 0) {
             forEachSlot(slots, [&](int slot) {
                 if (node.isNode(slot) && !meets(pool_, node.child[slot], box)) {
                     slots &= ~(1u << slot);
@@ -183,13 +211,15 @@ class IndexSetTree {
     /// @pre there is room for one node
     void place(Id id, Box const& box) noexcept {
         Node& node = pool_[id];
-        auto const [slot, cost] = node.cheapest(box);
-        if (node.count == 0 || (node.count < Node::kSlots && cost >= PlacementWeights<N>::kTooFar)) {
+        if (node.count == 0) {
+            return append(node, box);
+        }
+        auto const [slot, cost] = node.cheapest(box, isNear_);
+        if (node.count < Node::kSlots && cost >= PlacementWeights<N>::kTooFar) {
             return append(node, box);
         }
         if (node.isNode(slot)) {
-            IndexSlotUpdate<N> const update(pool_, id, slot);
-            place(node.child[slot], box);
+            placeInChild(id, slot, box);
         } else if (Box merged = node.box(slot); absorb(merged, box)) {
             return node.setBounds(slot, merged);
         } else if (node.count < Node::kSlots) {
@@ -197,7 +227,28 @@ class IndexSetTree {
         } else {
             crowd(id, slot, cost, box);
         }
-        balance(pool_, id);
+        keepShallow(id);
+    }
+
+    /// Rebuilds the tree under the node where it has grown too deep for its boxes. Where that happens once, placing
+    /// boxes by their bounds alone has led astray, and will again: from then on the whole set is kept near balance.
+    void keepShallow(Id id) noexcept {
+        Node const& node = pool_[id];
+        bool const isDeep = isOutgrown_ ? isUneven(node.height(), node.boxes) : isTooHigh(node.height(), node.boxes);
+        if (isDeep && node.kind != IndexNodeKind::Divided) {
+            rebuild(pool_, id);
+            isOutgrown_ = true;
+        }
+    }
+
+    void placeInChild(Id id, int slot, Box const& box) noexcept {
+        Id const child = pool_[id].child[slot];
+        std::uint32_t const boxesBefore = pool_[child].boxes;
+        place(child, box);
+        Node& node = pool_[id];
+        node.growSlot(slot, box);
+        node.heights[slot] = pool_[child].height();
+        node.boxes += pool_[child].boxes - boxesBefore;
     }
 
     static void append(Node& node, Box const& box) noexcept {
@@ -210,12 +261,12 @@ class IndexSetTree {
         Node& node = pool_[id];
         int first = 0;
         int second = 0;
-        std::uint32_t lowest = cost;
-        for (int i = 0; i < Node::kSlots; ++i) {
+        for (int i = 0; i < Node::kSlots - 1; ++i) {
+            std::uint32_t pairCosts[Node::kSlots];
+            node.costs(node.box(i), isNear_, pairCosts);
             for (int j = i + 1; j < Node::kSlots; ++j) {
-                std::uint32_t const pairCost = placementCost(node.box(i), node.box(j));
-                if (pairCost < lowest) {
-                    lowest = pairCost;
+                if (pairCosts[j] < cost) {
+                    cost = pairCosts[j];
                     first = i;
                     second = j;
                 }
@@ -233,15 +284,12 @@ class IndexSetTree {
         }
     }
 
-    /// Moves what is in slot `from` under slot `into`, and the last slot into its place.
+    /// Brings what is in the slots `into` and `from` together in `into`, and the last slot into the place of `from`.
     void mergeSlots(Id id, int into, int from) noexcept {
         Node& node = pool_[id];
         Box merged = node.box(into);
         if (node.isNode(into) && !node.isNode(from)) {
-            {
-                IndexSlotUpdate<N> const update(pool_, id, into);
-                place(node.child[into], node.box(from));
-            }
+            placeInChild(id, into, node.box(from));
             --node.boxes;
         } else if (!node.isNode(into) && !node.isNode(from) && absorb(merged, node.box(from))) {
             node.setBounds(into, merged);
@@ -279,7 +327,7 @@ class IndexSetTree {
         if (mustCut) {
             cutBoxes(id, box);
         }
-        balance(pool_, id);
+        keepShallow(id);
     }
 
     void removeFromChild(Id id, int slot, Box const& box) {
@@ -290,7 +338,6 @@ class IndexSetTree {
             points_ -= pool_.dropTree(child);
             if (stays) {
                 pool_[id].clearSlot(slot);
-                pool_[id].child[slot] = Node::kUntouched;
             } else {
                 pool_[id].closeUp(slot);
             }
@@ -359,7 +406,6 @@ class IndexSetTree {
         Box parts[IndexGrid<N>::kMostParts];
         Node& node = pool_[id];
         node.count = static_cast<std::uint8_t>(grid_->divide(part, parts));
-        std::fill_n(node.child, node.count, Node::kUntouched);
     }
 
     void addToGrid(Id id, Box const& part, Box const& box) {
@@ -383,21 +429,24 @@ class IndexSetTree {
 
     /// Makes sure that the part has a node.
     void touch(Id id, int slot, Box const& part) {
-        if (pool_[id].child[slot] != Node::kUntouched) {
+        if (pool_[id].isNode(slot)) {
             return;
         }
         bool const isCell = grid_->isCell(part);
         pool_.makeRoom(1);
         Id const child = pool_.acquire(isCell ? IndexNodeKind::Cell : IndexNodeKind::Divided);
-        pool_[id].child[slot] = child;
         if (!isCell) {
             divide(child, part);
         }
+        pool_[id].setNode(slot, child, pool_[child]);
     }
 
     Pool pool_;
     std::optional<IndexGrid<N>> grid_;
     WideCount points_ = 0;
+    bool isNear_ = true;       // whether no coordinate ever was beyond Node::kNear
+    bool isOutgrown_ = false;  // whether a part of the tree was ever too deep
+    std::size_t changes_ = 0;  // since all of the tree was built at once
 };
 
 }  // namespace Quorvel::Dravik::Adt::Detail
