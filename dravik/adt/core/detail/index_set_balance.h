@@ -10,6 +10,7 @@
 
 namespace Quorvel::Dravik::Adt::Detail {
 
+/// Twice the centre of a box, along one axis.
 template <int N>
 std::int64_t doubledCentre(IndexBox<N> const& box, int axis) noexcept {
     return std::int64_t{box.min.data()[axis]} + box.max.data()[axis];
@@ -18,17 +19,21 @@ std::int64_t doubledCentre(IndexBox<N> const& box, int axis) noexcept {
 /// The axis along which the centres of the boxes lie furthest apart.
 template <int N>
 int longestAxis(std::span<IndexBox<N> const> boxes) noexcept {
-    int longest = 0;
-    std::int64_t length = -1;
+    std::int64_t low[N];
+    std::int64_t high[N];
     for (int axis = 0; axis < N; ++axis) {
-        auto const [low, high] = std::minmax_element(boxes.begin(), boxes.end(), [&](auto const& a, auto const& b) {
-            return doubledCentre<N>(a, axis) < doubledCentre<N>(b, axis);
-        });
-        std::int64_t const spread = doubledCentre<N>(*high, axis) - doubledCentre<N>(*low, axis);
-        if (spread > length) {
-            length = spread;
-            longest = axis;
+        low[axis] = high[axis] = doubledCentre<N>(boxes.front(), axis);
+    }
+    for (IndexBox<N> const& box : boxes) {
+        for (int axis = 0; axis < N; ++axis) {
+            std::int64_t const centre = doubledCentre<N>(box, axis);
+            low[axis] = std::min(low[axis], centre);
+            high[axis] = std::max(high[axis], centre);
         }
+    }
+    int longest = 0;
+    for (int axis = 1; axis < N; ++axis) {
+        longest = high[axis] - low[axis] > high[longest] - low[longest] ? axis : longest;
     }
     return longest;
 }
@@ -40,7 +45,7 @@ void splitAt(std::span<IndexBox<N>> boxes, std::size_t count) noexcept {
         int const axis = longestAxis<N>(boxes);
         std::nth_element(
             boxes.begin(), boxes.begin() + static_cast<std::ptrdiff_t>(count), boxes.end(),
-            [&](auto const& a, auto const& b) { return doubledCentre<N>(a, axis) < doubledCentre<N>(b, axis); });
+            [axis](auto const& a, auto const& b) { return doubledCentre<N>(a, axis) < doubledCentre<N>(b, axis); });
     }
 }
 

@@ -170,13 +170,13 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
         return ~laneBits(out) & 15u;
     }
 
-    /// placementCost() of `box` against each used slot. `isNear`: all coordinates are within kNear, so that every sum
+    /// placementCost() of `box` against each slot, of no meaning where that is free. `isNear`: all coordinates are within kNear, so that every sum
     /// of differences fits into 32 bits and the slots can be taken side by side.
     void costs(IndexBox<N> const& box, bool isNear, std::uint32_t (&each)[kSlots]) const noexcept {
         if (isNear) {
             nearCosts(box, each);
         } else {
-            for (int slot = 0; slot < count; ++slot) {
+            for (int slot = 0; slot < kSlots; ++slot) {
                 each[slot] = placementCost(this->box(slot), box);
             }
         }
@@ -186,13 +186,13 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
     Choice cheapest(IndexBox<N> const& box, bool isNear) const noexcept {
         std::uint32_t each[kSlots];
         costs(box, isNear, each);
-        Choice best{0, each[0]};
-        for (int slot = 1; slot < count; ++slot) {
-            if (each[slot] < best.cost) {
-                best = {slot, each[slot]};
-            }
+        // Cost and slot in one number: without a branch that data decides.
+        std::uint64_t best = std::uint64_t{each[0]} << 2;
+        for (unsigned slot = 1; slot < kSlots; ++slot) {
+            std::uint64_t const other = std::uint64_t{each[slot]} << 2 | slot;
+            best = slot < count && other < best ? other : best;
         }
-        return best;
+        return {static_cast<int>(best & 3), static_cast<std::uint32_t>(best >> 2)};
     }
 
   private:

@@ -6,7 +6,6 @@
 #include "dravik/adt/core/detail/index_set_balance.h"
 #include "dravik/adt/core/detail/index_set_grid.h"
 
-#include <boost/container/small_vector.hpp>
 #include <boost/container/static_vector.hpp>
 
 #include <optional>
@@ -60,7 +59,6 @@ class IndexSetTree {
             addToGrid(Pool::kRoot, grid_->place(), box);
         } else {
             addTo(Pool::kRoot, box);
-            renew();
         }
     }
 
@@ -75,28 +73,7 @@ class IndexSetTree {
 
   private:
     static constexpr std::size_t kMostPieces = 2 * N;
-    using Pieces = boost::container::small_vector<Box, kMostPieces>;
-
-    /// Once the tree has outgrown the plain placement of boxes, builds all of it anew after as many changes as it has
-    /// boxes: its upper levels were laid out when there were few to choose from, and its nodes lie scattered.
-    void renew() noexcept {
-        ++changes_;
-        if (!isOutgrown_ || changes_ < boxCount()) {
-            return;
-        }
-        changes_ = 0;
-        try {
-            std::vector<Box> boxes;
-            boxes.reserve(boxCount());
-            collect(pool_, Pool::kRoot, boxes);
-            Pool fresh(IndexNodeKind::Plain);
-            fresh.makeRoom(boxes.size() / 3 + 1);
-            fill<N>(fresh, Pool::kRoot, boxes);
-            pool_ = std::move(fresh);
-        } catch (std::bad_alloc const&) {
-            // The old one will do.
-        }
-    }
+    using Pieces = std::vector<Box>;
 
     static bool isNear(Box const& box) noexcept {
         constexpr auto kEdge = Point::Filled(Node::kNear);
@@ -105,8 +82,12 @@ class IndexSetTree {
 
     // Adding
 
+    /// Adds a box that does not enclose all under the node; all of it or, where memory runs out, nothing.
     void addTo(Id id, Box const& box) {
-        if (meets(pool_, id, box)) {
+        unsigned const slots = pool_[id].slotsMeeting(box);
+        if (slots != 0 && leadsThrough(pool_[id], slots, box)) {
+            changeChild(id, std::countr_zero(slots), box, [&](Id child) { addTo(child, box); });
+        } else if (slots != 0 && meets(pool_, id, box)) {
             addMeeting(id, box);
         } else {
             pool_.makeRoom(1);
@@ -115,24 +96,50 @@ class IndexSetTree {
         }
     }
 
+    /// Whether the box goes to the only node whose bounds it meets, be it that it shares points with it or fits it best.
+    bool leadsThrough(Node const& node, unsigned slots, Box const& box) const noexcept {
+        int const slot = std::countr_zero(slots);
+        if ((slots & (slots - 1)) != 0 || !node.isNode(slot) || encloses(box, node.box(slot))) {
+            return false;
+        }
+        auto const [cheapest, cost] = node.cheapest(box, isNear_);
+        return cheapest == slot && (node.count == Node::kSlots || cost < PlacementWeights<N>::kTooFar);
+    }
+
     /// Adds a box that shares points with some under the node.
     void addMeeting(Id id, Box const& box) {
         unsigned const slots = slotsSharingPoints(id, box);
         int const slot = std::countr_zero(slots);
         if ((slots & (slots - 1)) != 0) {
-            return placePieces(id, outside(id, slots, box));
+            placePieces(id, outside(id, slots, box));
+        } else if (!pool_[id].isNode(slot)) {
+            addToBox(id, slot, box);
+        } else if (encloses(box, pool_[id].box(slot))) {
+            replaceChild(id, slot, box);
+        } else {
+            changeChild(id, slot, box, [&](Id child) { addMeeting(child, box); });
         }
-        if (!pool_[id].isNode(slot)) {
-            return addToBox(id, slot, box);
+    }
+
+    /// Lets `add` add the box to the node in the slot, and keeps this node in step.
+    template <std::invocable<Id> Add>
+    void changeChild(Id id, int slot, Box const& box, Add const& add) {
+        if (growChild(id, slot, box, add)) {
+            keepShallow(id);
         }
-        if (encloses(box, pool_[id].box(slot))) {
-            return replaceChild(id, slot, box);
-        }
-        {
-            IndexSlotUpdate<N> const update(pool_, id, slot);
-            addMeeting(pool_[id].child[slot], box);
-        }
-        keepShallow(id);
+    }
+
+    /// @return whether the height over the number of boxes may have risen
+    template <std::invocable<Id> Add>
+    bool growChild(Id id, int slot, Box const& box, Add const& add) {
+        Id const child = pool_[id].child[slot];
+        std::uint32_t const boxesBefore = pool_[child].boxes;
+        add(child);
+        Node& node = pool_[id];
+        node.growSlot(slot, box);
+        node.boxes += pool_[child].boxes - boxesBefore;
+        std::uint8_t const heightBefore = std::exchange(node.heights[slot], pool_[child].height());
+        return node.heights[slot] != heightBefore || pool_[child].boxes < boxesBefore;
     }
 
     /// The slots whose points, not just bounds, the box meets; there is one.
@@ -156,7 +163,7 @@ class IndexSetTree {
             pool_[id].setBounds(slot, grown);
             points_ += wideCount(grown) - wideCount(stored);
         } else {
-            Pieces pieces;
+            boost::container::static_vector<Box, kMostPieces> pieces;
             cutOutside(box, stored, [&](Box const& piece) { pieces.push_back(piece); });
             placePieces(id, pieces);
         }
@@ -219,15 +226,15 @@ class IndexSetTree {
             return append(node, box);
         }
         if (node.isNode(slot)) {
-            placeInChild(id, slot, box);
+            changeChild(id, slot, box, [&](Id child) { place(child, box); });
         } else if (Box merged = node.box(slot); absorb(merged, box)) {
-            return node.setBounds(slot, merged);
+            node.setBounds(slot, merged);
         } else if (node.count < Node::kSlots) {
-            return append(node, box);
+            append(node, box);
         } else {
             crowd(id, slot, cost, box);
+            keepShallow(id);
         }
-        keepShallow(id);
     }
 
     /// Rebuilds the tree under the node where it has grown too deep for its boxes. Where that happens once, placing
@@ -239,16 +246,6 @@ class IndexSetTree {
             rebuild(pool_, id);
             isOutgrown_ = true;
         }
-    }
-
-    void placeInChild(Id id, int slot, Box const& box) noexcept {
-        Id const child = pool_[id].child[slot];
-        std::uint32_t const boxesBefore = pool_[child].boxes;
-        place(child, box);
-        Node& node = pool_[id];
-        node.growSlot(slot, box);
-        node.heights[slot] = pool_[child].height();
-        node.boxes += pool_[child].boxes - boxesBefore;
     }
 
     static void append(Node& node, Box const& box) noexcept {
@@ -289,7 +286,7 @@ class IndexSetTree {
         Node& node = pool_[id];
         Box merged = node.box(into);
         if (node.isNode(into) && !node.isNode(from)) {
-            placeInChild(id, into, node.box(from));
+            growChild(id, into, node.box(from), [&](Id child) { place(child, node.box(from)); });
             --node.boxes;
         } else if (!node.isNode(into) && !node.isNode(from) && absorb(merged, node.box(from))) {
             node.setBounds(into, merged);
@@ -446,7 +443,6 @@ class IndexSetTree {
     WideCount points_ = 0;
     bool isNear_ = true;       // whether no coordinate ever was beyond Node::kNear
     bool isOutgrown_ = false;  // whether a part of the tree was ever too deep
-    std::size_t changes_ = 0;  // since all of the tree was built at once
 };
 
 }  // namespace Quorvel::Dravik::Adt::Detail
