@@ -1,5 +1,5 @@
-// What a set of boxes costs as it grows: beside R-trees, packed and grown box by box, in three dimensions, and beside a
-// set of intervals in one.
+// What a set of boxes costs as it grows from 100 to 100 000 of them: beside R-trees, packed and grown box by box, in
+// three dimensions, and beside a set of intervals in one.
 
 #include "contest.h"
 
@@ -10,38 +10,35 @@
 #include <boost/icl/interval_set.hpp>
 #include <boost/iterator/function_output_iterator.hpp>
 
+#include <cmath>
+#include <numeric>
 #include <random>
-#include <span>
 
 namespace Quorvel::Dravik::Adt::Benchmarks {
 namespace {
 
-namespace Geometry = boost::geometry;
+namespace Index = boost::geometry::index;
 
-constexpr int kSpacing = 16;       // distance of the cells that the boxes lie in
-constexpr int kQuestions = 20000;  // per turn
-constexpr int kMaxChanges = 1000;  // per turn
+constexpr int kSpacing = 16;      // of the cells that the boxes lie in
+constexpr int kQuestions = 20000; // per turn
+constexpr int kChanges = 1000;    // per turn
 
 template <int N>
 using Box = OpenEndedRange<N, int>;
 
-/// Disjoint boxes in random order, a quarter of the cells of a cube full of them.
+/// Disjoint boxes in random order: a quarter of the cells of a cube have one.
 template <int N>
 class Scene {
   public:
-    explicit Scene(int count) : random_(count) {
+    explicit Scene(int count) : random_(static_cast<unsigned>(count)) {
         int const side = static_cast<int>(std::ceil(std::pow(4.0 * count, 1.0 / N)));
-        int cells = 1;
-        for (int axis = 0; axis < N; ++axis) {
-            cells *= side;
-        }
-        std::vector<int> places(static_cast<std::size_t>(cells));
+        std::vector<int> places(static_cast<std::size_t>(std::lround(std::pow(side, N))));
         std::iota(places.begin(), places.end(), 0);
         std::shuffle(places.begin(), places.end(), random_);
-        end_ = side * kSpacing;
-        for (int i = 0; i < count; ++i) {
+        places.resize(static_cast<std::size_t>(count));
+        for (int place : places) {
             Box<N> box;
-            for (int axis = 0, place = places[static_cast<std::size_t>(i)]; axis < N; ++axis, place /= side) {
+            for (int axis = 0; axis < N; ++axis, place /= side) {
                 box.min[axis] = place % side * kSpacing + between(0, 5);
                 box.max[axis] = box.min[axis] + between(1, 9);
             }
@@ -51,12 +48,17 @@ class Scene {
             Box<N> const& near = boxes[static_cast<std::size_t>(between(0, count - 1))];
             Box<N> question;
             for (int axis = 0; axis < N; ++axis) {
-                bool const apart = i % 2 == 0;
-                question.min[axis] = apart ? between(0, end_) : between(near.min[axis], near.max[axis] - 1);
+                bool const anywhere = i % 2 == 0;
+                question.min[axis] =
+                    anywhere ? between(0, side * kSpacing) : between(near.min[axis], near.max[axis] - 1);
                 question.max[axis] = question.min[axis] + between(1, kSpacing);
             }
             questions.push_back(question);
         }
+    }
+
+    std::string title(std::string const& work) const {
+        return std::to_string(N) + "-D, " + std::to_string(boxes.size()) + " boxes: " + work;
     }
 
     std::vector<Box<N>> boxes;
@@ -66,13 +68,11 @@ class Scene {
     int between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random_); }
 
     std::mt19937 random_;
-    int end_ = 0;
 };
 
-/// How each structure does the work of the contests.
+/// What the contests ask of each structure.
 template <int N>
 struct OurSet {
-    static constexpr char const* kName = "IndexSet";
     IndexSet<N, int> set;
 
     void add(Box<N> const& box) { set.add(box); }
@@ -83,25 +83,24 @@ struct OurSet {
 
 template <class Parameters>
 struct RTree {
-    using Point = Geometry::model::point<int, 3, Geometry::cs::cartesian>;
-    using Value = Geometry::model::box<Point>;
-    Geometry::index::rtree<Value, Parameters> tree;
+    using Point = boost::geometry::model::point<int, 3, boost::geometry::cs::cartesian>;
+    using Value = boost::geometry::model::box<Point>;
 
     static Point point(FixedVector<3, int> const& at) { return {at.data()[0], at.data()[1], at.data()[2]}; }
     // Its boxes are closed.
-    static Value value(Box<3> const& box) { return {point(box.min), point(box.max - FixedVector<3, int>::Filled(1))}; }
+    static Value value(Box<3> const& box) { return {point(box.min), point(box.max - FixedVector<3, int>(1, 1, 1))}; }
 
     void add(Box<3> const& box) { tree.insert(value(box)); }
     void remove(Box<3> const& box) { tree.remove(value(box)); }
     bool contains(FixedVector<3, int> const& at) const {
         bool found = false;
-        auto const note = boost::make_function_output_iterator([&](Value const&) { found = true; });
-        tree.query(Geometry::index::intersects(point(at)), note);
+        tree.query(
+            Index::intersects(point(at)), boost::make_function_output_iterator([&](Value const&) { found = true; }));
         return found;
     }
-    bool intersects(Box<3> const& box) const {
-        return tree.qbegin(Geometry::index::intersects(value(box))) != tree.qend();
-    }
+    bool intersects(Box<3> const& box) const { return tree.qbegin(Index::intersects(value(box))) != tree.qend(); }
+
+    Index::rtree<Value, Parameters> tree;
 };
 
 struct Intervals {
@@ -116,108 +115,132 @@ struct Intervals {
     bool intersects(Box<1> const& box) const { return boost::icl::intersects(set, value(box)); }
 };
 
+template <class Structure>
+struct Entrant {
+    char const* name;
+    Structure structure;
+};
+
 template <class Structure, int N>
-void fill(Structure& structure, std::vector<Box<N>> const& boxes) {
+Structure grown(std::vector<Box<N>> const& boxes) {
+    Structure structure;
     for (Box<N> const& box : boxes) {
         structure.add(box);
     }
+    return structure;
 }
 
-template <int N>
-std::string title(char const* what, Scene<N> const& scene) {
-    return std::to_string(N) + "-D, " + std::to_string(scene.boxes.size()) + " boxes: " + what;
-}
-
-/// One contest for each kind of work; the structures come filled.
 template <int N, class... Structures>
-void compare(Scene<N> const& scene, std::pair<char const*, Structures&>... structures) {
-    Contest contains(title("20000 x contains", scene));
-    Contest intersects(title("20000 x intersects", scene));
-    auto const enter = [&](char const* name, auto& structure) {
-        contains.enter(name, [&] {
-            return std::count_if(scene.questions.begin(), scene.questions.end(), [&](auto const& question) {
-                return structure.contains(question.min);
-            });
-        });
-        intersects.enter(name, [&] {
-            return std::count_if(scene.questions.begin(), scene.questions.end(), [&](auto const& question) {
-                return structure.intersects(question);
-            });
-        });
+void askAll(Scene<N> const& scene, Entrant<Structures> const&... entrants) {
+    auto const count = [&](auto const& isTrue) {
+        return static_cast<std::uint64_t>(std::count_if(scene.questions.begin(), scene.questions.end(), isTrue));
     };
-    (enter(structures.first, structures.second), ...);
+    Contest contains(scene.title("20000 x contains a point"));
+    (contains.enter(
+         entrants.name,
+         [&] { return count([&](auto const& question) { return entrants.structure.contains(question.min); }); }),
+     ...);
     contains.run();
+    Contest intersects(scene.title("20000 x intersects a box"));
+    (intersects.enter(
+         entrants.name,
+         [&] { return count([&](auto const& question) { return entrants.structure.intersects(question); }); }),
+     ...);
     intersects.run();
 }
 
 template <int N, class... Structures>
-void compareChanges(Scene<N> const& scene, std::pair<char const*, Structures&>... structures) {
-    Contest build(title("add one after the other", scene));
-    Contest change(title("1000 x remove, then add", scene));
-    auto const enter = [&](char const* name, auto& structure) {
-        build.enter(name, [&] {
-            std::decay_t<decltype(structure)> fresh;
-            fill(fresh, scene.boxes);
-            return 1;
-        });
-        change.enter(name, [&] {
-            for (std::size_t i = 0; i < kMaxChanges; ++i) {
-                structure.remove(scene.boxes[i % scene.boxes.size()]);
-                structure.add(scene.boxes[i % scene.boxes.size()]);
-            }
-            return 1;
-        });
+void changeAll(Scene<N> const& scene, Entrant<Structures>&&... entrants) {
+    Contest build(scene.title("add one after the other"));
+    (build.enter(
+         entrants.name,
+         [&]() -> std::uint64_t { return grown<Structures>(scene.boxes).contains(scene.boxes.back().min); }),
+     ...);
+    build.run();
+    Contest change(scene.title("1000 x remove, then add again"));
+    auto const swap = [&](auto& structure) -> std::uint64_t {
+        for (std::size_t i = 0; i < kChanges; ++i) {
+            structure.remove(scene.boxes[i % scene.boxes.size()]);
+            structure.add(scene.boxes[i % scene.boxes.size()]);
+        }
+        return structure.contains(scene.boxes.front().min);
     };
-    (enter(structures.first, structures.second), ...);
-    build.run(scene.boxes.size() > 10000 ? 5 : 15);
+    (change.enter(entrants.name, [&] { return swap(entrants.structure); }), ...);
     change.run();
 }
 
+/// What no other structure here does.
+void askOurs(Scene<3> const& scene, IndexSet<3, int> const& set) {
+    auto const alone = [&](char const* work, std::function<std::uint64_t()> const& run) {
+        Contest contest(scene.title(work));
+        contest.enter("IndexSet", run);
+        contest.run();
+    };
+    alone("20000 x isSubset of a box", [&] {
+        return static_cast<std::uint64_t>(std::count_if(
+            scene.questions.begin(), scene.questions.end(), [&](auto const& box) { return set.isSubset(box); }));
+    });
+    alone("20000 x intersection with a box", [&] {
+        return std::accumulate(
+            scene.questions.begin(), scene.questions.end(), std::uint64_t{0},
+            [&](std::uint64_t sum, auto const& box) { return sum + set.intersection(box).boundsSize(); });
+    });
+    IndexSet<3, int> const moved = [&] {
+        IndexSet<3, int> all;
+        for (Box<3> const& box : scene.boxes) {
+            all.add(Box<3>{box.min + FixedVector<3, int>(2, 2, 2), box.max + FixedVector<3, int>(2, 2, 2)});
+        }
+        return all;
+    }();
+    alone("union with itself moved by 2", [&] {
+        IndexSet<3, int> both(set);
+        both.add(moved);
+        return static_cast<std::uint64_t>(both.size());
+    });
+    alone("difference from itself moved by 2", [&] {
+        IndexSet<3, int> rest(set);
+        rest.remove(moved);
+        return static_cast<std::uint64_t>(rest.size());
+    });
+    alone("intersection with itself moved by 2", [&] {
+        return static_cast<std::uint64_t>(set.intersection(moved).size());
+    });
+    alone("equal to itself built at once", [&, again = IndexSet<3, int>(scene.boxes)] { return set == again; });
+    alone("iteration", [&] {
+        auto const boxes = set.boxes();
+        return static_cast<std::uint64_t>(std::distance(boxes.begin(), boxes.end()));
+    });
+}
+
 void compareWithTrees(int count) {
+    using Quadratic = RTree<Index::quadratic<16>>;
+    using RStar = RTree<Index::rstar<16>>;
     Scene<3> const scene(count);
-    using Grown = RTree<Geometry::index::rstar<16>>;
-    using Quadratic = RTree<Geometry::index::quadratic<16>>;
-    using Linear = RTree<Geometry::index::linear<16>>;
-    OurSet<3> ours;
-    OurSet<3> bulk{IndexSet<3, int>(scene.boxes)};
-    Grown grown;
-    Quadratic quadratic;
-    Linear linear;
-    fill(ours, scene.boxes);
-    fill(grown, scene.boxes);
-    fill(quadratic, scene.boxes);
-    fill(linear, scene.boxes);
-    std::vector<Grown::Value> values;
-    std::transform(scene.boxes.begin(), scene.boxes.end(), std::back_inserter(values), Grown::value);
-    Quadratic packed{decltype(Quadratic::tree)(values)};
-    compare<3>(
-        scene, std::pair<char const*, OurSet<3>&>("IndexSet", ours),
-        std::pair<char const*, OurSet<3>&>("IndexSet, bulk", bulk), std::pair<char const*, Grown&>("R-tree, R*", grown),
-        std::pair<char const*, Quadratic&>("R-tree, quadratic", quadratic),
-        std::pair<char const*, Linear&>("R-tree, linear", linear),
-        std::pair<char const*, Quadratic&>("R-tree, packed", packed));
-    compareChanges<3>(
-        scene, std::pair<char const*, OurSet<3>&>("IndexSet", ours),
-        std::pair<char const*, Quadratic&>("R-tree, quadratic", quadratic),
-        std::pair<char const*, Linear&>("R-tree, linear", linear));
-    Contest atOnce(title("build at once", scene));
-    atOnce.enter("IndexSet", [&] { return IndexSet<3, int>(scene.boxes).size() > 0; });
-    atOnce.enter("R-tree, packed", [&] { return decltype(Quadratic::tree)(values).size() > 0; });
-    atOnce.run(7);
+    std::vector<Quadratic::Value> values;
+    std::transform(scene.boxes.begin(), scene.boxes.end(), std::back_inserter(values), Quadratic::value);
+    askAll<3>(
+        scene, Entrant<OurSet<3>>{"IndexSet, grown", grown<OurSet<3>>(scene.boxes)},
+        Entrant<OurSet<3>>{"IndexSet, built at once", {IndexSet<3, int>(scene.boxes)}},
+        Entrant<RStar>{"R*-tree, grown", grown<RStar>(scene.boxes)},
+        Entrant<Quadratic>{"R-tree with quadratic splits, grown", grown<Quadratic>(scene.boxes)},
+        Entrant<Quadratic>{"R-tree, packed", {decltype(Quadratic::tree)(values)}});
+    changeAll<3>(
+        scene, Entrant<OurSet<3>>{"IndexSet", grown<OurSet<3>>(scene.boxes)},
+        Entrant<RStar>{"R*-tree", grown<RStar>(scene.boxes)},
+        Entrant<Quadratic>{"R-tree with quadratic splits", grown<Quadratic>(scene.boxes)});
+    Contest atOnce(scene.title("build at once"));
+    atOnce.enter("IndexSet", [&] { return IndexSet<3, int>(scene.boxes).isEmpty(); });
+    atOnce.enter("R-tree, packed", [&] { return decltype(Quadratic::tree)(values).empty(); });
+    atOnce.run();
+    askOurs(scene, grown<OurSet<3>>(scene.boxes).set);
 }
 
 void compareWithIntervals(int count) {
     Scene<1> const scene(count);
-    OurSet<1> ours;
-    Intervals intervals;
-    fill(ours, scene.boxes);
-    fill(intervals, scene.boxes);
-    compare<1>(
-        scene, std::pair<char const*, OurSet<1>&>("IndexSet", ours),
-        std::pair<char const*, Intervals&>("interval_set", intervals));
-    compareChanges<1>(
-        scene, std::pair<char const*, OurSet<1>&>("IndexSet", ours),
-        std::pair<char const*, Intervals&>("interval_set", intervals));
+    Entrant<OurSet<1>> ours{"IndexSet", grown<OurSet<1>>(scene.boxes)};
+    Entrant<Intervals> intervals{"boost::icl::interval_set", grown<Intervals>(scene.boxes)};
+    askAll<1>(scene, ours, intervals);
+    changeAll<1>(scene, std::move(ours), std::move(intervals));
 }
 
 }  // namespace

@@ -170,8 +170,8 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
         return ~laneBits(out) & 15u;
     }
 
-    /// placementCost() of `box` against each slot, of no meaning where that is free. `isNear`: all coordinates are within kNear, so that every sum
-    /// of differences fits into 32 bits and the slots can be taken side by side.
+    /// placementCost() of `box` against each slot, of no meaning where that is free. `isNear`: all coordinates are
+    /// within kNear, so that every sum of differences fits into 32 bits and the slots can be taken side by side.
     void costs(IndexBox<N> const& box, bool isNear, std::uint32_t (&each)[kSlots]) const noexcept {
         if (isNear) {
             nearCosts(box, each);

@@ -96,7 +96,8 @@ class IndexSetTree {
         }
     }
 
-    /// Whether the box goes to the only node whose bounds it meets, be it that it shares points with it or fits it best.
+    /// Whether the box goes to the only node whose bounds it meets, be it that it shares points with it or fits it
+    /// best.
     bool leadsThrough(Node const& node, unsigned slots, Box const& box) const noexcept {
         int const slot = std::countr_zero(slots);
         if ((slots & (slots - 1)) != 0 || !node.isNode(slot) || encloses(box, node.box(slot))) {
