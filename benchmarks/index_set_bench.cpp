@@ -19,9 +19,9 @@ namespace {
 
 namespace Index = boost::geometry::index;
 
-constexpr int kSpacing = 16;      // of the cells that the boxes lie in
-constexpr int kQuestions = 20000; // per turn
-constexpr int kChanges = 1000;    // per turn
+constexpr int kSpacing = 16;       // of the cells that the boxes lie in
+constexpr int kQuestions = 20000;  // per turn
+constexpr int kChanges = 1000;     // per turn
 
 template <int N>
 using Box = OpenEndedRange<N, int>;

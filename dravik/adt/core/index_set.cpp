@@ -23,11 +23,12 @@ OpenEndedRange<N, int> boxOf(FixedVector<N, int> const& point) noexcept {
     return {point, point + FixedVector<N, int>::Filled(1)};
 }
 
-// Joins boxes that coincide on every other axis and touch or overlap along this one.
+// Where a box ends or starts along one axis, and its extents on the others.
 template <int N>
-void mergeAlong(int axis, std::vector<OpenEndedRange<N, int>>& boxes) {
-    auto const key = [axis](OpenEndedRange<N, int> const& box) {
-        std::array<int, 2 * N> coordinates{};
+struct Face {
+    std::array<int, 2 * N> coordinates{};
+
+    Face(OpenEndedRange<N, int> const& box, int axis, int at) noexcept {
         std::size_t place = 0;
         for (int other = 0; other < N; ++other) {
             if (other != axis) {
@@ -35,25 +36,53 @@ void mergeAlong(int axis, std::vector<OpenEndedRange<N, int>>& boxes) {
                 coordinates[place++] = box.max.data()[other];
             }
         }
-        coordinates[place] = box.min.data()[axis];
-        return coordinates;
-    };
-    std::sort(boxes.begin(), boxes.end(), [&](auto const& left, auto const& right) { return key(left) < key(right); });
-    std::size_t last = 0;
-    for (std::size_t i = 1; i < boxes.size(); ++i) {
-        if (!Detail::absorb(boxes[last], boxes[i])) {
-            boxes[++last] = boxes[i];
+        coordinates[place] = at;
+    }
+
+    std::size_t hash(std::size_t buckets) const noexcept {
+        std::uint64_t mixed = 0;
+        for (int const coordinate : coordinates) {
+            mixed = (mixed ^ static_cast<unsigned>(coordinate)) * 0x9E3779B97F4A7C15u;
+            mixed ^= mixed >> 32;
+        }
+        return mixed & (buckets - 1);
+    }
+
+    friend auto operator<=>(Face const&, Face const&) = default;
+};
+
+// Joins boxes that coincide on every other axis and touch along this one.
+template <int N>
+void mergeAlong(int axis, std::vector<OpenEndedRange<N, int>>& boxes) {
+    auto const startOf = [axis](auto const& box) { return Face<N>(box, axis, box.min.data()[axis]); };
+    auto const endOf = [axis](auto const& box) { return Face<N>(box, axis, box.max.data()[axis]); };
+    // Most boxes touch none in this way, which a look at hashes tells nearly always: only the others are sorted.
+    std::size_t const buckets = std::bit_ceil(8 * boxes.size());
+    std::vector<bool> starts(buckets);
+    std::vector<bool> ends(buckets);
+    for (auto const& box : boxes) {
+        starts[startOf(box).hash(buckets)] = true;
+        ends[endOf(box).hash(buckets)] = true;
+    }
+    auto const first = std::partition(boxes.begin(), boxes.end(), [&](auto const& box) {
+        return !ends[startOf(box).hash(buckets)] && !starts[endOf(box).hash(buckets)];
+    });
+    std::sort(first, boxes.end(), [&](auto const& left, auto const& right) { return startOf(left) < startOf(right); });
+    auto last = first;
+    for (auto next = first; next != boxes.end(); ++next) {
+        if (next != first && !Detail::absorb(*last, *next)) {
+            *++last = *next;
         }
     }
-    boxes.resize(last + 1);
+    boxes.erase(first == boxes.end() ? first : last + 1, boxes.end());
 }
 
-// Moves the boxes that share points with others out of the list.
+// Moves the boxes that share points with others of the tree out of the list.
 template <int N>
-std::vector<OpenEndedRange<N, int>> extractOverlapping(std::vector<OpenEndedRange<N, int>>& boxes) {
-    Detail::IndexSetTree<N> const all{std::span(boxes)};
-    auto const first =
-        std::partition(boxes.begin(), boxes.end(), [&](auto const& box) { return !Detail::meetsTwo(all.pool(), box); });
+std::vector<OpenEndedRange<N, int>> takeOverlapping(
+    Detail::IndexSetTree<N> const& tree, std::vector<OpenEndedRange<N, int>>& boxes) {
+    auto const first = std::partition(
+        boxes.begin(), boxes.end(), [&](auto const& box) { return !Detail::meetsTwo(tree.pool(), box); });
     std::vector<OpenEndedRange<N, int>> overlapping(first, boxes.end());
     boxes.erase(first, boxes.end());
     return overlapping;
@@ -135,14 +164,17 @@ template <int N, class T>
 IndexSet<N, T>::IndexSet(std::span<Box const> boxes) {
     std::vector<Box> list;
     std::copy_if(boxes.begin(), boxes.end(), std::back_inserter(list), [](Box const& box) { return !box.isEmpty(); });
-    std::vector<Box> overlapping;
-    if (list.size() > kFewBoxes) {
-        for (int axis = 0; axis < N; ++axis) {
-            mergeAlong(axis, list);
-        }
-        overlapping = extractOverlapping(list);
+    for (int axis = 0; axis < N && list.size() > kFewBoxes; ++axis) {
+        mergeAlong(axis, list);
     }
     *this = OfDisjoint(list);
+    if (list.size() <= kFewBoxes) {
+        return;
+    }
+    auto const overlapping = takeOverlapping(*tree_, list);
+    if (!overlapping.empty()) {
+        *this = OfDisjoint(list);
+    }
     for (Box const& box : overlapping) {
         add(box);
     }
@@ -178,7 +210,7 @@ IndexSet<N, T>& IndexSet<N, T>::operator=(IndexSet&& other) noexcept {
     return *this;
 }
 
-// Disjoint boxes, not empty: few in turn, many in a balanced tree.
+// Boxes that are not empty: few, which may overlap, in turn; many in a balanced tree.
 template <int N, class T>
 IndexSet<N, T> IndexSet<N, T>::OfDisjoint(std::vector<Box>& boxes) {
     IndexSet set;

@@ -152,22 +152,24 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
 
     /// The slots whose bounds contain `point`, one bit each.
     unsigned slotsAt(FixedVector<N, int> const& point) const noexcept {
-        IndexLanes out{};
+        IndexLanes below{};
+        IndexLanes inside = broadcast(-1);
         for (int axis = 0; axis < N; ++axis) {
             IndexLanes const at = broadcast(point.data()[axis]);
-            out |= (at < lanes(min[axis])) | (at >= lanes(max[axis]));
+            below |= lanes(min[axis]) > at;
+            inside &= lanes(max[axis]) > at;
         }
-        return ~laneBits(out) & 15u;
+        return laneBits(inside & ~below);
     }
 
     /// The slots whose bounds share a point with the non-empty `box`.
     unsigned slotsMeeting(IndexBox<N> const& box) const noexcept {
-        IndexLanes out{};
+        IndexLanes meeting = broadcast(-1);
         for (int axis = 0; axis < N; ++axis) {
-            out |= broadcast(box.max.data()[axis]) <= lanes(min[axis]);
-            out |= broadcast(box.min.data()[axis]) >= lanes(max[axis]);
+            meeting &= broadcast(box.max.data()[axis]) > lanes(min[axis]);
+            meeting &= lanes(max[axis]) > broadcast(box.min.data()[axis]);
         }
-        return ~laneBits(out) & 15u;
+        return laneBits(meeting);
     }
 
     /// placementCost() of `box` against each slot, of no meaning where that is free. `isNear`: all coordinates are

@@ -70,7 +70,7 @@ bool meetsTwo(IndexPool<N> const& pool, IndexBox<N> const& box) noexcept {
     return bool(firstBox(pool, IndexPool<N>::kRoot, [&](IndexNode<N> const& node) {
         unsigned const slots = node.slotsMeeting(box);
         unsigned const boxes = slots & ~node.nodes;
-        met += std::popcount(boxes);
+        met += (boxes != 0) + ((boxes & (boxes - 1)) != 0);
         return met > 1 ? boxes : slots & node.nodes;
     }));
 }
