@@ -236,7 +236,9 @@ class IndexSetLaws : public testing::Test {
             std::generate(list.begin(), list.end(), [&] { return anyBox(); });
             set = Set(list);
             bitmap.set(universe(), false);
-            std::for_each(list.begin(), list.end(), [&](Box const& box) { bitmap.set(box, true); });
+            for (Box const& box : list) {
+                bitmap.set(box, true);
+            }
         }
     }
 
@@ -350,8 +352,13 @@ TYPED_TEST(IndexSetLaws, SmallSetsAreStoredByTheRules) {
     for (int round = 0; round < 150; ++round) {
         IndexSet<N, int> set;
         Testing::IndexSetRules<N> rules;
+        int const scale = this->random.oneOf({1, 1, 1 << 24});  // far from zero costs are summed in another way
         for (int step = 0; step < 40; ++step) {
-            auto const box = this->anyBox();
+            auto box = this->anyBox();
+            for (int axis = 0; axis < N; ++axis) {
+                box.min[axis] *= scale;
+                box.max[axis] *= scale;
+            }
             if (this->random.chance(70)) {
                 set.add(box);
                 rules.add(box);
