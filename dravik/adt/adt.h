@@ -61,6 +61,7 @@
 #include "dravik/adt/core/extent.h"
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/index_set.h"
+#include "dravik/adt/core/index_set_box_iterator.h"
 #include "dravik/adt/core/lightweight_mutex.h"
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/core/shared.h"

@@ -1,5 +1,6 @@
 #include "dravik/adt/core/index_set.h"
 
+#include "dravik/adt/core/detail/index_set_bulk.h"
 #include "dravik/adt/core/detail/index_set_tree.h"
 
 namespace Quorvel::Dravik::Adt {
@@ -21,71 +22,6 @@ bool isInverted(OpenEndedRange<N, int> const& box) noexcept {
 template <int N>
 OpenEndedRange<N, int> boxOf(FixedVector<N, int> const& point) noexcept {
     return {point, point + FixedVector<N, int>::Filled(1)};
-}
-
-// Where a box ends or starts along one axis, and its extents on the others.
-template <int N>
-struct Face {
-    std::array<int, 2 * N> coordinates{};
-
-    Face(OpenEndedRange<N, int> const& box, int axis, int at) noexcept {
-        std::size_t place = 0;
-        for (int other = 0; other < N; ++other) {
-            if (other != axis) {
-                coordinates[place++] = box.min.data()[other];
-                coordinates[place++] = box.max.data()[other];
-            }
-        }
-        coordinates[place] = at;
-    }
-
-    std::size_t hash(std::size_t buckets) const noexcept {
-        std::uint64_t mixed = 0;
-        for (int const coordinate : coordinates) {
-            mixed = (mixed ^ static_cast<unsigned>(coordinate)) * 0x9E3779B97F4A7C15u;
-            mixed ^= mixed >> 32;
-        }
-        return mixed & (buckets - 1);
-    }
-
-    friend auto operator<=>(Face const&, Face const&) = default;
-};
-
-// Joins boxes that coincide on every other axis and touch along this one.
-template <int N>
-void mergeAlong(int axis, std::vector<OpenEndedRange<N, int>>& boxes) {
-    auto const startOf = [axis](auto const& box) { return Face<N>(box, axis, box.min.data()[axis]); };
-    auto const endOf = [axis](auto const& box) { return Face<N>(box, axis, box.max.data()[axis]); };
-    // Most boxes touch none in this way, which a look at hashes tells nearly always: only the others are sorted.
-    std::size_t const buckets = std::bit_ceil(8 * boxes.size());
-    std::vector<bool> starts(buckets);
-    std::vector<bool> ends(buckets);
-    for (auto const& box : boxes) {
-        starts[startOf(box).hash(buckets)] = true;
-        ends[endOf(box).hash(buckets)] = true;
-    }
-    auto const first = std::partition(boxes.begin(), boxes.end(), [&](auto const& box) {
-        return !ends[startOf(box).hash(buckets)] && !starts[endOf(box).hash(buckets)];
-    });
-    std::sort(first, boxes.end(), [&](auto const& left, auto const& right) { return startOf(left) < startOf(right); });
-    auto last = first;
-    for (auto next = first; next != boxes.end(); ++next) {
-        if (next != first && !Detail::absorb(*last, *next)) {
-            *++last = *next;
-        }
-    }
-    boxes.erase(first == boxes.end() ? first : last + 1, boxes.end());
-}
-
-// Moves the boxes that share points with others of the tree out of the list.
-template <int N>
-std::vector<OpenEndedRange<N, int>> takeOverlapping(
-    Detail::IndexSetTree<N> const& tree, std::vector<OpenEndedRange<N, int>>& boxes) {
-    auto const first = std::partition(
-        boxes.begin(), boxes.end(), [&](auto const& box) { return !Detail::meetsTwo(tree.pool(), box); });
-    std::vector<OpenEndedRange<N, int>> overlapping(first, boxes.end());
-    boxes.erase(first, boxes.end());
-    return overlapping;
 }
 
 template <class TreePointer, int N>
@@ -122,38 +58,6 @@ void Detail::IndexSetTreeDeleter<N>::operator()(IndexSetTree<N>* tree) const noe
     delete tree;
 }
 
-template <int N>
-IndexSetBoxIterator<N>::IndexSetBoxIterator(Detail::IndexSetTree<N> const* tree, value_type const& bounds)
-    : tree_(tree), box_(bounds) {
-    if (tree_ != nullptr) {
-        path_.push_back({Detail::IndexPool<N>::kRoot, -1});
-        ++*this;
-    } else if (!bounds.isEmpty()) {
-        path_.push_back({});
-    }
-}
-
-template <int N>
-IndexSetBoxIterator<N>& IndexSetBoxIterator<N>::operator++() {
-    if (tree_ == nullptr) {
-        path_.clear();
-    }
-    while (!path_.empty()) {
-        Step& step = path_.back();
-        auto const& node = tree_->pool()[step.node];
-        ++step.slot;
-        if (step.slot == node.count) {
-            path_.pop_back();
-        } else if (node.isNode(step.slot)) {
-            path_.push_back({node.child[step.slot], -1});
-        } else if (node.holdsPoints(step.slot)) {
-            box_ = node.box(step.slot);
-            break;
-        }
-    }
-    return *this;
-}
-
 template <int N, class T>
 IndexSet<N, T>::IndexSet(Point const& point) noexcept : IndexSet(boxOf(point)) {}
 
@@ -165,13 +69,13 @@ IndexSet<N, T>::IndexSet(std::span<Box const> boxes) {
     std::vector<Box> list;
     std::copy_if(boxes.begin(), boxes.end(), std::back_inserter(list), [](Box const& box) { return !box.isEmpty(); });
     for (int axis = 0; axis < N && list.size() > kFewBoxes; ++axis) {
-        mergeAlong(axis, list);
+        Detail::mergeAlong<N>(axis, list);
     }
     *this = OfDisjoint(list);
     if (list.size() <= kFewBoxes) {
         return;
     }
-    auto const overlapping = takeOverlapping(*tree_, list);
+    auto const overlapping = Detail::takeOverlapping<N>(tree_->pool(), list);
     if (!overlapping.empty()) {
         *this = OfDisjoint(list);
     }
@@ -436,10 +340,6 @@ template struct Detail::IndexSetTreeDeleter<1>;
 template struct Detail::IndexSetTreeDeleter<2>;
 template struct Detail::IndexSetTreeDeleter<3>;
 template struct Detail::IndexSetTreeDeleter<4>;
-template class IndexSetBoxIterator<1>;
-template class IndexSetBoxIterator<2>;
-template class IndexSetBoxIterator<3>;
-template class IndexSetBoxIterator<4>;
 template class IndexSet<1, int>;
 template class IndexSet<2, int>;
 template class IndexSet<3, int>;

@@ -3,6 +3,7 @@
 // IndexSet: any set of integer points of index space, as disjoint boxes. A value that owns its boxes: copying copies
 // them all. Threads: as `int`; const questions change nothing, not even a cache.
 
+#include "dravik/adt/core/index_set_box_iterator.h"
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/export.h"
 
@@ -10,7 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <span>
 #include <string>
@@ -29,51 +29,6 @@ struct DRAVIK_ADT_EXPORT IndexSetTreeDeleter {
 };
 
 }  // namespace Detail
-
-/// The stored boxes of an IndexSet, none of them empty, in the order of its text dump.
-///
-/// @lifetime borrows the set; any change of the set ends every iterator
-template <int N>
-class DRAVIK_ADT_EXPORT IndexSetBoxIterator {
-  public:
-    using value_type = OpenEndedRange<N, int>;
-    using difference_type = std::ptrdiff_t;
-    using reference = value_type;
-    using pointer = void;
-    using iterator_category = std::input_iterator_tag;
-    using iterator_concept = std::forward_iterator_tag;
-
-    IndexSetBoxIterator() noexcept = default;
-
-    value_type operator*() const noexcept { return box_; }
-    IndexSetBoxIterator& operator++();
-    IndexSetBoxIterator operator++(int) {
-        IndexSetBoxIterator before = *this;
-        ++*this;
-        return before;
-    }
-
-    /// @pre both run through the same set
-    friend bool operator==(IndexSetBoxIterator const& left, IndexSetBoxIterator const& right) noexcept {
-        return left.path_ == right.path_;
-    }
-
-  private:
-    template <int M, class T>
-    friend class IndexSet;
-
-    struct Step {
-        std::uint32_t node;
-        int slot;
-        friend bool operator==(Step const&, Step const&) = default;
-    };
-
-    IndexSetBoxIterator(Detail::IndexSetTree<N> const* tree, value_type const& bounds);
-
-    Detail::IndexSetTree<N> const* tree_ = nullptr;
-    std::vector<Step> path_;  // from the root to the box; empty at the end
-    value_type box_;
-};
 
 /// A set of points of N-dimensional index space (N = 1 ... 4), kept as a union of disjoint boxes.
 ///
@@ -230,10 +185,6 @@ extern template struct Detail::IndexSetTreeDeleter<1>;
 extern template struct Detail::IndexSetTreeDeleter<2>;
 extern template struct Detail::IndexSetTreeDeleter<3>;
 extern template struct Detail::IndexSetTreeDeleter<4>;
-extern template class IndexSetBoxIterator<1>;
-extern template class IndexSetBoxIterator<2>;
-extern template class IndexSetBoxIterator<3>;
-extern template class IndexSetBoxIterator<4>;
 extern template class IndexSet<1, int>;
 extern template class IndexSet<2, int>;
 extern template class IndexSet<3, int>;

@@ -7,6 +7,7 @@
 
 #include <bit>
 #include <cstddef>
+#include <new>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt::Detail {
@@ -19,6 +20,7 @@ class IndexPool {
     using Id = std::uint32_t;
 
     static constexpr Id kRoot = 0;
+    static constexpr std::size_t kMostNodes = std::size_t{1} << 30;  ///< lets 32 bits count their boxes
 
     explicit IndexPool(IndexNodeKind root) : nodes_(1, Node(root)) {}
 
@@ -27,9 +29,12 @@ class IndexPool {
     Node const& root() const noexcept { return nodes_[kRoot]; }
 
     /// Makes sure of `count` calls of acquire().
-    /// @throws std::bad_alloc, std::length_error and changes nothing
+    /// @throws std::bad_alloc and changes nothing
     void makeRoom(std::size_t count) {
         std::size_t const wanted = nodes_.size() + (count > free_.size() ? count - free_.size() : 0);
+        if (wanted > kMostNodes) {
+            throw std::bad_alloc();
+        }
         if (wanted > nodes_.capacity()) {
             nodes_.reserve(std::max(wanted, 2 * nodes_.capacity()));
         }

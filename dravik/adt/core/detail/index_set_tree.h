@@ -1,64 +1,50 @@
 #pragma once
 
-// The tree of boxes behind an index set that is not a single box: where added boxes go, what a removal leaves, and the
-// grid when there is one. Owns its nodes. Threads: as `int`.
+// The tree of boxes behind an index set that is not a single box: what a removal leaves, and the grid when there is
+// one. Owns its nodes. Threads: as `int`.
 
-#include "dravik/adt/core/detail/index_set_balance.h"
 #include "dravik/adt/core/detail/index_set_grid.h"
-
-#include <boost/container/static_vector.hpp>
+#include "dravik/adt/core/detail/index_set_placement.h"
 
 #include <optional>
 
 namespace Quorvel::Dravik::Adt::Detail {
 
-/// Disjoint boxes under nodes of four slots, and the number of points in them.
-///
-/// A box goes to the child that it fits best, so that small sets come out the way they were built; a subtree that has
-/// grown too deep is rebuilt, which bounds every recursion. Whatever runs out of memory leaves a sound tree.
+/// Disjoint boxes, in the cells of a grid when there is one. Whatever runs out of memory leaves a sound tree, with a
+/// part of the change made or none.
 template <int N>
 class IndexSetTree {
   public:
-    using Point = FixedVector<N, int>;
     using Box = IndexBox<N>;
     using Pool = IndexPool<N>;
     using Node = IndexNode<N>;
     using Id = typename Pool::Id;
 
-    /// No box at all; the root of a grid when there is one.
-    explicit IndexSetTree(std::optional<IndexGrid<N>> const& grid = std::nullopt)
-        : pool_(grid ? IndexNodeKind::Divided : IndexNodeKind::Plain), grid_(grid) {
-        if (grid_) {
-            divide(Pool::kRoot, grid_->place());
-        }
+    /// No box at all.
+    IndexSetTree() : boxes_(IndexNodeKind::Plain) {}
+    explicit IndexSetTree(IndexGrid<N> const& grid) : boxes_(IndexNodeKind::Divided), grid_(grid) {
+        divide(Pool::kRoot, grid_->place());
     }
 
     /// These disjoint boxes, not empty, in a balanced tree; their order changes.
-    explicit IndexSetTree(std::span<Box> boxes) : pool_(IndexNodeKind::Plain), isOutgrown_(boxes.size() > 1) {
-        pool_.makeRoom(boxes.size() / 3 + 1);
-        fill<N>(pool_, Pool::kRoot, boxes);
-        for (Box const& box : boxes) {
-            points_ += wideCount(box);
-            isNear_ = isNear_ && isNear(box);
-        }
-    }
+    explicit IndexSetTree(std::span<Box> boxes) : boxes_(boxes) {}
 
-    Pool const& pool() const noexcept { return pool_; }
+    Pool const& pool() const noexcept { return boxes_.pool(); }
     bool isGrid() const noexcept { return grid_.has_value(); }
-    WideCount pointCount() const noexcept { return points_; }
-    std::size_t boxCount() const noexcept { return pool_.root().boxes; }
+    WideCount pointCount() const noexcept { return boxes_.pointCount(); }
+    std::size_t boxCount() const noexcept { return pool().root().boxes; }
 
     /// The tight box around all points, or the empty box at the origin.
-    Box bounds() const noexcept { return points_ == 0 ? Box{} : pool_.root().bounds(); }
+    Box bounds() const noexcept { return pointCount() == 0 ? Box{} : pool().root().bounds(); }
 
     /// Adds the points of a box that is not empty and, outside a grid, does not enclose all others.
     void add(Box const& box) {
-        isNear_ = isNear_ && isNear(box);
+        boxes_.expect(box);
         if (grid_) {
             grid_->growTo(box);
             addToGrid(Pool::kRoot, grid_->place(), box);
         } else {
-            addTo(Pool::kRoot, box);
+            boxes_.addTo(Pool::kRoot, box);
         }
     }
 
@@ -67,298 +53,64 @@ class IndexSetTree {
 
     /// Removes all points of a grid; the grid stays as far as it reaches.
     void clearGrid() {
-        IndexSetTree cleared(grid_);
+        IndexSetTree cleared(*grid_);
         *this = std::move(cleared);
     }
 
   private:
-    static constexpr std::size_t kMostPieces = 2 * N;
-    using Pieces = std::vector<Box>;
-
-    static bool isNear(Box const& box) noexcept {
-        constexpr auto kEdge = Point::Filled(Node::kNear);
-        return box.min.allGreaterEqual(Point() - kEdge) && kEdge.allGreaterEqual(box.max);
-    }
-
-    // Adding
-
-    /// Adds a box that does not enclose all under the node; all of it or, where memory runs out, nothing.
-    void addTo(Id id, Box const& box) {
-        unsigned const slots = pool_[id].slotsMeeting(box);
-        if (slots != 0 && leadsThrough(pool_[id], slots, box)) {
-            changeChild(id, std::countr_zero(slots), box, [&](Id child) { addTo(child, box); });
-        } else if (slots != 0 && meets(pool_, id, box)) {
-            addMeeting(id, box);
-        } else {
-            pool_.makeRoom(1);
-            place(id, box);
-            points_ += wideCount(box);
-        }
-    }
-
-    /// Whether the box goes to the only node whose bounds it meets, be it that it shares points with it or fits it
-    /// best.
-    bool leadsThrough(Node const& node, unsigned slots, Box const& box) const noexcept {
-        int const slot = std::countr_zero(slots);
-        if ((slots & (slots - 1)) != 0 || !node.isNode(slot) || encloses(box, node.box(slot))) {
-            return false;
-        }
-        auto const [cheapest, cost] = node.cheapest(box, isNear_);
-        return cheapest == slot && (node.count == Node::kSlots || cost < PlacementWeights<N>::kTooFar);
-    }
-
-    /// Adds a box that shares points with some under the node.
-    void addMeeting(Id id, Box const& box) {
-        unsigned const slots = slotsSharingPoints(id, box);
-        int const slot = std::countr_zero(slots);
-        if ((slots & (slots - 1)) != 0) {
-            placePieces(id, outside(id, slots, box));
-        } else if (!pool_[id].isNode(slot)) {
-            addToBox(id, slot, box);
-        } else if (encloses(box, pool_[id].box(slot))) {
-            replaceChild(id, slot, box);
-        } else {
-            changeChild(id, slot, box, [&](Id child) { addMeeting(child, box); });
-        }
-    }
-
-    /// Lets `add` add the box to the node in the slot, and keeps this node in step.
-    template <std::invocable<Id> Add>
-    void changeChild(Id id, int slot, Box const& box, Add const& add) {
-        if (growChild(id, slot, box, add)) {
-            keepShallow(id);
-        }
-    }
-
-    /// @return whether the height over the number of boxes may have risen
-    template <std::invocable<Id> Add>
-    bool growChild(Id id, int slot, Box const& box, Add const& add) {
-        Id const child = pool_[id].child[slot];
-        std::uint32_t const boxesBefore = pool_[child].boxes;
-        add(child);
-        Node& node = pool_[id];
-        node.growSlot(slot, box);
-        node.boxes += pool_[child].boxes - boxesBefore;
-        std::uint8_t const heightBefore = std::exchange(node.heights[slot], pool_[child].height());
-        return node.heights[slot] != heightBefore || pool_[child].boxes < boxesBefore;
-    }
-
-    /// The slots whose points, not just bounds, the box meets; there is one.
-    unsigned slotsSharingPoints(Id id, Box const& box) const noexcept {
-        Node const& node = pool_[id];
-        unsigned slots = node.slotsMeeting(box);
-        if ((slots & (slots - 1)) != 0) {
-            forEachSlot(slots, [&](int slot) {
-                if (node.isNode(slot) && !meets(pool_, node.child[slot], box)) {
-                    slots &= ~(1u << slot);
-                }
-            });
-        }
-        return slots;
-    }
-
-    void addToBox(Id id, int slot, Box const& box) {
-        Box const stored = pool_[id].box(slot);
-        Box grown = stored;
-        if (absorb(grown, box)) {
-            pool_[id].setBounds(slot, grown);
-            points_ += wideCount(grown) - wideCount(stored);
-        } else {
-            boost::container::static_vector<Box, kMostPieces> pieces;
-            cutOutside(box, stored, [&](Box const& piece) { pieces.push_back(piece); });
-            placePieces(id, pieces);
-        }
-    }
-
-    void replaceChild(Id id, int slot, Box const& box) noexcept {
-        Node& node = pool_[id];
-        node.boxes -= pool_[node.child[slot]].boxes - 1;
-        points_ -= pool_.dropTree(node.child[slot]);
-        points_ += wideCount(box);
-        node.setBox(slot, box);
-    }
-
-    /// The parts of the box that no box in these slots covers.
-    Pieces outside(Id id, unsigned slots, Box const& box) const {
-        Pieces pieces(1, box);
-        forEachSlot(slots, [&](int slot) {
-            Pieces rest;
-            for (Box const& piece : pieces) {
-                cutBySlot(id, slot, piece, rest);
-            }
-            pieces.swap(rest);
-        });
-        return pieces;
-    }
-
-    void cutBySlot(Id id, int slot, Box const& piece, Pieces& rest) const {
-        Node const& node = pool_[id];
-        unsigned const bit = 1u << slot;
-        if ((node.slotsMeeting(piece) & bit) == 0) {
-            rest.push_back(piece);
-        } else if (node.isNode(slot)) {
-            Id const child = node.child[slot];
-            Pieces const parts = outside(child, pool_[child].slotsMeeting(piece), piece);
-            rest.insert(rest.end(), parts.begin(), parts.end());
-        } else {
-            cutOutside(piece, node.box(slot), [&](Box const& part) { rest.push_back(part); });
-        }
-    }
-
-    /// Places boxes that meet none under the node; all of them or, where memory runs out, none.
-    template <class Boxes>
-    void placePieces(Id id, Boxes const& pieces) {
-        pool_.makeRoom(pieces.size());
-        for (Box const& piece : pieces) {
-            place(id, piece);
-            points_ += wideCount(piece);
-        }
-    }
-
-    /// Finds the place for a box that meets none under the node.
-    /// @pre there is room for one node
-    void place(Id id, Box const& box) noexcept {
-        Node& node = pool_[id];
-        if (node.count == 0) {
-            return append(node, box);
-        }
-        auto const [slot, cost] = node.cheapest(box, isNear_);
-        if (node.count < Node::kSlots && cost >= PlacementWeights<N>::kTooFar) {
-            return append(node, box);
-        }
-        if (node.isNode(slot)) {
-            changeChild(id, slot, box, [&](Id child) { place(child, box); });
-        } else if (Box merged = node.box(slot); absorb(merged, box)) {
-            node.setBounds(slot, merged);
-        } else if (node.count < Node::kSlots) {
-            append(node, box);
-        } else {
-            crowd(id, slot, cost, box);
-            keepShallow(id);
-        }
-    }
-
-    /// Rebuilds the tree under the node where it has grown too deep for its boxes. Where that happens once, placing
-    /// boxes by their bounds alone has led astray, and will again: from then on the whole set is kept near balance.
-    void keepShallow(Id id) noexcept {
-        Node const& node = pool_[id];
-        bool const isDeep = isOutgrown_ ? isUneven(node.height(), node.boxes) : isTooHigh(node.height(), node.boxes);
-        if (isDeep && node.kind != IndexNodeKind::Divided) {
-            rebuild(pool_, id);
-            isOutgrown_ = true;
-        }
-    }
-
-    static void append(Node& node, Box const& box) noexcept {
-        node.setBox(node.count++, box);
-        ++node.boxes;
-    }
-
-    /// Makes a slot for a box that the cheapest of four, itself a box, does not absorb.
-    void crowd(Id id, int cheapest, std::uint32_t cost, Box const& box) noexcept {
-        Node& node = pool_[id];
-        int first = 0;
-        int second = 0;
-        for (int i = 0; i < Node::kSlots - 1; ++i) {
-            std::uint32_t pairCosts[Node::kSlots];
-            node.costs(node.box(i), isNear_, pairCosts);
-            for (int j = i + 1; j < Node::kSlots; ++j) {
-                if (pairCosts[j] < cost) {
-                    cost = pairCosts[j];
-                    first = i;
-                    second = j;
-                }
-            }
-        }
-        if (first != second) {
-            mergeSlots(id, first, second);
-            append(node, box);
-        } else {
-            Id const below = pool_.acquire(IndexNodeKind::Plain);
-            append(pool_[below], node.box(cheapest));
-            append(pool_[below], box);
-            node.setNode(cheapest, below, pool_[below]);
-            ++node.boxes;
-        }
-    }
-
-    /// Brings what is in the slots `into` and `from` together in `into`, and the last slot into the place of `from`.
-    void mergeSlots(Id id, int into, int from) noexcept {
-        Node& node = pool_[id];
-        Box merged = node.box(into);
-        if (node.isNode(into) && !node.isNode(from)) {
-            growChild(id, into, node.box(from), [&](Id child) { place(child, node.box(from)); });
-            --node.boxes;
-        } else if (!node.isNode(into) && !node.isNode(from) && absorb(merged, node.box(from))) {
-            node.setBounds(into, merged);
-            --node.boxes;
-        } else {
-            Id const below = pool_.acquire(IndexNodeKind::Plain);
-            adopt(pool_[below], node, into);
-            adopt(pool_[below], node, from);
-            node.setNode(into, below, pool_[below]);
-        }
-        int const last = --node.count;
-        node.copySlot(from, node, last);
-        node.clearSlot(last);
-    }
-
-    void adopt(Node& node, Node const& source, int slot) noexcept {
-        node.copySlot(node.count++, source, slot);
-        node.boxes += source.isNode(slot) ? pool_[source.child[slot]].boxes : 1;
-    }
+    Pool& nodes() noexcept { return boxes_.pool(); }
 
     // Removing
 
     void removeFrom(Id id, Box const& box) {
         bool mustCut = false;
         // Downwards, so that closing up a slot moves none that is still to come.
-        for (unsigned slots = pool_[id].slotsMeeting(box); slots != 0;) {
+        for (unsigned slots = nodes()[id].slotsMeeting(box); slots != 0;) {
             int const slot = static_cast<int>(std::bit_width(slots)) - 1;
             slots &= ~(1u << slot);
-            if (pool_[id].isNode(slot)) {
+            if (nodes()[id].isNode(slot)) {
                 removeFromChild(id, slot, box);
             } else {
-                mustCut = !removeFromBox(pool_[id], slot, box) || mustCut;
+                mustCut = !removeFromBox(nodes()[id], slot, box) || mustCut;
             }
         }
         if (mustCut) {
             cutBoxes(id, box);
         }
-        keepShallow(id);
+        boxes_.keepShallow(id);
     }
 
     void removeFromChild(Id id, int slot, Box const& box) {
-        bool const stays = pool_[id].kind == IndexNodeKind::Divided;
-        if (encloses(box, pool_[id].box(slot))) {
-            Id const child = pool_[id].child[slot];
-            pool_[id].boxes -= pool_[child].boxes;
-            points_ -= pool_.dropTree(child);
+        bool const stays = nodes()[id].kind == IndexNodeKind::Divided;
+        if (encloses(box, nodes()[id].box(slot))) {
+            Id const child = nodes()[id].child[slot];
+            nodes()[id].boxes -= nodes()[child].boxes;
+            boxes_.forget(nodes().dropTree(child));
             if (stays) {
-                pool_[id].clearSlot(slot);
+                nodes()[id].clearSlot(slot);
             } else {
-                pool_[id].closeUp(slot);
+                nodes()[id].closeUp(slot);
             }
             return;
         }
         {
-            IndexSlotUpdate<N> const update(pool_, id, slot);
-            removeFrom(pool_[id].child[slot], box);
+            IndexSlotUpdate<N> const update(nodes(), id, slot);
+            removeFrom(nodes()[id].child[slot], box);
         }
         if (!stays) {
-            fold(pool_[id], slot);
+            fold(nodes()[id], slot);
         }
     }
 
     /// Replaces a child node that has one child left by that child, and closes up one that has none.
     void fold(Node& node, int slot) noexcept {
         Id const child = node.child[slot];
-        if (pool_[child].count == 0) {
+        if (nodes()[child].count == 0) {
             node.closeUp(slot);
-            pool_.drop(child);
-        } else if (pool_[child].count == 1) {
-            node.copySlot(slot, pool_[child], 0);
-            pool_.drop(child);
+            nodes().drop(child);
+        } else if (nodes()[child].count == 1) {
+            node.copySlot(slot, nodes()[child], 0);
+            nodes().drop(child);
         }
     }
 
@@ -369,7 +121,7 @@ class IndexSetTree {
         if (!cutInPlace(rest, box)) {
             return false;
         }
-        points_ -= wideCount(stored) - wideCount(rest);
+        boxes_.forget(wideCount(stored) - wideCount(rest));
         if (rest.isEmpty()) {
             node.closeUp(slot);
             --node.boxes;
@@ -381,9 +133,9 @@ class IndexSetTree {
 
     /// Replaces the node's boxes that still meet `box` by their pieces outside.
     void cutBoxes(Id id, Box const& box) {
-        boost::container::static_vector<Box, kMostPieces * Node::kSlots> pieces;
-        pool_.makeRoom(pieces.capacity());
-        Node& node = pool_[id];
+        boost::container::static_vector<Box, IndexPlacement<N>::kMostPieces * Node::kSlots> pieces;
+        nodes().makeRoom(pieces.capacity());
+        Node& node = nodes()[id];
         for (int slot = 0; slot < node.count;) {
             if (node.isNode(slot) || (node.slotsMeeting(box) >> slot & 1u) == 0) {
                 ++slot;
@@ -391,18 +143,18 @@ class IndexSetTree {
             }
             Box const stored = node.box(slot);
             cutOutside(stored, box, [&](Box const& piece) { pieces.push_back(piece); });
-            points_ -= wideCount(stored);
+            boxes_.forget(wideCount(stored));
             node.closeUp(slot);
             --node.boxes;
         }
-        placePieces(id, pieces);
+        boxes_.placePieces(id, pieces);
     }
 
     // The grid
 
     void divide(Id id, Box const& part) noexcept {
         Box parts[IndexGrid<N>::kMostParts];
-        Node& node = pool_[id];
+        Node& node = nodes()[id];
         node.count = static_cast<std::uint8_t>(grid_->divide(part, parts));
     }
 
@@ -415,35 +167,32 @@ class IndexSetTree {
                 continue;
             }
             touch(id, slot, parts[slot]);
-            Id const child = pool_[id].child[slot];
-            IndexSlotUpdate<N> const update(pool_, id, slot);
-            if (pool_[child].kind == IndexNodeKind::Divided) {
+            Id const child = nodes()[id].child[slot];
+            IndexSlotUpdate<N> const update(nodes(), id, slot);
+            if (nodes()[child].kind == IndexNodeKind::Divided) {
                 addToGrid(child, parts[slot], inside);
             } else {
-                addTo(child, inside);
+                boxes_.addTo(child, inside);
             }
         }
     }
 
     /// Makes sure that the part has a node.
     void touch(Id id, int slot, Box const& part) {
-        if (pool_[id].isNode(slot)) {
+        if (nodes()[id].isNode(slot)) {
             return;
         }
         bool const isCell = grid_->isCell(part);
-        pool_.makeRoom(1);
-        Id const child = pool_.acquire(isCell ? IndexNodeKind::Cell : IndexNodeKind::Divided);
+        nodes().makeRoom(1);
+        Id const child = nodes().acquire(isCell ? IndexNodeKind::Cell : IndexNodeKind::Divided);
         if (!isCell) {
             divide(child, part);
         }
-        pool_[id].setNode(slot, child, pool_[child]);
+        nodes()[id].setNode(slot, child, nodes()[child]);
     }
 
-    Pool pool_;
+    IndexPlacement<N> boxes_;
     std::optional<IndexGrid<N>> grid_;
-    WideCount points_ = 0;
-    bool isNear_ = true;       // whether no coordinate ever was beyond Node::kNear
-    bool isOutgrown_ = false;  // whether a part of the tree was ever too deep
 };
 
 }  // namespace Quorvel::Dravik::Adt::Detail
