@@ -1,6 +1,7 @@
 #include "dravik/adt/bulkview/buffer_handle.h"
 
 #include <limits>
+#include <thread>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView {
@@ -53,12 +54,12 @@ BufferHandle::Loan BufferHandle::loan() const noexcept {
 }
 
 boost::intrusive_ptr<BufferHandle::Owner> BufferHandle::assume(Loan loan) noexcept {
+    // The mark first: that of an invalidation which overlaps the rest has to stand, since its stores may be in between.
+    mark(loan.invalidated);
     storeInfo(loan.info);
     storeRelaxed(buffer_, loan.buffer);
     storeRelaxed(access_, loan.access);
-    auto former = owner_.exchange(std::move(loan.owner));
-    storeRelease(invalidated_, loan.invalidated);
-    return former;
+    return owner_.exchange(std::move(loan.owner));
 }
 
 BufferHandle::ArrayInfo BufferHandle::infoSnapshot() const noexcept {
@@ -140,14 +141,25 @@ void BufferHandle::setOwner(Owner* owner) {
     auto const dropped = owner_.exchange(owner);
 }
 
+void BufferHandle::mark(bool invalidated) noexcept {
+    if (invalidated) {
+        Detail::setBits(invalidations_, kMarked);
+    } else if ((loadAcquire(invalidations_) & kMarked) != 0) {
+        Detail::clearBits(invalidations_, kMarked);
+    }
+}
+
 void BufferHandle::empty() noexcept {
     storeInfo(ArrayInfo());
     storeRelaxed<void*>(buffer_, nullptr);
     storeRelaxed(access_, AdtEnums::NoAccess);
-    storeRelease(invalidated_, false);
+    mark(/*invalidated=*/false);
 }
 
 void BufferHandle::reset(bool releaseOwner) {
+    while (loadAcquire(invalidations_) >= kUnderWay) {
+        std::this_thread::yield();
+    }
     OwnerLock const lock(owner_.share(OwnerLock::isWantedBy));
     // Dropped last: with its last reference the owner's destructor runs, which may be anybody's code.
     auto const dropped = releaseOwner ? owner_.exchange(nullptr) : nullptr;
@@ -156,15 +168,17 @@ void BufferHandle::reset(bool releaseOwner) {
 
 void BufferHandle::invalidate(bool emptyRange) volatile noexcept {
     auto& self = const_cast<BufferHandle&>(*this);
-    // Marked before and after. Before, so that a fetch which overtakes the rest finds the mark when it asks whether the
-    // loan stands; after, so that the mark stands even where the consumer has cleared the first one meanwhile.
-    Detail::exchange(self.invalidated_, true);
+    // Marked before and after. Before, so that a fetch which overtakes the rest finds the handle invalidated when it
+    // asks whether the loan stands, and until the rest is done; after, so that the mark stands even where somebody has
+    // cleared it meanwhile.
+    Detail::add(self.invalidations_, kUnderWay);
     if (emptyRange) {
         using Index = FixedVector<4, int>;
         self.storeRange({Index::Filled(std::numeric_limits<int>::max()), Index()});
     }
     storeRelaxed(self.access_, AdtEnums::NoAccess);
-    storeRelease(self.invalidated_, true);
+    Detail::setBits(self.invalidations_, kMarked);
+    Detail::add(self.invalidations_, 0u - kUnderWay);
 }
 
 bool BufferHandle::tryThreadSafeReset(void const* buffer, boost::intrusive_ptr<Owner> owner) volatile {

@@ -69,7 +69,7 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     // What the handle holds. None of these takes a lock.
 
     bool isNull() const noexcept { return buffer() == nullptr; }
-    bool isInvalidated() const noexcept { return Detail::loadAcquire(invalidated_); }
+    bool isInvalidated() const noexcept { return Detail::loadAcquire(invalidations_) != 0; }
     void* buffer() const noexcept { return Detail::loadRelaxed(buffer_); }
     AdtEnums::Access access() const noexcept { return Detail::loadRelaxed(access_); }
     /// The owner, borrowed: an intrusive_ptr made of it keeps it.
@@ -153,9 +153,10 @@ class DRAVIK_ADT_EXPORT BufferHandle {
 
     /// Whether the loan just fetched stands. After a fetch this and not isInvalidated is the question: a notification
     /// that overlaps it either is seen here or sees what the consumer has written before it asked.
-    bool confirm() noexcept { return Detail::stillIs(invalidated_, false); }
+    bool confirm() noexcept { return Detail::stillIs(invalidations_, 0u); }
 
     /// Empties the handle, keeping the owner unless `releaseOwner`; brackets and failures as for a producer's change.
+    /// Waits for the end of an invalidation that another thread is in the middle of, which is a few instructions away.
     void reset(bool releaseOwner);
     /// Marks the loan as no longer valid; with `emptyRange` no index is contained any more.
     /// @threads any
@@ -168,16 +169,22 @@ class DRAVIK_ADT_EXPORT BufferHandle {
   private:
     class OwnerLock;
 
+    static constexpr unsigned kMarked = 1;
+    static constexpr unsigned kUnderWay = 2;
+
     void storeInfo(ArrayInfo const& info) noexcept;
     void storeRange(OpenEndedRange<4, int> const& range) noexcept;
     void lend(void* buffer, ArrayInfo const& info, AdtEnums::Access access);
+    void mark(bool invalidated) noexcept;
     void empty() noexcept;
 
     ArrayInfo info_;
     void* buffer_ = nullptr;
     Detail::CountedSlot<Owner> owner_;
     AdtEnums::Access access_ = AdtEnums::NoAccess;
-    bool invalidated_ = false;
+    // kMarked once the loan is invalidated, and kUnderWay for each invalidation that has not stored all its words yet:
+    // what it stores late must not end up in a loan that was fetched after it had begun, and confirmed.
+    unsigned invalidations_ = 0;
 };
 
 /// Stands for the memory behind a loan: a producer attaches it to the handles it fills, and the memory stays while one

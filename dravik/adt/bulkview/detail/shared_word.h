@@ -29,14 +29,25 @@ void storeRelease(Word& word, Word value) noexcept {
     std::atomic_ref<Word>(word).store(value, std::memory_order_release);
 }
 
-/// Puts `value` in place of the word. Of two threads that call exchange or stillIs on one word, the later sees what the
-/// earlier wrote before its call, to this word and to any other.
+// Of two threads that call any of the following on one word, the later sees what the earlier wrote before its call, to
+// this word and to any other.
+
 template <class Word>
-void exchange(Word& word, Word value) noexcept {
-    std::atomic_ref<Word>(word).exchange(value, std::memory_order_acq_rel);
+void add(Word& word, Word value) noexcept {
+    std::atomic_ref<Word>(word).fetch_add(value, std::memory_order_acq_rel);
 }
 
-/// Whether the word is `value`, decided in the order that exchange speaks of.
+template <class Word>
+void setBits(Word& word, Word bits) noexcept {
+    std::atomic_ref<Word>(word).fetch_or(bits, std::memory_order_acq_rel);
+}
+
+template <class Word>
+void clearBits(Word& word, Word bits) noexcept {
+    std::atomic_ref<Word>(word).fetch_and(~bits, std::memory_order_acq_rel);
+}
+
+/// Whether the word is `value`.
 template <class Word>
 bool stillIs(Word& word, Word value) noexcept {
     Word expected = value;
