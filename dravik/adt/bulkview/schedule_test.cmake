@@ -1,0 +1,58 @@
+# The test of schedules runs on copies of the library's sources in which every access to a word that threads share and
+# every lock is a step of the scheduler (testing/schedule.h), and in which faults can be planted. The copies are made of
+# the sources as they are now and stand in front of them for this one program.
+set(scheduled_dir ${CMAKE_CURRENT_BINARY_DIR}/scheduled)
+
+# scheduled_copy(FILE [TEXT PLANTED]...): a copy of FILE in which each TEXT, which must be there, is replaced.
+function(scheduled_copy file)
+    set(original ${PROJECT_SOURCE_DIR}/dravik/adt/${file})
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${original})
+    file(READ ${original} text)
+    set(scheduled ::Quorvel::Dravik::Adt::Testing::Schedule)
+    string(REPLACE "std::atomic_ref<" "${scheduled}dRef<" text "${text}")
+    string(REPLACE "std::atomic<" "${scheduled}dAtomic<" text "${text}")
+    string(REPLACE "std::recursive_mutex" "${scheduled}dMutex" text "${text}")
+    string(REPLACE "std::this_thread::yield()" "${scheduled}::letOthersRun()" text "${text}")
+    while(ARGN)
+        list(POP_FRONT ARGN from to)
+        string(FIND "${text}" "${from}" place)
+        if(place EQUAL -1)
+            message(FATAL_ERROR "${file} no longer says \"${from}\", where a fault is planted")
+        endif()
+        string(REPLACE "${from}" "${to}" text "${text}")
+    endwhile()
+    file(CONFIGURE OUTPUT ${scheduled_dir}/dravik/adt/${file}
+         CONTENT "#include \"dravik/adt/testing/schedule.h\"\n${text}" @ONLY)
+endfunction()
+
+set(planted "Testing::isPlanted(Testing::Planted::")
+scheduled_copy(core/lightweight_mutex.h)
+scheduled_copy(core/shared.h)
+scheduled_copy(bulkview/detail/shared_word.h)
+scheduled_copy(bulkview/filters/stateful_buffer_accessor_filter.h)
+scheduled_copy(bulkview/detail/counted_slot.h
+    "word = hold()" "word = ${planted}kUnheldSlot) ? word_.load(std::memory_order_acquire) : hold()")
+scheduled_copy(bulkview/buffer_handle.h
+    "Detail::stillIs(invalidations_, 0u)"
+    "${planted}kPlainQuestion) ? !isInvalidated() : Detail::stillIs(invalidations_, 0u)")
+scheduled_copy(bulkview/buffer_handle.cpp
+    "Detail::add(self.invalidations_, kUnderWay)"
+    "${planted}kMarkAlone) ? Detail::setBits(self.invalidations_, kMarked) : Detail::add(self.invalidations_, kUnderWay)"
+    "Detail::add(self.invalidations_, 0u - kUnderWay)"
+    "${planted}kMarkAlone) ? void() : Detail::add(self.invalidations_, 0u - kUnderWay)"
+    "takeIf(expected, dropped)" "takeIf(${planted}kAnyOwner) ? self.owner() : expected, dropped)")
+scheduled_copy(bulkview/filters/cache_filter.cpp
+    " loan = handle.loan()" " loan = ${planted}kUnlockedLook) ? loan : handle.loan()"
+    "BufferHandle::Loan loan" "BufferHandle::Loan loan = handle.loan()")
+
+add_library(dravik_adt_scheduled OBJECT
+    ${scheduled_dir}/dravik/adt/bulkview/buffer_handle.cpp
+    ${scheduled_dir}/dravik/adt/bulkview/filters/cache_filter.cpp
+    ../core/shared.cpp buffer_accessor.cpp view_base.cpp view_exceptions.cpp filters/buffer_accessor_filter.cpp
+    filters/detail/brick_grid.cpp filters/detail/cache_index.cpp filters/proxy_filter.cpp
+    filters/stateful_buffer_accessor_filter.cpp)
+dravik_adt_configure_target(dravik_adt_scheduled)
+target_compile_options(dravik_adt_scheduled PUBLIC "SHELL:-iquote ${scheduled_dir}")
+target_link_libraries(dravik_adt_scheduled PRIVATE dravik::adt)
+
+dravik_adt_test(schedule_test SOURCES schedule_test.cpp LIBRARIES dravik_adt_scheduled)

@@ -1,0 +1,469 @@
+#include "dravik/adt/bulkview/filters/cache_filter.h"
+#include "dravik/adt/bulkview/filters/proxy_filter.h"
+#include "dravik/adt/bulkview/typed_2d_views.h"
+
+#include "dravik/adt/testing/schedule.h"
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+// The views of this program are made of the scheduled copies.
+template class TypedViewBase<2, float>;
+template class Typed2dRoView<float>;
+template class Typed2dRwView<float>;
+
+namespace {
+
+using Testing::Planted;
+using Testing::Schedule;
+using Testing::ScheduledMutex;
+using Index = FixedVector<4, int>;
+
+constexpr int kRows = 2;
+constexpr int kColumns = 3;
+constexpr float kPoison = -1;
+
+// One version of the samples of one row, and the owner of their loans. Stays until the end of the run, so that what
+// uses it too late or ends it twice is found and does no harm.
+class Brick final : public BufferHandle::Owner {
+  public:
+    Brick(ScheduledMutex* lock, int itsRow, int itsVersion) : row(itsRow), version(itsVersion), lock_(lock) {
+        for (int column = 0; column < kColumns; ++column) {
+            samples[column] = static_cast<float>(1000 * version + 10 * row + column);
+        }
+        if (lock_ != nullptr) {
+            enableLocking();
+        }
+    }
+    BufferHandle::ArrayInfo info() const {
+        return {{{row, 0, 0, 0}, {row + 1, kColumns, 1, 1}}, {kColumns, 1, 0, 0}, 0};
+    }
+    bool hasEndedOnce() const { return endings_ == 1 && getReferenceCount() == 0; }
+
+    int const row;
+    int const version;
+    float samples[kColumns];
+    int outdatedSince = 0;  // by the clock of the world; 0 while it is not
+
+  private:
+    void destroy() override { ++endings_; }
+    void lock() override { lock_->lock(); }
+    void unlock() override { lock_->unlock(); }
+
+    ScheduledMutex* lock_;
+    int endings_ = 0;
+};
+
+// What the fibers of a run share: the bricks of a host, the client of its accessor, and what went wrong first.
+class World {
+  public:
+    World(Schedule& schedule, bool locksOwners) : schedule_(schedule), locksOwners_(locksOwners) {
+        for (int row = 0; row < kRows; ++row) {
+            exchange(row);
+        }
+    }
+
+    boost::intrusive_ptr<Brick> brick(int row) {
+        std::lock_guard const guard(mutex_);
+        return bricks_[static_cast<std::size_t>(row)];
+    }
+    void lend(int row, AdtEnums::Access access, BufferHandle& handle) {
+        std::lock_guard const guard(mutex_);
+        auto const& lent = bricks_[static_cast<std::size_t>(row)];
+        handle.setOwner(lent.get());
+        handle.update(lent->samples, lent->info(), access);
+    }
+
+    // What other threads may do at any moment.
+    void invalidate(int row) { client->bufferInvalidated(brick(row).get()); }
+    void prepare(int row) {
+        int value = 0;
+        client->prepareBufferRelease(brick(row)->samples, value);
+    }
+    void change(int row) {
+        auto const old = exchange(row);
+        client->bufferInvalidated(old.get());
+        Schedule::settle();  // what is told now comes after what was stored, for every thread
+        old->outdatedSince = ++clock_;
+    }
+    void takeBack(int row) {
+        auto const old = exchange(row);
+        int value = 0;
+        client->prepareBufferRelease(old->samples, value);
+        client->releaseBuffer(old->samples, old);
+        std::lock_guard const guard(readLock);
+        std::fill(std::begin(old->samples), std::end(old->samples), kPoison);
+    }
+
+    // What a reader sees: a sample of the place that it asked for, and of no version that it had to know was outdated.
+    int now() const { return clock_; }
+    void expectSample(int row, int column, int begin, float sample) {
+        expect(sample != kPoison, "read what was taken back");
+        int const version = static_cast<int>(sample) / 1000;
+        expect(sample == static_cast<float>(1000 * version + 10 * row + column), "read a sample of another place");
+        for (auto const& each : all_) {
+            bool const isIt = each->row == row && each->version == version;
+            bool const isOutdated = isIt && each->outdatedSince != 0 && each->outdatedSince <= begin;
+            expect(!isOutdated || servesOutdated, "read what was outdated");
+        }
+    }
+    void expect(bool holds, char const* otherwise) {
+        if (!holds && problem.empty()) {
+            problem = otherwise;
+        }
+    }
+    void end() {
+        bricks_ = {};
+        for (auto const& each : all_) {
+            expect(each->hasEndedOnce(), "an owner was dropped twice or never");
+        }
+    }
+
+    int random(int bound) { return schedule_.random(bound); }
+    void run(std::vector<std::function<void()>> bodies) { expect(schedule_.run(std::move(bodies)), "waited for ever"); }
+
+    IBufferAccessor::IClient* client = nullptr;
+    ScheduledMutex readLock;  // of all owners
+    bool servesOutdated = false;
+    std::string problem;
+
+  private:
+    boost::intrusive_ptr<Brick> exchange(int row) {
+        std::lock_guard const guard(mutex_);
+        all_.push_back(std::make_unique<Brick>(locksOwners_ ? &readLock : nullptr, row, ++versions_));
+        boost::intrusive_ptr<Brick> brick(all_.back().get());
+        std::swap(bricks_[static_cast<std::size_t>(row)], brick);
+        return brick;
+    }
+
+    Schedule& schedule_;
+    bool locksOwners_;
+    ScheduledMutex mutex_;
+    std::vector<std::unique_ptr<Brick>> all_;
+    std::array<boost::intrusive_ptr<Brick>, kRows> bricks_;
+    int versions_ = 0;
+    int clock_ = 0;
+};
+
+class Host : public IBufferAccessor {
+  public:
+    explicit Host(World& world) : world_(world) {}
+    Index getSize() override { return {kRows, kColumns, 1, 1}; }
+    void setClient(IClient* client) override { world_.client = client; }
+    void setHint(HintType, OpenEndedRange<4, int> const&, float) override {}
+    void getBuffer(Index position, AdtEnums::Access access, BufferHandle& handle) override {
+        world_.lend(position[0], access, handle);
+    }
+    std::unique_ptr<IBufferAccessor> createClone() const override { return nullptr; }
+    void dispose(bool) override {}
+
+  private:
+    World& world_;
+};
+
+template <class Act>
+std::function<void()> times(int count, Act act) {
+    return [count, act] {
+        for (int round = 0; round < count; ++round) {
+            act();
+        }
+    };
+}
+
+void readOne(World& world, Typed2dRoView<float> const& view) {
+    int const row = world.random(kRows);
+    int const column = world.random(kColumns);
+    int const begin = world.now();
+    world.expectSample(row, column, begin, view.get(row, column));
+}
+
+void readRow(World& world, Typed2dRoView<float> const& view) {
+    int const row = world.random(kRows);
+    int begin = world.now();
+    auto at = view.samples({row, 0}, {1, kColumns}).begin();
+    for (; at != std::default_sentinel; ++at, begin = world.now()) {
+        world.expectSample(row, at.index()[1], begin, *at);
+    }
+}
+
+void fillAHandle(World& world) {
+    BufferHandle handle;
+    auto const anyBrick = [&] { return world.brick(world.random(kRows)); };
+    world.run({
+        times(
+            4,
+            [&] {
+                auto const brick = anyBrick();
+                handle.setOwner(brick.get());
+                handle.update(brick->samples, brick->info(), AdtEnums::Read);
+                BufferHandle const copy(handle);
+                world.expect(
+                    !handle.contains(-1) && !handle.contains(kRows) && !copy.contains(kRows),
+                    "half of a change let an index outside the block in");
+                if (!handle.confirm()) {
+                    handle.reset(/*releaseOwner=*/true);
+                }
+            }),
+        times(4, [&] { handle.invalidate(/*emptyRange=*/world.random(2) == 0); }),
+        times(
+            4,
+            [&] {
+                auto const brick = anyBrick();
+                handle.tryThreadSafeReset(brick->samples, brick);
+            }),
+    });
+}
+
+void fetchWhileInvalidated(World& world) {
+    BufferHandle handle;
+    world.run({
+        times(
+            4,
+            [&] {
+                int const row = world.random(kRows);
+                world.lend(row, AdtEnums::Read, handle);
+                bool const whole = handle.infoSnapshot() == world.brick(row)->info();
+                bool const stands = handle.confirm();
+                world.expect(whole || !stands, "half of an invalidation is in a loan that stands");
+                stands ? void() : handle.reset(/*releaseOwner=*/true);
+            }),
+        times(4, [&] { handle.invalidate(/*emptyRange=*/true); }),
+    });
+}
+
+// The same memory may be lent again by another owner before the last release of the one before has come.
+void keepALoanOfAnotherOwner(World& world) {
+    BufferHandle handle;
+    auto const mine = world.brick(0);
+    auto const other = world.brick(1);
+    world.run({
+        times(
+            3,
+            [&] {
+                handle.setOwner(mine.get());
+                handle.update(mine->samples, mine->info(), AdtEnums::Read);
+                world.expect(handle.owner() == mine.get() && handle.contains(0), "lost a loan that nobody took back");
+                handle.reset(/*releaseOwner=*/true);
+            }),
+        times(
+            3,
+            [&] {
+                world.expect(!handle.tryThreadSafeReset(mine->samples, other), "took back a loan of another owner");
+            }),
+    });
+}
+
+void readThrough(World& world, std::unique_ptr<IBufferAccessor> chain) {
+    Typed2dRoView<float> const view(std::move(chain));
+    auto const disturb = [&] {
+        int const row = world.random(kRows);
+        world.random(3) == 0 ? world.prepare(row) : world.change(row);
+    };
+    world.run({
+        times(5, [&] { world.random(3) == 0 ? readRow(world, view) : readOne(world, view); }),
+        times(2, disturb),
+        times(2, disturb),
+    });
+    readRow(world, view);
+}
+
+void readAView(World& world) {
+    readThrough(world, std::make_unique<Host>(world));
+}
+
+// The cache tells its client first, so an outdated block may be served once more.
+void readAViewOnACache(World& world) {
+    world.servesOutdated = true;
+    readThrough(world, Filters::CacheFilter::Apply(std::make_unique<Host>(world), 2 * kColumns, -1, -1));
+}
+
+void writeThroughAView(World& world) {
+    Typed2dRwView<float> view(std::make_unique<Host>(world));
+    float expected[kRows][kColumns];
+    for (int row = 0; row < kRows; ++row) {
+        std::copy_n(world.brick(row)->samples, kColumns, expected[row]);
+    }
+    world.run({
+        times(
+            5,
+            [&] {
+                int const row = world.random(kRows);
+                int const column = world.random(kColumns);
+                expected[row][column] += 1000;
+                view.set(row, column, view.get(row, column) + 1000);
+                world.expect(view.get(row, column) == expected[row][column], "read another sample than was written");
+            }),
+        times(4, [&] { world.invalidate(world.random(kRows)); }),
+        times(4, [&] { world.prepare(world.random(kRows)); }),
+    });
+    for (int row = 0; row < kRows; ++row) {
+        bool const same = std::equal(expected[row], expected[row] + kColumns, world.brick(row)->samples);
+        world.expect(same, "lost what was written");
+    }
+}
+
+// Owners whose lock the reader holds as well, below a proxy whose target is exchanged under the same lock.
+void readUnderTheLock(World& world) {
+    using Filters::ProxyFilter;
+    auto const controller = boost::make_shared<ProxyFilter::ProxyTargetController>();
+    Typed2dRoView<float> const view(ProxyFilter::MakeProxy(std::make_unique<Host>(world), controller));
+    auto const disturb = [&] {
+        int const row = world.random(kRows);
+        switch (world.random(4)) {
+        case 0: {
+            std::lock_guard const guard(world.readLock);
+            controller->setTarget(std::make_unique<Host>(world));
+            break;
+        }
+        case 1:
+            world.change(row);
+            break;
+        default:
+            world.takeBack(row);
+        }
+    };
+    world.run({
+        times(
+            5,
+            [&] {
+                std::lock_guard const guard(world.readLock);
+                readOne(world, view);
+            }),
+        times(4, disturb),
+    });
+    readRow(world, view);
+}
+
+// The client of a cache that two threads read through, each with a handle of its own.
+class Readers : public IBufferAccessor::IClient {
+  public:
+    explicit Readers(IBufferAccessor& cache) : cache_(cache) {}
+
+    void read(World& world, BufferHandle& handle) {
+        int const row = world.random(kRows);
+        int const begin = world.now();
+        BufferHandle::Loan loan;
+        do {
+            handle.reset(/*releaseOwner=*/true);
+            cache_.getBuffer({row, 0, 0, 0}, AdtEnums::Read, handle);
+            loan = handle.loan();
+        } while (!handle.confirm());
+        world.expectSample(row, 1, begin, static_cast<float const*>(loan.buffer)[1]);
+    }
+
+    void accessorUpdated() override {}
+    void bufferInvalidated(BufferHandle::Owner const* owner) override {
+        for (BufferHandle& handle : handles) {
+            owner == handle.owner() ? handle.invalidate(/*emptyRange=*/true) : void();
+        }
+    }
+    bool prepareBufferRelease(void const* buffer, int&) override {
+        for (BufferHandle& handle : handles) {
+            buffer == handle.buffer() ? handle.invalidate(/*emptyRange=*/true) : void();
+        }
+        return false;
+    }
+    void releaseBuffer(void const*, boost::intrusive_ptr<BufferHandle::Owner>) override {}
+    std::unique_ptr<IBufferAccessor> releaseAccessor() override { return nullptr; }
+
+    BufferHandle handles[2];
+
+  private:
+    IBufferAccessor& cache_;
+};
+
+void readTwiceThroughACache(World& world) {
+    auto const cache = Filters::CacheFilter::Apply(std::make_unique<Host>(world), kColumns, -1, -1);
+    Readers readers(*cache);
+    cache->setClient(&readers);
+    world.run({
+        times(4, [&] { readers.read(world, readers.handles[0]); }),
+        times(4, [&] { readers.read(world, readers.handles[1]); }),
+        times(
+            3,
+            [&] {
+                int const row = world.random(kRows);
+                world.random(4) == 0 ? world.prepare(row) : world.change(row);
+            }),
+    });
+}
+
+struct Scenario {
+    void (*run)(World&);
+    char const* name;
+    bool locksOwners = false;
+};
+constexpr Scenario kScenarios[] = {
+    {fillAHandle, "a handle that is filled, copied and taken back"},
+    {fillAHandle, "a handle of owners that lock", /*locksOwners=*/true},
+    {fetchWhileInvalidated, "a handle that is filled and invalidated"},
+    {keepALoanOfAnotherOwner, "a loan of another owner"},
+    {readAView, "a view that is read"},
+    {readAViewOnACache, "a view on a cache"},
+    {writeThroughAView, "a view that is written"},
+    {readUnderTheLock, "a view under the lock of its owners", /*locksOwners=*/true},
+    {readTwiceThroughACache, "a cache for two threads"},
+};
+
+// What went wrong; empty if nothing did.
+std::string runScheduled(Scenario const& scenario, std::uint64_t seed, std::int64_t& steps) {
+    Schedule schedule(seed);
+    World world(schedule, scenario.locksOwners);
+    scenario.run(world);
+    world.end();
+    steps += schedule.steps();
+    return world.problem;
+}
+
+constexpr std::uint64_t kSeeds = 20000;
+
+TEST(Schedules, HoldWhateverComesWhen) {
+    char const* const only = std::getenv("DRAVIK_SCHEDULE_SEED");
+    std::uint64_t const first = only == nullptr ? 0 : std::strtoull(only, nullptr, 10);
+    for (Scenario const& scenario : kScenarios) {
+        std::int64_t steps = 0;
+        for (std::uint64_t seed = first; seed < (only == nullptr ? kSeeds : first + 1); ++seed) {
+            ASSERT_EQ(runScheduled(scenario, seed, steps), "") << scenario.name << ", DRAVIK_SCHEDULE_SEED=" << seed;
+        }
+        std::cout << "[ schedule ] " << scenario.name << ": " << steps << " steps" << std::endl;
+    }
+}
+
+TEST(Schedules, FindEachPlantedFault) {
+    struct Row {
+        char const* name;
+        Planted fault;
+        Scenario scenario;
+    };
+    constexpr Row kFaults[] = {
+        {"MarkAlone", Planted::kMarkAlone, {fetchWhileInvalidated, ""}},
+        {"PlainQuestion", Planted::kPlainQuestion, {readAView, ""}},
+        {"AnyOwner", Planted::kAnyOwner, {keepALoanOfAnotherOwner, ""}},
+        {"UnheldSlot", Planted::kUnheldSlot, {fillAHandle, ""}},
+        {"UnlockedLook", Planted::kUnlockedLook, {readTwiceThroughACache, ""}},
+    };
+    for (Row const& row : kFaults) {
+        Testing::planted = row.fault;
+        std::string problem;
+        std::int64_t steps = 0;
+        std::uint64_t seed = 0;
+        for (; seed < 1000 && problem.empty(); ++seed) {
+            problem = runScheduled(row.scenario, seed, steps);
+        }
+        Testing::planted = Planted::kNothing;
+        EXPECT_NE(problem, "") << row.name;
+        std::cout << "[ planted  ] " << row.name << " is found by seed " << seed - 1 << ": " << problem << "\n";
+    }
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt::BulkView
