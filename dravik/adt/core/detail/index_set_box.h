@@ -16,7 +16,7 @@ template <int N>
 using IndexBox = OpenEndedRange<N, int>;
 
 /// A number of points that holds the volume of any box of up to four axes.
-__extension__ typedef unsigned __int128 WideCount;
+__extension__ typedef unsigned __int128 WideCount;  // NOLINT(modernize-use-using): takes no __extension__
 
 template <int N>
 constexpr WideCount wideCount(IndexBox<N> const& box) noexcept {

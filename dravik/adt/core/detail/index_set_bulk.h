@@ -34,6 +34,7 @@ struct IndexBoxFace {
         return mixed & (buckets - 1);
     }
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the linter's own mistake about what the compiler writes
     friend auto operator<=>(IndexBoxFace const&, IndexBoxFace const&) = default;
 };
 

@@ -14,8 +14,8 @@
 namespace Quorvel::Dravik::Adt::Detail {
 
 /// One coordinate of each of the four slots.
-typedef int IndexLanes __attribute__((vector_size(16)));
-typedef std::uint32_t CostLanes __attribute__((vector_size(16)));
+using IndexLanes [[gnu::vector_size(16)]] = int;
+using CostLanes [[gnu::vector_size(16)]] = std::uint32_t;
 
 /// Bit s is set where lane s of a comparison holds.
 inline unsigned laneBits(IndexLanes comparison) noexcept {
