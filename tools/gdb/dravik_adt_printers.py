@@ -66,12 +66,11 @@ def tree_boxes(nodes, number):
     """The boxes below one node, in the order in which C++ iterates them."""
     node = nodes[number]
     for slot in range(int(node["count"])):
-        child = int(node["child"][slot])
-        if child == 0:
+        if int(node["nodes"]) >> slot & 1:
+            yield from tree_boxes(nodes, int(node["child"][slot]))
+        elif int(node["min"][0][slot]) < int(node["max"][0][slot]):  # else a part of a grid that was not touched
             axes = range(node["min"].type.range()[1] + 1)
             yield "x".join("[%s,%s)" % (node["min"][axis][slot], node["max"][axis][slot]) for axis in axes)
-        elif child != 0xFFFFFFFF:  # a part of a grid that has not been touched
-            yield from tree_boxes(nodes, child)
 
 
 def index_set(value):
