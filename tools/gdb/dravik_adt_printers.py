@@ -81,7 +81,7 @@ def index_set(value):
     tree = unique_pointer(value["tree_"]).dereference()
     if not tree.type.strip_typedefs().fields():
         return "{several boxes in %s}" % box(bounds, ")")
-    return "{%s}" % " ".join(tree_boxes(tree["pool_"]["nodes_"]["_M_impl"]["_M_start"], 0))
+    return "{%s}" % " ".join(tree_boxes(tree["boxes_"]["pool_"]["nodes_"]["_M_impl"]["_M_start"], 0))
 
 
 def shared_buffer(value):
