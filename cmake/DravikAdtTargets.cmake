@@ -57,15 +57,17 @@ function(dravik_adt_sources)
     target_sources(dravik_adt PRIVATE ${ARGN})
 endfunction()
 
-# dravik_adt_test(NAME SOURCES FILE... [LIBRARIES TARGET...] [ENVIRONMENT VARIABLE=VALUE...] [THREADED]): one test
-# program. THREADED marks it for the thread sanitizer. The program itself is made after every folder has been read, once
-# GoogleTest and testing/ are known.
+# dravik_adt_test(NAME SOURCES FILE... [LIBRARIES TARGET...] [ENVIRONMENT VARIABLE=VALUE...] [THREADED] [ALONE]): one
+# test program. THREADED marks it for the thread sanitizer; an ALONE one is not linked to the library, since it brings
+# copies of its sources. The program itself is made after every folder has been read, once GoogleTest and testing/ are
+# known.
 function(dravik_adt_test name)
-    cmake_parse_arguments(TEST "THREADED" "" "SOURCES;LIBRARIES;ENVIRONMENT" ${ARGN})
+    cmake_parse_arguments(TEST "THREADED;ALONE" "" "SOURCES;LIBRARIES;ENVIRONMENT" ${ARGN})
     list(TRANSFORM TEST_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
     set_property(GLOBAL APPEND PROPERTY DRAVIK_ADT_TESTS ${name})
     set_property(GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_SOURCES ${TEST_SOURCES})
     set_property(GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_LIBRARIES ${TEST_LIBRARIES})
     set_property(GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_ENVIRONMENT ${TEST_ENVIRONMENT})
     set_property(GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_THREADED ${TEST_THREADED})
+    set_property(GLOBAL PROPERTY DRAVIK_ADT_TEST_${name}_ALONE ${TEST_ALONE})
 endfunction()

@@ -1,5 +1,5 @@
 # The test of schedules runs on copies of the library's sources in which every access to a word that threads share and
-# every lock is a step of the scheduler (testing/schedule.h), and in which faults can be planted. The copies are made of
+# every lock is a step of the scheduler (testing/scheduled_words.h), and in which faults can be planted. The copies are made of
 # the sources as they are now and stand in front of them for this one program.
 set(scheduled_dir ${CMAKE_CURRENT_BINARY_DIR}/scheduled)
 
@@ -22,7 +22,7 @@ function(scheduled_copy file)
         string(REPLACE "${from}" "${to}" text "${text}")
     endwhile()
     file(CONFIGURE OUTPUT ${scheduled_dir}/dravik/adt/${file}
-         CONTENT "#include \"dravik/adt/testing/schedule.h\"\n${text}" @ONLY)
+         CONTENT "#include \"dravik/adt/testing/scheduled_words.h\"\n${text}" @ONLY)
 endfunction()
 
 set(planted "Testing::isPlanted(Testing::Planted::")
@@ -45,14 +45,22 @@ scheduled_copy(bulkview/filters/cache_filter.cpp
     " loan = handle.loan()" " loan = ${planted}kUnlockedLook) ? loan : handle.loan()"
     "BufferHandle::Loan loan" "BufferHandle::Loan loan = handle.loan()")
 
-add_library(dravik_adt_scheduled OBJECT
-    ${scheduled_dir}/dravik/adt/bulkview/buffer_handle.cpp
-    ${scheduled_dir}/dravik/adt/bulkview/filters/cache_filter.cpp
-    ../core/shared.cpp buffer_accessor.cpp view_base.cpp view_exceptions.cpp filters/buffer_accessor_filter.cpp
-    filters/detail/brick_grid.cpp filters/detail/cache_index.cpp filters/proxy_filter.cpp
-    filters/stateful_buffer_accessor_filter.cpp)
+# Copies as well where nothing changes, so that whoever lists the commands of a source finds one only.
+set(unchanged
+    core/array_ref.cpp core/fixed_vector.cpp core/shared.cpp exceptions/cloneable_exception.cpp
+    exceptions/cloneable_exception_base.cpp exceptions/simple_exception.cpp bulkview/buffer_accessor.cpp
+    bulkview/view_base.cpp bulkview/view_exceptions.cpp bulkview/filters/buffer_accessor_filter.cpp
+    bulkview/filters/detail/brick_grid.cpp bulkview/filters/detail/cache_index.cpp bulkview/filters/proxy_filter.cpp
+    bulkview/filters/stateful_buffer_accessor_filter.cpp)
+foreach(file IN LISTS unchanged)
+    scheduled_copy(${file})
+endforeach()
+
+set(sources bulkview/buffer_handle.cpp bulkview/filters/cache_filter.cpp ${unchanged})
+list(TRANSFORM sources PREPEND ${scheduled_dir}/dravik/adt/)
+add_library(dravik_adt_scheduled OBJECT ${sources})
 dravik_adt_configure_target(dravik_adt_scheduled)
 target_compile_options(dravik_adt_scheduled PUBLIC "SHELL:-iquote ${scheduled_dir}")
-target_link_libraries(dravik_adt_scheduled PRIVATE dravik::adt)
+target_link_libraries(dravik_adt_scheduled PUBLIC dravik_adt_platform)
 
-dravik_adt_test(schedule_test SOURCES schedule_test.cpp LIBRARIES dravik_adt_scheduled)
+dravik_adt_test(schedule_test SOURCES schedule_test.cpp LIBRARIES dravik_adt_scheduled ALONE)

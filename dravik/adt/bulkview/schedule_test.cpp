@@ -2,7 +2,7 @@
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 #include "dravik/adt/bulkview/typed_2d_views.h"
 
-#include "dravik/adt/testing/schedule.h"
+#include "dravik/adt/testing/scheduled_words.h"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
@@ -170,9 +170,9 @@ class Host : public IBufferAccessor {
     World& world_;
 };
 
-template <class Act>
-std::function<void()> times(int count, Act act) {
-    return [count, act] {
+template <int count, class Act>
+std::function<void()> times(Act act) {
+    return [act] {
         for (int round = 0; round < count; ++round) {
             act();
         }
@@ -199,44 +199,39 @@ void fillAHandle(World& world) {
     BufferHandle handle;
     auto const anyBrick = [&] { return world.brick(world.random(kRows)); };
     world.run({
-        times(
-            4,
-            [&] {
-                auto const brick = anyBrick();
-                handle.setOwner(brick.get());
-                handle.update(brick->samples, brick->info(), AdtEnums::Read);
-                BufferHandle const copy(handle);
-                world.expect(
-                    !handle.contains(-1) && !handle.contains(kRows) && !copy.contains(kRows),
-                    "half of a change let an index outside the block in");
-                if (!handle.confirm()) {
-                    handle.reset(/*releaseOwner=*/true);
-                }
-            }),
-        times(4, [&] { handle.invalidate(/*emptyRange=*/world.random(2) == 0); }),
-        times(
-            4,
-            [&] {
-                auto const brick = anyBrick();
-                handle.tryThreadSafeReset(brick->samples, brick);
-            }),
+        times<4>([&] {
+            auto const brick = anyBrick();
+            handle.setOwner(brick.get());
+            handle.update(brick->samples, brick->info(), AdtEnums::Read);
+            BufferHandle const copy(handle);
+            world.expect(
+                !handle.contains(-1) && !handle.contains(kRows) && !copy.contains(kRows),
+                "half of a change let an index outside the block in");
+            if (!handle.confirm()) {
+                handle.reset(/*releaseOwner=*/true);
+            }
+        }),
+        times<4>([&] { handle.invalidate(/*emptyRange=*/world.random(2) == 0); }),
+        times<4>([&] {
+            auto const brick = anyBrick();
+            handle.tryThreadSafeReset(brick->samples, brick);
+        }),
     });
 }
 
 void fetchWhileInvalidated(World& world) {
     BufferHandle handle;
     world.run({
-        times(
-            4,
-            [&] {
-                int const row = world.random(kRows);
-                world.lend(row, AdtEnums::Read, handle);
-                bool const whole = handle.infoSnapshot() == world.brick(row)->info();
-                bool const stands = handle.confirm();
-                world.expect(whole || !stands, "half of an invalidation is in a loan that stands");
-                stands ? void() : handle.reset(/*releaseOwner=*/true);
-            }),
-        times(4, [&] { handle.invalidate(/*emptyRange=*/true); }),
+        times<4>([&] {
+            int const row = world.random(kRows);
+            world.lend(row, AdtEnums::Read, handle);
+            auto const info = handle.infoSnapshot();
+            bool const whole = info == world.brick(row)->info();
+            bool const stands = handle.confirm();
+            world.expect(whole || !stands, "half of an invalidation is in a loan that stands");
+            stands ? void() : handle.reset(/*releaseOwner=*/true);
+        }),
+        times<4>([&] { handle.invalidate(/*emptyRange=*/true); }),
     });
 }
 
@@ -246,19 +241,15 @@ void keepALoanOfAnotherOwner(World& world) {
     auto const mine = world.brick(0);
     auto const other = world.brick(1);
     world.run({
-        times(
-            3,
-            [&] {
-                handle.setOwner(mine.get());
-                handle.update(mine->samples, mine->info(), AdtEnums::Read);
-                world.expect(handle.owner() == mine.get() && handle.contains(0), "lost a loan that nobody took back");
-                handle.reset(/*releaseOwner=*/true);
-            }),
-        times(
-            3,
-            [&] {
-                world.expect(!handle.tryThreadSafeReset(mine->samples, other), "took back a loan of another owner");
-            }),
+        times<3>([&] {
+            handle.setOwner(mine.get());
+            handle.update(mine->samples, mine->info(), AdtEnums::Read);
+            world.expect(handle.owner() == mine.get() && handle.contains(0), "lost a loan that nobody took back");
+            handle.reset(/*releaseOwner=*/true);
+        }),
+        times<3>([&] {
+            world.expect(!handle.tryThreadSafeReset(mine->samples, other), "took back a loan of another owner");
+        }),
     });
 }
 
@@ -269,9 +260,9 @@ void readThrough(World& world, std::unique_ptr<IBufferAccessor> chain) {
         world.random(3) == 0 ? world.prepare(row) : world.change(row);
     };
     world.run({
-        times(5, [&] { world.random(3) == 0 ? readRow(world, view) : readOne(world, view); }),
-        times(2, disturb),
-        times(2, disturb),
+        times<5>([&] { world.random(3) == 0 ? readRow(world, view) : readOne(world, view); }),
+        times<2>(disturb),
+        times<2>(disturb),
     });
     readRow(world, view);
 }
@@ -293,17 +284,15 @@ void writeThroughAView(World& world) {
         std::copy_n(world.brick(row)->samples, kColumns, expected[row]);
     }
     world.run({
-        times(
-            5,
-            [&] {
-                int const row = world.random(kRows);
-                int const column = world.random(kColumns);
-                expected[row][column] += 1000;
-                view.set(row, column, view.get(row, column) + 1000);
-                world.expect(view.get(row, column) == expected[row][column], "read another sample than was written");
-            }),
-        times(4, [&] { world.invalidate(world.random(kRows)); }),
-        times(4, [&] { world.prepare(world.random(kRows)); }),
+        times<5>([&] {
+            int const row = world.random(kRows);
+            int const column = world.random(kColumns);
+            expected[row][column] += 1000;
+            view.set(row, column, view.get(row, column) + 1000);
+            world.expect(view.get(row, column) == expected[row][column], "read another sample than was written");
+        }),
+        times<4>([&] { world.invalidate(world.random(kRows)); }),
+        times<4>([&] { world.prepare(world.random(kRows)); }),
     });
     for (int row = 0; row < kRows; ++row) {
         bool const same = std::equal(expected[row], expected[row] + kColumns, world.brick(row)->samples);
@@ -332,13 +321,11 @@ void readUnderTheLock(World& world) {
         }
     };
     world.run({
-        times(
-            5,
-            [&] {
-                std::lock_guard const guard(world.readLock);
-                readOne(world, view);
-            }),
-        times(4, disturb),
+        times<5>([&] {
+            std::lock_guard const guard(world.readLock);
+            readOne(world, view);
+        }),
+        times<4>(disturb),
     });
     readRow(world, view);
 }
@@ -386,14 +373,12 @@ void readTwiceThroughACache(World& world) {
     Readers readers(*cache);
     cache->setClient(&readers);
     world.run({
-        times(4, [&] { readers.read(world, readers.handles[0]); }),
-        times(4, [&] { readers.read(world, readers.handles[1]); }),
-        times(
-            3,
-            [&] {
-                int const row = world.random(kRows);
-                world.random(4) == 0 ? world.prepare(row) : world.change(row);
-            }),
+        times<4>([&] { readers.read(world, readers.handles[0]); }),
+        times<4>([&] { readers.read(world, readers.handles[1]); }),
+        times<3>([&] {
+            int const row = world.random(kRows);
+            world.random(4) == 0 ? world.prepare(row) : world.change(row);
+        }),
     });
 }
 
@@ -424,9 +409,8 @@ std::string runScheduled(Scenario const& scenario, std::uint64_t seed, std::int6
     return world.problem;
 }
 
-constexpr std::uint64_t kSeeds = 20000;
-
 TEST(Schedules, HoldWhateverComesWhen) {
+    constexpr std::uint64_t kSeeds = 20000;
     char const* const only = std::getenv("DRAVIK_SCHEDULE_SEED");
     std::uint64_t const first = only == nullptr ? 0 : std::strtoull(only, nullptr, 10);
     for (Scenario const& scenario : kScenarios) {
@@ -442,14 +426,14 @@ TEST(Schedules, FindEachPlantedFault) {
     struct Row {
         char const* name;
         Planted fault;
-        Scenario scenario;
+        void (*run)(World&);
     };
     constexpr Row kFaults[] = {
-        {"MarkAlone", Planted::kMarkAlone, {fetchWhileInvalidated, ""}},
-        {"PlainQuestion", Planted::kPlainQuestion, {readAView, ""}},
-        {"AnyOwner", Planted::kAnyOwner, {keepALoanOfAnotherOwner, ""}},
-        {"UnheldSlot", Planted::kUnheldSlot, {fillAHandle, ""}},
-        {"UnlockedLook", Planted::kUnlockedLook, {readTwiceThroughACache, ""}},
+        {"MarkAlone", Planted::kMarkAlone, fetchWhileInvalidated},
+        {"PlainQuestion", Planted::kPlainQuestion, readAView},
+        {"AnyOwner", Planted::kAnyOwner, keepALoanOfAnotherOwner},
+        {"UnheldSlot", Planted::kUnheldSlot, fillAHandle},
+        {"UnlockedLook", Planted::kUnlockedLook, readTwiceThroughACache},
     };
     for (Row const& row : kFaults) {
         Testing::planted = row.fault;
@@ -457,7 +441,7 @@ TEST(Schedules, FindEachPlantedFault) {
         std::int64_t steps = 0;
         std::uint64_t seed = 0;
         for (; seed < 1000 && problem.empty(); ++seed) {
-            problem = runScheduled(row.scenario, seed, steps);
+            problem = runScheduled({row.run, row.name}, seed, steps);
         }
         Testing::planted = Planted::kNothing;
         EXPECT_NE(problem, "") << row.name;
