@@ -51,7 +51,7 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
 
     alignas(16) int min[N][kSlots];
     alignas(16) int max[N][kSlots];
-    std::uint32_t child[kSlots];  ///< means something where the slot is a node
+    std::uint32_t child[kSlots];  ///< the root where the slot is no node
     std::uint32_t boxes;
     std::uint8_t heights[kSlots];  ///< of the child nodes; 0 for a box
     std::uint8_t nodes;            ///< the slots that are nodes, one bit each
@@ -88,22 +88,21 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
 
     void setBox(int slot, IndexBox<N> const& box) noexcept {
         setBounds(slot, box);
-        setIsNode(slot, false);
-        heights[slot] = 0;
+        setIsBox(slot);
     }
 
     /// Makes the slot the node `id`, as `below` describes it.
     void setNode(int slot, std::uint32_t id, IndexNode const& below) noexcept {
         setBounds(slot, below.bounds());
         child[slot] = id;
-        setIsNode(slot, true);
+        nodes = static_cast<std::uint8_t>(nodes | 1u << slot);
         heights[slot] = below.height();
     }
 
     void copySlot(int slot, IndexNode const& source, int from) noexcept {
-        setBounds(slot, source.box(from));
+        setBox(slot, source.box(from));
         child[slot] = source.child[from];
-        setIsNode(slot, source.isNode(from));
+        nodes = static_cast<std::uint8_t>(nodes | (source.nodes >> from & 1u) << slot);
         heights[slot] = source.heights[from];
     }
 
@@ -112,8 +111,7 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
             min[axis][slot] = std::numeric_limits<int>::max();
             max[axis][slot] = std::numeric_limits<int>::min();
         }
-        setIsNode(slot, false);
-        heights[slot] = 0;
+        setIsBox(slot);
     }
 
     /// Takes a used slot out and moves the later ones down.
@@ -198,9 +196,10 @@ struct alignas(N % 2 == 1 ? 64 : 32) IndexNode {
     }
 
   private:
-    void setIsNode(int slot, bool isNode) noexcept {
-        unsigned const bit = 1u << slot;
-        nodes = static_cast<std::uint8_t>(isNode ? nodes | bit : nodes & ~bit);
+    void setIsBox(int slot) noexcept {
+        child[slot] = 0;
+        nodes = static_cast<std::uint8_t>(nodes & ~(1u << slot));
+        heights[slot] = 0;
     }
 
     static IndexLanes lanes(int const (&coordinates)[kSlots]) noexcept {

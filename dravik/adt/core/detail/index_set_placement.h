@@ -52,6 +52,7 @@ class IndexPlacement {
 
     /// Adds a box that does not enclose all under the node; all of it or, where memory runs out, nothing.
     void addTo(Id id, Box const& box) {
+        pool_.prefetchChildren(pool_[id]);
         unsigned const slots = pool_[id].slotsMeeting(box);
         if (slots != 0 && leadsThrough(pool_[id], slots, box)) {
             changeChild(id, std::countr_zero(slots), box, [&](Id child) { addTo(child, box); });
@@ -202,6 +203,7 @@ class IndexPlacement {
         if (node.count == 0) {
             return append(node, box);
         }
+        pool_.prefetchChildren(node);
         auto const [slot, cost] = node.cheapest(box, isNear_);
         if (node.count < Node::kSlots && cost >= PlacementWeights<N>::kTooFar) {
             return append(node, box);

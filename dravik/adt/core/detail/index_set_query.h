@@ -32,6 +32,7 @@ template <int N, class SlotsOf>
 IndexBoxPlace<N> firstBox(IndexPool<N> const& pool, std::uint32_t id, SlotsOf const& slotsOf) noexcept {
     while (true) {
         IndexNode<N> const& node = pool[id];
+        pool.prefetchChildren(node);
         unsigned const slots = slotsOf(node);
         unsigned nodes = slots & node.nodes;
         if (slots != nodes) {
