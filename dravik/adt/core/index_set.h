@@ -33,21 +33,22 @@ struct DRAVIK_ADT_EXPORT IndexSetTreeDeleter {
 /// A set of points of N-dimensional index space (N = 1 ... 4), kept as a union of disjoint boxes.
 ///
 /// One box, the common case, is held in place; more live in a tree with four children per node, on the heap. Boxes that
-/// touch along a whole side become one where they meet in the tree. Up to some sixteen boxes the tree follows from the
-/// order of additions alone; where it grows deeper than 8 + 2 log2(boxes) it is rebuilt. Unit: absolute indices. The
-/// index 2^31 - 1 belongs to no box and so to no set; a box whose corners are the wrong way round on an axis counts as
-/// the empty box at the origin. Equality asks for the same points, and of empty sets for the same bounds.
+/// touch along a whole side become one where they meet in the tree. How the tree of a small set looks follows from the
+/// order of changes alone. Where a subtree grows deeper than 8 + 2 log2(its boxes), which takes 18 boxes at least, it
+/// is rebuilt, and the set is kept near balance from then on. Unit: absolute indices. The index 2^31 - 1 belongs to no
+/// box and so to no set; a box whose corners are the wrong way round on an axis counts as the empty box at the origin.
+/// Equality asks for the same points, and of empty sets for the same bounds.
 ///
 /// A set made with a granularity is a grid: it keeps its boxes within cells and stays a grid when it is cleared.
 ///
 /// Changes throw std::bad_alloc alone, and then leave the set with a part of the change made or none of it.
 /// @complexity additions, removals and questions about one box: O(log n + boxes met) for boxes that are spread out
 ///
-///     IndexSet<2, int> touched;
-///     touched.add(Box{{0, 0}, {4, 4}});
-///     touched.remove(Box{{1, 1}, {2, 2}});
-///     touched.size();                            // 15
-///     for (auto const& box : touched.boxes()) …  // four boxes
+///     using Set = IndexSet<2, int>;
+///     Set touched(Set::Box{{0, 0}, {4, 4}});
+///     touched.remove(Set::Box{{1, 1}, {2, 2}});
+///     touched.size();                                // 15
+///     for (auto const& box : touched.boxes()) { … }  // four boxes
 template <int N, class T>
 class DRAVIK_ADT_EXPORT IndexSet {
     static_assert(std::same_as<T, int> && N >= 1 && N <= 4, "Compiled for one to four axes of int.");

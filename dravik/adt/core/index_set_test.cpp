@@ -1,5 +1,6 @@
 #include "dravik/adt/core/index_set.h"
 
+#include "dravik/adt/core/detail/index_set_balance.h"
 #include "dravik/adt/testing/failure_loop.h"
 #include "dravik/adt/testing/index_bitmap.h"
 #include "dravik/adt/testing/index_set_rules.h"
@@ -48,6 +49,27 @@ StoredBoxes<N> stored(IndexSet<N, int> const& set) {
     return all;
 }
 
+// Boxes that neither touch nor overlap, in the order of their corners.
+template <int N>
+std::vector<OpenEndedRange<N, int>> lattice(int sideCount) {
+    std::vector<OpenEndedRange<N, int>> boxes;
+    auto const all = OpenEndedRange<N, int>::OfSize(FixedVector<N, int>::Filled(sideCount));
+    Testing::forEachPoint(all, [&](FixedVector<N, int> const& place) {
+        auto const corner = place + place + place;
+        boxes.push_back({corner, corner + FixedVector<N, int>::Filled(2)});
+    });
+    return boxes;
+}
+
+template <int N>
+int depthOf(IndexSet<N, int> const& set) {
+    int deepest = 0;
+    for (auto const& [each, depth] : stored(set)) {
+        deepest = std::max(deepest, depth);
+    }
+    return deepest;
+}
+
 TEST(IndexSet, SmallIntervalsAddUp) {
     struct Row {
         char const* name;
@@ -62,6 +84,7 @@ TEST(IndexSet, SmallIntervalsAddUp) {
         {"EmptyChangesNothing", {box(5, 5), box(7, 3)}, {}, 0, true, box(0, 0), " L 0 (0-0) , \n"},
         {"Overlapping", {box(0, 4), box(2, 6)}, {}, 6, true, box(0, 6), " L 0 (0-6) , \n"},
         {"Touching", {box(0, 2), box(2, 4)}, {}, 4, true, box(0, 4), " L 0 (0-4) , \n"},
+        {"TouchingBelow", {box(2, 4), box(0, 2)}, {}, 4, true, box(0, 4), " L 0 (0-4) , \n"},
         {"Apart", {box(0, 2), box(4, 6)}, {}, 4, false, box(0, 6), " L 1 (0-2) , \n L 1 (4-6) , \n"},
         {"Bridged", {box(0, 2), box(4, 6), box(2, 4)}, {}, 6, true, box(0, 6), " L 1 (0-4) , \n L 1 (4-6) , \n"},
         {"CoveredNode", {box(0, 2), box(4, 6), box(-1, 10)}, {}, 11, true, box(-1, 10), " L 0 (-1-10) , \n"},
@@ -228,17 +251,21 @@ class IndexSetLaws : public testing::Test {
             bitmap.combine(inside, std::bit_and<>());
         } else if (action < 98) {
             Set copy(set);
-            set.clear();
-            set = std::move(copy);
+            Set moved(std::move(copy));
             EXPECT_EQ(copy, Set());
+            set = std::move(moved);
+            EXPECT_EQ(moved, Set());
         } else {
             std::vector<Box> list(static_cast<std::size_t>(random.between(0, 40)));
             std::generate(list.begin(), list.end(), [&] { return anyBox(); });
             set = Set(list);
             bitmap.set(universe(), false);
+            Set inTurn;
             for (Box const& box : list) {
                 bitmap.set(box, true);
+                inTurn.add(box);
             }
+            EXPECT_TRUE(list.size() > 16 || set.toString() == inTurn.toString()) << set << inTurn;
         }
     }
 
@@ -352,20 +379,17 @@ TYPED_TEST(IndexSetLaws, SmallSetsAreStoredByTheRules) {
     for (int round = 0; round < 150; ++round) {
         IndexSet<N, int> set;
         Testing::IndexSetRules<N> rules;
-        int const scale = this->random.oneOf({1, 1, 1 << 24});  // far from zero costs are summed in another way
+        // Far from zero costs are summed in another way, and the greatest gaps count alike.
+        int const scale = this->random.oneOf({1, 1, (1 << 30) / -this->universe().min[0]});
         for (int step = 0; step < 40; ++step) {
             auto box = this->anyBox();
             for (int axis = 0; axis < N; ++axis) {
                 box.min[axis] *= scale;
                 box.max[axis] *= scale;
             }
-            if (this->random.chance(70)) {
-                set.add(box);
-                rules.add(box);
-            } else {
-                set.remove(box);
-                rules.remove(box);
-            }
+            bool const adding = this->random.chance(70);
+            adding ? set.add(box) : set.remove(box);
+            adding ? rules.add(box) : rules.remove(box);
             if (rules.isTooDeep()) {
                 break;
             }
@@ -374,6 +398,22 @@ TYPED_TEST(IndexSetLaws, SmallSetsAreStoredByTheRules) {
         }
     }
     EXPECT_GT(compared, 4000);
+}
+
+TYPED_TEST(IndexSetLaws, TheRulesHoldUntilASubtreeIsTooDeep) {
+    constexpr int N = TestFixture::kAxes;
+    auto boxes = lattice<N>(N == 1 ? 300 : N == 2 ? 17 : N == 3 ? 7 : 4);
+    std::shuffle(boxes.begin(), boxes.end(), this->random.engine());
+    IndexSet<N, int> set;
+    Testing::IndexSetRules<N> rules;
+    std::size_t step = 0;
+    for (; step < boxes.size() && !rules.isTooDeep(); ++step) {
+        ASSERT_TRUE(step == 0 || stored(set) == rules.boxes()) << "step " << step;
+        set.add(boxes[step]);
+        rules.add(boxes[step]);
+    }
+    EXPECT_TRUE(step == boxes.size() || depthOf(set) < 10) << "rebuilt at " << step;
+    EXPECT_GT(step, 16u);
 }
 
 TEST(IndexSet, GridsRoundOutwardsAndDivideOnlyWhereTouched) {
@@ -448,27 +488,6 @@ TEST(IndexSet, TakesItsOwnBoundsAsAnArgument) {
     EXPECT_TRUE(set.isEmpty());
 }
 
-// Boxes that neither touch nor overlap, in the order of their corners.
-template <int N>
-std::vector<OpenEndedRange<N, int>> lattice(int sideCount) {
-    std::vector<OpenEndedRange<N, int>> boxes;
-    auto const all = OpenEndedRange<N, int>::OfSize(FixedVector<N, int>::Filled(sideCount));
-    Testing::forEachPoint(all, [&](FixedVector<N, int> const& place) {
-        auto const corner = place + place + place;
-        boxes.push_back({corner, corner + FixedVector<N, int>::Filled(2)});
-    });
-    return boxes;
-}
-
-template <int N>
-int depthOf(IndexSet<N, int> const& set) {
-    int deepest = 0;
-    for (auto const& [each, depth] : stored(set)) {
-        deepest = std::max(deepest, depth);
-    }
-    return deepest;
-}
-
 template <int N>
 void expectShallow(std::vector<OpenEndedRange<N, int>> const& boxes, char const* order) {
     testing::ScopedTrace const trace(__FILE__, __LINE__, testing::Message() << order << " on " << N << " axes");
@@ -525,11 +544,26 @@ TEST(IndexSet, TakesAMillionBoxesUpwardsAndDownwards) {
 TEST(IndexSet, OfManyBoxesMergesWhatTouches) {
     std::vector<Set2::Box> tiles(100, Set2::Box{});
     for (int i = 0; i < 100; ++i) {
-        tiles.push_back({{i % 10, i / 10}, {i % 10 + 1, i / 10 + 1}});
+        int const apart = i < 50 ? 0 : 1;
+        tiles.push_back({{i % 10, i / 10 + apart}, {i % 10 + 1, i / 10 + apart + 1}});
     }
-    EXPECT_EQ(Set2(tiles).toString(), " L 0 (0-10) , (0-10) , \n");
+    EXPECT_EQ(Set2(tiles).toString(), " L 1 (0-10) , (0-5) , \n L 1 (0-10) , (6-11) , \n");
     tiles.push_back({{5, 5}, {20, 20}});
     EXPECT_EQ(Set2(tiles).size(), 100 + 225 - 25);
+}
+
+TEST(IndexSet, QuartersOfAListMakeFullNodes) {
+    for (std::size_t size = 5; size < 2000; ++size) {
+        auto const parts = Detail::quarters(size);
+        std::size_t sum = 0;
+        for (std::size_t part = 0; part < 4; ++part) {
+            sum += parts[part];
+            ASSERT_TRUE(part == 3 || parts[part] % 3 == 1) << parts[part] << " of " << size;
+            ASSERT_NEAR(static_cast<double>(parts[part]), static_cast<double>(size) / 4, 4) << size;
+            ASSERT_GE(parts[part], 1u) << size;
+        }
+        ASSERT_EQ(sum, size);
+    }
 }
 
 TEST(IndexSet, PrintsAndHashesByItsPoints) {
