@@ -1,7 +1,7 @@
 // What a request costs that the cache serves: a sweep that repeats, beside an array that knows the order, and requests
 // at random, beside a scan over arrays of bounds and a spatial index.
 
-#include "contest.h"
+#include "report.h"
 
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/detail/cache_index.h"
@@ -31,8 +31,8 @@ using BulkView::Filters::Detail::CacheIndex;
 using Box = OpenEndedRange<4, int>;
 using Position = FixedVector<4, int>;
 
-constexpr int kSide = 32;          // samples of a brick along each axis
-constexpr int kRequests = 200000;  // per turn
+constexpr int kSide = 32;         // samples of a brick along each axis
+constexpr int kRequests = 20000;  // per call
 
 /// The bricks of a volume of `count` bricks, row after row; uneven ones reach one sample into the next.
 std::vector<Box> bricks(int count, bool uneven) {
@@ -90,7 +90,7 @@ class KnownOrder {
     return index.lookUp<3>(position, AdtEnums::Read);
 }
 
-void sweepOverBoxes(int count) {
+void sweepOverBoxes(Report& report, int count) {
     auto const boxes = bricks(count, /*uneven=*/false);
     std::vector<Position> positions;
     for (Box const& box : boxes) {
@@ -98,13 +98,14 @@ void sweepOverBoxes(int count) {
     }
     KnownOrder known(boxes);
     CacheIndex index = indexOf(boxes);
-    Contest contest(std::to_string(count) + " blocks swept again and again, the look-up alone");
+    Contest contest(std::to_string(count) + " blocks swept again and again");
     contest.enter("array that knows the order", [&] {
         known.restart();
         return serveAll(positions, [&](Position const& p) { return known.lookUp(p); });
     });
-    contest.enter("cache", [&] { return serveAll(positions, [&](Position const& p) { return lookUp(index, p); }); });
+    contest.enter("look-up", [&] { return serveAll(positions, [&](Position const& p) { return lookUp(index, p); }); });
     contest.run();
+    report.ratio(contest, "look-up", "array that knows the order", {1.25});
 }
 
 /// Lends every brick with an owner of its own.
@@ -151,7 +152,7 @@ class KnownHandles {
     std::size_t next_ = 0;
 };
 
-void sweepThroughTheFilter(int count) {
+void sweepThroughTheFilter(Report& report, int count) {
     auto const boxes = bricks(count, /*uneven=*/false);
     auto const cache = CacheFilter::Apply(
         std::make_unique<Bricks>(boxes.back().max), CacheFilter::kNever, CacheFilter::kNever, CacheFilter::kNever);
@@ -163,7 +164,12 @@ void sweepThroughTheFilter(int count) {
         cache->getBuffer(positions.back(), AdtEnums::Read, handle);
         known.add(handle);
     }
-    Contest contest(std::to_string(count) + " blocks swept again and again, with a copy of the handle");
+    Contest contest(std::to_string(count) + " blocks swept again and again");
+    KnownOrder order(boxes);
+    contest.enter("array that knows the order, no lock and no handle", [&] {
+        order.restart();
+        return serveAll(positions, [&](Position const& p) { return order.lookUp(p); });
+    });
     contest.enter("array of handles that knows the order, no lock", [&] {
         known.restart();
         return serveAll(positions, [&](Position const& p) {
@@ -171,13 +177,15 @@ void sweepThroughTheFilter(int count) {
             return handle.info().offset;
         });
     });
-    contest.enter("cache filter", [&] {
+    contest.enter("through the filter", [&] {
         return serveAll(positions, [&](Position const& p) {
             cache->getBuffer(p, AdtEnums::Read, handle);
             return handle.info().offset;
         });
     });
     contest.run();
+    report.ratio(contest, "through the filter", "array of handles that knows the order, no lock", {3.5});
+    report.ratio(contest, "through the filter", "array that knows the order, no lock and no handle");
 }
 
 /// One array per bound, looked through from the first block on.
@@ -238,7 +246,7 @@ class SpatialIndex {
 };
 
 /// Requests at random in places that one block only holds, so that every way to look serves the same.
-void requestAtRandom(int count, bool uneven) {
+void requestAtRandom(Report& report, int count, bool uneven) {
     auto boxes = bricks(count, uneven);
     std::mt19937 random(7);
     std::shuffle(boxes.begin(), boxes.end(), random);
@@ -256,11 +264,17 @@ void requestAtRandom(int count, bool uneven) {
     contest.enter("scan over arrays of bounds", [&] {
         return serveAll(positions, [&](Position const& p) { return scan.lookUp(p); });
     });
-    contest.enter("cache", [&] { return serveAll(positions, [&](Position const& p) { return lookUp(index, p); }); });
+    contest.enter("look-up", [&] { return serveAll(positions, [&](Position const& p) { return lookUp(index, p); }); });
     contest.enter("boost::geometry rtree", [&] {
         return serveAll(positions, [&](Position const& p) { return tree.lookUp(p); });
     });
-    contest.run(/*turns=*/5);
+    contest.run();
+    constexpr int kUnevenFrom = 1000;
+    if (count >= kUnevenFrom) {
+        report.ratio(contest, "look-up", "scan over arrays of bounds", {0.55});
+    }
+    report.ratio(contest, "look-up", "boost::geometry rtree");
+    report.time(contest, "look-up", kRequests, uneven ? Wanted{} : Wanted{40});
 }
 
 }  // namespace
@@ -271,13 +285,16 @@ int main() {
     // A second thread, since locks and counts are cheaper in a process that has one only.
     std::atomic<bool> isDone = false;
     std::thread other([&] { isDone.wait(false); });
+    Report report(
+        "Caching",
+        "Requests that the cache serves. The look-up alone takes no lock and copies no handle; the filter does.");
     for (int const count : {10, 1000, 10000}) {
-        sweepOverBoxes(count);
-        sweepThroughTheFilter(count);
+        sweepOverBoxes(report, count);
+        sweepThroughTheFilter(report, count);
     }
-    requestAtRandom(1000, /*uneven=*/true);
+    requestAtRandom(report, 1000, /*uneven=*/true);
     for (int const count : {10, 1000, 10000}) {
-        requestAtRandom(count, /*uneven=*/false);
+        requestAtRandom(report, count, /*uneven=*/false);
     }
     isDone = true;
     isDone.notify_all();

@@ -3,6 +3,7 @@
 // Contest: several ways to do the same work, timed in turns. Threads: one.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -14,54 +15,90 @@
 
 namespace Quorvel::Dravik::Adt::Benchmarks {
 
-/// Runs its entries one after the other, again and again, so that a slow moment of the machine hits them alike, and
-/// prints each median beside that of the first entry.
+/// Tells the compiler that the memory behind `data` is used by somebody it does not see.
+inline void keep(void const* data) {
+    asm volatile("" : : "g"(data) : "memory");
+}
+
+/// The median of a figure over all rounds, and the quartiles around it.
+struct Spread {
+    double low;
+    double median;
+    double high;
+};
+
+/// Runs its entries one after the other, round after round, so that a slow moment of the machine meets them alike; a
+/// ratio is the median of the ratios within the rounds.
 ///
 /// An entry returns a checksum of what it read or made: it keeps the compiler from leaving the work out, and entries
-/// that disagree end the program, since they did not do the same work.
+/// that disagree end the program, since they did not do the same work. Each has to be repeatable.
 class Contest {
   public:
     explicit Contest(std::string title) : title_(std::move(title)) {}
 
-    /// `work` is done once per turn; the first entry is what the others are measured by.
     void enter(std::string name, std::function<std::uint64_t()> work) {
-        entries_.push_back({std::move(name), std::move(work), {}});
+        entries_.push_back({std::move(name), std::move(work), 1, {}});
     }
 
-    /// A line in place of an entry that cannot take part.
-    void skip(std::string const& name, std::string const& reason) { skipped_.push_back(name + ": " + reason); }
-
-    /// Takes `turns` turns after one that does not count, and prints the result.
-    void run(int turns = 15) {
-        for (int turn = -1; turn < turns; ++turn) {
+    /// Takes rounds for `kSeconds` of processor time, but not fewer than kFewest and not more than kMost.
+    void run() {
+        double round = 0;
+        for (Entry& entry : entries_) {
+            round += warmUp(entry);
+        }
+        int const rounds = static_cast<int>(std::clamp(kSeconds * 1e9 / round, double{kFewest}, double{kMost}));
+        for (int number = 0; number < rounds; ++number) {
             for (Entry& entry : entries_) {
-                double const seconds = timed(entry);
-                if (turn >= 0) {
-                    entry.seconds.push_back(seconds);
-                }
+                entry.nanoseconds.push_back(nanosecondsOfBatch(entry) / entry.batch);
             }
         }
-        print();
+    }
+
+    std::string const& title() const { return title_; }
+    bool has(std::string const& name) const { return find(name) != nullptr; }
+
+    /// Processor time of one call of the work.
+    Spread nanoseconds(std::string const& name) const { return spreadOf(find(name)->nanoseconds); }
+
+    /// How many times as long the one takes as the other.
+    Spread ratio(std::string const& name, std::string const& other) const {
+        std::vector<double> ratios = find(name)->nanoseconds;
+        std::transform(
+            ratios.begin(), ratios.end(), find(other)->nanoseconds.begin(), ratios.begin(), std::divides<>());
+        return spreadOf(std::move(ratios));
     }
 
   private:
+    static constexpr double kSeconds = 0.6;
+    static constexpr int kFewest = 7;
+    static constexpr int kMost = 101;
+    static constexpr double kBatchNanoseconds = 100'000;  // of calls between two looks at the clock
+
     struct Entry {
         std::string name;
         std::function<std::uint64_t()> work;
-        std::vector<double> seconds;
+        int batch;  // calls per round
+        std::vector<double> nanoseconds;
     };
 
-    // Time on the processor: what a busy machine makes a program wait is no price of its work.
-    static double processorSeconds() {
-        timespec now{};
-        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-        return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+    // Finds the size of a batch and returns what it takes.
+    double warmUp(Entry& entry) {
+        double elapsed = nanosecondsOfBatch(entry);
+        while ((elapsed = nanosecondsOfBatch(entry)) < kBatchNanoseconds) {
+            entry.batch *= 2;
+        }
+        return elapsed;
     }
 
-    double timed(Entry& entry) {
-        double const start = processorSeconds();
-        std::uint64_t const checksum = entry.work();
-        double const elapsed = processorSeconds() - start;
+    double nanosecondsOfBatch(Entry const& entry) {
+        double const start = processorNanoseconds();
+        for (int call = 0; call < entry.batch; ++call) {
+            check(entry, entry.work());
+        }
+        return processorNanoseconds() - start;
+    }
+
+    void check(Entry const& entry, std::uint64_t checksum) {
         if (!checksumKnown_) {
             checksum_ = checksum;
             checksumKnown_ = true;
@@ -69,30 +106,29 @@ class Contest {
             std::fprintf(stderr, "%s: %s did other work than the first\n", title_.c_str(), entry.name.c_str());
             std::exit(EXIT_FAILURE);
         }
-        return elapsed;
     }
 
-    static double median(std::vector<double> values) {
-        auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-        std::nth_element(values.begin(), middle, values.end());
-        return *middle;
+    Entry const* find(std::string const& name) const {
+        auto const found =
+            std::find_if(entries_.begin(), entries_.end(), [&](Entry const& entry) { return entry.name == name; });
+        return found == entries_.end() ? nullptr : &*found;
     }
 
-    void print() const {
-        std::printf("%s\n", title_.c_str());
-        double const first = median(entries_.front().seconds);
-        for (Entry const& entry : entries_) {
-            double const seconds = median(entry.seconds);
-            std::printf("  %-44s %9.3f ms   %5.2fx\n", entry.name.c_str(), seconds * 1e3, seconds / first);
-        }
-        for (std::string const& line : skipped_) {
-            std::printf("  %s\n", line.c_str());
-        }
+    // What a busy machine makes a program wait is no price of its work.
+    static double processorNanoseconds() {
+        timespec now{};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+        return 1e9 * static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec);
+    }
+
+    static Spread spreadOf(std::vector<double> values) {
+        std::sort(values.begin(), values.end());
+        std::size_t const last = values.size() - 1;
+        return {values[last / 4], values[last / 2], values[last - last / 4]};
     }
 
     std::string title_;
     std::vector<Entry> entries_;
-    std::vector<std::string> skipped_;
     std::uint64_t checksum_ = 0;
     bool checksumKnown_ = false;
 };

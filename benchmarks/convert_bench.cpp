@@ -1,7 +1,7 @@
 // Conversions of runs of 16384 samples in cache, beside the memory copy that moves as many bytes in and out together, a
 // plain loop compiled for this machine, and, where it is installed, OpenCV's Mat::convertTo.
 
-#include "race.h"
+#include "report.h"
 
 #include "dravik/adt/converters/value_converter_factory.h"
 
@@ -23,8 +23,10 @@
 namespace {
 
 using namespace Quorvel::Dravik::Adt;
+using Benchmarks::Contest;
 using Benchmarks::keep;
-using Benchmarks::Race;
+using Benchmarks::Report;
+using Benchmarks::Wanted;
 using Converters::ValueConverterFactory;
 
 constexpr int kCount = 16384;
@@ -107,161 +109,213 @@ std::vector<T> samples(int count) {
     return values;
 }
 
-void printHeader(char const* title) {
-    std::printf("\n%-28s %9s %9s %9s %9s\n", title, "ns", "x memcpy", "x loop", "x OpenCV");
-}
+/// What a conversion may cost beside each of its peers.
+struct Goals {
+    Wanted copy = {}, best = {}, loop = {}, openCv = {};
+};
 
-void printRow(std::string const& name, Race const& race, std::size_t peers) {
-    std::printf("%-28s %9.0f", name.c_str(), race.time(0));
-    for (std::size_t peer = 1; peer < peers; ++peer) {
-        std::printf(" %9.3f", race.ratio(0, peer));
-    }
-    std::printf("\n");
-}
+constexpr char const* kMemcpy = "memcpy";
+constexpr char const* kLoop = "plain loop";
+constexpr char const* kOpenCv = "OpenCV";
 
+/// One pair of types: what takes part, and that it makes of the samples what our converter makes of them.
 template <class S, class D>
-void measure(ScaleOffset const& transform, int stride) {
-    auto const converter = ValueConverterFactory::getTypeConverter(typeid(S), typeid(D), transform, false);
-    std::vector<S> const in = samples<S>(kCount * stride);
-    std::vector<D> out(kCount);
-    Race race;
-    race.add([&] {
-        if (stride == 1) {
-            converter->convertContiguous(in.data(), 0, out.data(), 0, kCount);
-        } else {
-            converter->convertStrided(in.data(), 0, stride, out.data(), 0, 1, kCount);
-        }
-    });
+class Pair {
+  public:
+    Pair(ScaleOffset const& transform, int stride)
+        : contest_(std::string(Name<S>::kText) + " → " + Name<D>::kText),
+          stride_(stride),
+          isScaled_(!(transform == ScaleOffset::identity())),
+          scale_(static_cast<float>(transform.getScale())),
+          offset_(static_cast<float>(transform.getOffset())),
+          converter_(ValueConverterFactory::getTypeConverter(typeid(S), typeid(D), transform, false)),
+          in_(samples<S>(kCount * stride)),
+          out_(kCount),
+          from_(kCount * (sizeof(S) + sizeof(D)) / 2),
+          to_(from_.size()) {}
 
-    std::vector<char> from(kCount * (sizeof(S) + sizeof(D)) / 2);
-    std::vector<char> to(from.size());
-    race.add([&] {
-        std::memcpy(to.data(), from.data(), to.size());
-        keep(to.data());
-    });
-
-    bool const scaled = !(transform == ScaleOffset::identity());
-    double const scale = static_cast<float>(transform.getScale());
-    double const offset = static_cast<float>(transform.getOffset());
-    race.add([&] {
-        if (scaled) {
-            plainScaledLoop(in.data(), out.data(), scale, offset);
-        } else if (stride == 1) {
-            plainLoop(in.data(), out.data());
+    void measure(Report& report, Goals const& goals) {
+        enter("", 0, [this] { convert(); });
+        enter(kLoop, 0, [this] { loop(); });
+        enterOpenCv();
+        contest_.enter(kMemcpy, [this] {
+            std::memcpy(to_.data(), from_.data(), to_.size());
+            keep(to_.data());
+            return 0;
+        });
+        contest_.run();
+        report.ratio(contest_, "", kMemcpy, goals.copy);
+        if (goals.best.atMost != 0) {
+            report.ratioToBest(contest_, "", {kLoop, kOpenCv}, goals.best);
         } else {
-            plainStridedLoop(in.data(), stride, out.data());
+            report.ratio(contest_, "", kLoop, goals.loop);
+            report.ratio(contest_, "", kOpenCv, goals.openCv);
         }
-        keep(out.data());
-    });
-    std::size_t peers = 3;
+    }
+
+  private:
+    void convert() {
+        if (stride_ == 1) {
+            converter_->convertContiguous(in_.data(), 0, out_.data(), 0, kCount);
+        } else {
+            converter_->convertStrided(in_.data(), 0, stride_, out_.data(), 0, 1, kCount);
+        }
+    }
+
+    void loop() {
+        if (isScaled_) {
+            plainScaledLoop(in_.data(), out_.data(), double{scale_}, double{offset_});
+        } else if (stride_ == 1) {
+            plainLoop(in_.data(), out_.data());
+        } else {
+            plainStridedLoop(in_.data(), stride_, out_.data());
+        }
+    }
 
 #ifdef DRAVIK_ADT_BENCH_OPENCV
-    using CvIn = std::conditional_t<std::is_same_v<S, char>, schar, S>;
-    using CvOut = std::conditional_t<std::is_same_v<D, char>, schar, D>;
-    // A column of a matrix is what OpenCV has for a strided run.
-    cv::Mat const all(kCount, stride, cv::DataType<CvIn>::type, const_cast<S*>(in.data()));
-    cv::Mat const source = stride == 1 ? all.reshape(1, 1) : all.col(0);
-    cv::Mat destination(source.rows, source.cols, cv::DataType<CvOut>::type, out.data());
-    race.add([&] { source.convertTo(destination, destination.type(), scaled ? scale : 1, scaled ? offset : 0); });
-    ++peers;
+    void enterOpenCv() {
+        using CvIn = std::conditional_t<std::is_same_v<S, char>, schar, S>;
+        using CvOut = std::conditional_t<std::is_same_v<D, char>, schar, D>;
+        // A column of a matrix is what OpenCV has for a strided run.
+        cv::Mat const all(kCount, stride_, cv::DataType<CvIn>::type, in_.data());
+        cv::Mat const source = stride_ == 1 ? all.reshape(1, 1) : all.col(0);
+        cv::Mat const destination(source.rows, source.cols, cv::DataType<CvOut>::type, out_.data());
+        // It scales in single precision.
+        double const difference = !isScaled_ ? 0 : std::is_same_v<D, float> ? 1e-4 : 1;
+        enter(kOpenCv, difference, [this, source, destination] {
+            source.convertTo(
+                destination, destination.type(), isScaled_ ? double{scale_} : 1, isScaled_ ? double{offset_} : 0);
+        });
+    }
+#else
+    void enterOpenCv() {}
 #endif
 
-    race.run();
-    printRow(std::string(Name<S>::kText) + " -> " + Name<D>::kText, race, peers);
+    /// `work` fills out_; a sample may differ by so much from that of the first to enter.
+    template <class Work>
+    void enter(std::string const& name, double difference, Work work) {
+        std::fill(out_.begin(), out_.end(), D{});
+        work();
+        expected_ = expected_.empty() ? out_ : expected_;
+        for (std::size_t k = 0; k < out_.size(); ++k) {
+            if (std::abs(static_cast<double>(out_[k]) - static_cast<double>(expected_[k])) > difference) {
+                std::fprintf(
+                    stderr, "%s: %s makes %g of sample %zu, not %g\n", contest_.title().c_str(), name.c_str(),
+                    static_cast<double>(out_[k]), k, static_cast<double>(expected_[k]));
+                std::exit(EXIT_FAILURE);
+            }
+        }
+        contest_.enter(name, [this, work] {
+            work();
+            keep(out_.data());
+            return 0;
+        });
+    }
+
+    Contest contest_;
+    int stride_;
+    bool isScaled_;
+    float scale_, offset_;
+    boost::shared_ptr<IValueConverter const> converter_;
+    std::vector<S> in_;
+    std::vector<D> out_, expected_;
+    std::vector<char> from_, to_;
+};
+
+bool bitOf(std::vector<unsigned char> const& bytes, std::size_t bit) {
+    return (bytes[bit / 8] >> bit % 8 & 1) != 0;
 }
 
-void measureBits(int inBit, int outBit) {
+void measureBits(Report& report, int inBit, int outBit) {
     auto const converter = ValueConverterFactory::getCopyConverter(1);
-    std::vector<unsigned char> in(kCount / 8 + 2, 0x5a);
-    std::vector<unsigned char> out(in.size());
-    Race race;
-    race.add([&] { converter->convertContiguous(in.data(), inBit, out.data(), outBit, kCount); });
-    race.add([&] {
-        std::memcpy(out.data(), in.data(), kCount / 8);
+    std::vector<unsigned char> const in = samples<unsigned char>(kCount / 8 + 2);
+    std::vector<unsigned char> out(in.size()), copied(in.size());
+    std::vector<bool> boolsIn(kCount + 8), boolsOut(kCount + 8);
+    for (std::size_t bit = 0; bit < boolsIn.size(); ++bit) {
+        boolsIn[bit] = bitOf(in, bit);
+    }
+    Contest contest("bit " + std::to_string(inBit) + " → bit " + std::to_string(outBit));
+    contest.enter("", [&] {
+        converter->convertContiguous(in.data(), inBit, out.data(), outBit, kCount);
         keep(out.data());
+        return 0;
     });
-    std::vector<bool> const boolsIn(kCount + 8, true);
-    std::vector<bool> boolsOut(kCount + 8);
-    race.add([&] {
+    contest.enter(kMemcpy, [&] {
+        std::memcpy(copied.data(), in.data(), kCount / 8);
+        keep(copied.data());
+        return 0;
+    });
+    contest.enter("std::vector<bool>", [&] {
         std::copy(boolsIn.begin() + inBit, boolsIn.begin() + inBit + kCount, boolsOut.begin() + outBit);
         keep(&boolsOut);
+        return 0;
     });
-    race.run();
-    printRow("bits " + std::to_string(inBit) + " -> " + std::to_string(outBit), race, 3);
-}
-
-template <class S, class D>
-void plain() {
-    measure<S, D>(ScaleOffset(), 1);
-}
-
-template <class S, class D>
-void scaled() {
-    measure<S, D>(ScaleOffset(0.37, 3.1), 1);
-}
-
-template <class D>
-void scaledFromAll() {
-    scaled<unsigned char, D>();
-    scaled<char, D>();
-    scaled<unsigned short, D>();
-    scaled<short, D>();
-    if constexpr (!std::is_same_v<D, int>) {
-        scaled<int, D>();
-        scaled<float, D>();
+    contest.run();
+    for (int k = 0; k < kCount; ++k) {
+        auto const bit = static_cast<std::size_t>(outBit + k);
+        if (bitOf(out, bit) != boolsOut[bit]) {
+            std::fprintf(stderr, "%s: bit %d is not the same\n", contest.title().c_str(), k);
+            std::exit(EXIT_FAILURE);
+        }
     }
+    report.ratio(contest, "", kMemcpy, {inBit == outBit ? 1.3 : 6});
+    report.ratio(contest, "", "std::vector<bool>", {inBit == outBit ? 0 : 0.02});
 }
 
-template <class S>
-void narrowToAll() {
-    plain<S, unsigned char>();
-    plain<S, char>();
-    plain<S, unsigned short>();
-    plain<S, short>();
-}
+/// Every pair of a group of conversions.
+class Group {
+  public:
+    Group(char const* subject, char const* about, Goals const& goals, ScaleOffset const& transform = {}, int stride = 1)
+        : report_(subject, about), goals_(goals), transform_(transform), stride_(stride) {}
+
+    template <class S, class... Ds>
+    Group& from() {
+        (Pair<S, Ds>(transform_, stride_).measure(report_, goals_), ...);
+        return *this;
+    }
+
+  private:
+    Report report_;
+    Goals goals_;
+    ScaleOffset transform_;
+    int stride_;
+};
+
+using U8 = unsigned char;
+using I8 = char;
+using U16 = unsigned short;
+using I16 = short;
 
 }  // namespace
 
 int main() {
-    printHeader("widening");
-    plain<unsigned char, short>();
-    plain<unsigned char, int>();
-    plain<unsigned char, float>();
-    plain<char, short>();
-    plain<char, int>();
-    plain<char, float>();
-    plain<unsigned short, int>();
-    plain<unsigned short, float>();
-    plain<short, int>();
-    plain<short, float>();
-    plain<int, float>();
-    printHeader("narrowing");
-    plain<unsigned char, char>();
-    plain<char, unsigned char>();
-    plain<unsigned short, unsigned char>();
-    plain<unsigned short, char>();
-    plain<unsigned short, short>();
-    plain<short, unsigned char>();
-    plain<short, char>();
-    plain<short, unsigned short>();
-    narrowToAll<int>();
-    narrowToAll<float>();
-    printHeader("scaled");
-    scaledFromAll<unsigned char>();
-    scaledFromAll<char>();
-    scaledFromAll<unsigned short>();
-    scaledFromAll<short>();
-    scaledFromAll<int>();
-    scaledFromAll<float>();
-    printHeader("every 7th value");
-    measure<float, unsigned char>(ScaleOffset(), 7);
-    measure<float, char>(ScaleOffset(), 7);
-    measure<float, unsigned short>(ScaleOffset(), 7);
-    measure<float, short>(ScaleOffset(), 7);
-    std::printf("\n%-28s %9s %9s %9s\n", "one-bit runs", "ns", "x memcpy", "x v<bool>");
-    measureBits(3, 3);
-    measureBits(0, 0);
-    measureBits(3, 6);
-    measureBits(6, 1);
-    return EXIT_SUCCESS;
+    ScaleOffset const scaled(0.37, 3.1);
+    Group(
+        "Conversion: integers, and integers to float",
+        "Runs of 16384 samples; memcpy moves as many bytes, half of them in and half of them out.",
+        {.copy = {1.15}, .best = {0.9}})
+        .from<U8, I8, I16, int, float>()
+        .from<I8, U8, I16, int, float>()
+        .from<U16, U8, I8, I16, int, float>()
+        .from<I16, U8, I8, U16, int, float>()
+        .from<int, U8, I8, U16, I16, float>();
+    Group("Conversion: float to integers", "Runs of 16384 samples.", {.openCv = {0.6}}).from<float, U8, I8, U16, I16>();
+    Group("Conversion: 8 and 16 bits scaled", "Runs of 16384 samples, times 0.37, plus 3.1.", {.openCv = {0.6}}, scaled)
+        .from<U8, U8, I8, U16, I16, int, float>()
+        .from<I8, U8, I8, U16, I16, int, float>()
+        .from<U16, U8, I8, U16, I16, int, float>()
+        .from<I16, U8, I8, U16, I16, int, float>();
+    Group(
+        "Conversion: int and float scaled",
+        "As above. The plain loop computes in double precision, with the same bits as result; OpenCV does not.",
+        {.loop = {0.5}}, scaled)
+        .from<int, U8, I8, U16, I16, float>()
+        .from<float, U8, I8, U16, I16, float>();
+    Group("Conversion: every 7th float to integers", "16384 samples; OpenCV converts a column.", {.best = {0.6}}, {}, 7)
+        .from<float, U8, I8, U16, I16>();
+    Report bits("Conversion: one-bit runs", "16384 bits, copied from one place in a byte to another.");
+    measureBits(bits, 3, 3);
+    measureBits(bits, 0, 0);
+    measureBits(bits, 3, 6);
+    measureBits(bits, 6, 1);
 }

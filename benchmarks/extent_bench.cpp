@@ -1,6 +1,6 @@
 // What an intersection of extents costs beside a walk along both of them.
 
-#include "contest.h"
+#include "report.h"
 
 #include "dravik/adt/core/extent.h"
 
@@ -28,7 +28,7 @@ std::int64_t walk(Extent const& left, Extent const& right) {
     return x == y && x < leftEnd && y < rightEnd ? x : -1;
 }
 
-void intersect(char const* name, int lowestStep, int highestStep) {
+void intersect(Report& report, char const* name, int lowestStep, int highestStep, Wanted wanted) {
     std::mt19937 engine(7);
     std::vector<std::pair<Extent, Extent>> pairs(4096);
     auto const random = [&engine](int lowest, int highest) {
@@ -45,7 +45,7 @@ void intersect(char const* name, int lowestStep, int highestStep) {
         }
         return static_cast<std::uint64_t>(sum);
     };
-    Contest contest(std::string("4096 intersections of extents, ") + name);
+    Contest contest(name);
     contest.enter("walk", [&] { return sumOf(walk); });
     contest.enter("intersection", [&] {
         return sumOf([](Extent const& left, Extent const& right) {
@@ -53,15 +53,17 @@ void intersect(char const* name, int lowestStep, int highestStep) {
             return common.isEmpty() ? std::int64_t{-1} : std::int64_t{common.origin};
         });
     });
-    contest.run(15);
+    contest.run();
+    report.ratio(contest, "intersection", "walk", wanted);
 }
 
 }  // namespace
 }  // namespace Quorvel::Dravik::Adt::Benchmarks
 
 int main() {
-    using Quorvel::Dravik::Adt::Benchmarks::intersect;
-    intersect("steps of 1 to 4", 1, 4);
-    intersect("steps of 1 to 16", 1, 16);
-    intersect("steps of 1000 to 5000", 1000, 5000);
+    using namespace Quorvel::Dravik::Adt::Benchmarks;
+    Report report("Extents", "The intersection of two extents of 10 000 indices, beside a walk along both of them.");
+    intersect(report, "steps of 1 to 4", 1, 4, {0.8});
+    intersect(report, "steps of 1 to 16", 1, 16, {0.8});
+    intersect(report, "steps of 1000 to 5000", 1000, 5000, {0.07});
 }

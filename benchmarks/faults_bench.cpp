@@ -1,7 +1,6 @@
-// What a guarded call costs beside a plain one, and a fault beside an exception. A thousand calls a turn: the figures
-// are microseconds per call.
+// What a guarded call costs beside a plain one, and a fault beside an exception.
 
-#include "contest.h"
+#include "report.h"
 
 #include "dravik/adt/exceptions/cloned_exception.h"
 
@@ -73,8 +72,8 @@ std::function<std::uint64_t()> nested(std::function<std::uint64_t()> body) {
     };
 }
 
-void callsThatSucceed() {
-    Contest contest("1000 calls that succeed");
+void callsThatSucceed(Report& report) {
+    Contest contest("a call that succeeds");
     contest.enter("outermost guarded call", calls([] { return guarded(&work); }));
     contest.enter("guarded call inside another", nested(calls([] { return guarded(&work); })));
     contest.enter("plain call through a pointer", calls([] {
@@ -83,21 +82,31 @@ void callsThatSucceed() {
                       return opaque(&one);
                   }));
     contest.run();
+    report.time(contest, "outermost guarded call", kCalls, {5800});
+    report.time(contest, "guarded call inside another", kCalls, {300});
+    report.time(contest, "plain call through a pointer", kCalls);
 }
 
-void callsThatFail() {
-    Contest contest("1000 calls that fail, with a clone of the failure");
+void callsThatFail(Report& report) {
+    Contest contest("a call that fails, with a clone of the failure");
     contest.enter("exception in a try block", calls([] { return caught(&throwOut); }));
     contest.enter("exception in a guarded call", calls([] { return guarded(&throwOut); }));
     contest.enter("fault in an outermost guarded call", calls([] { return guarded(&fault); }));
     contest.enter("fault in a guarded call inside another", nested(calls([] { return guarded(&fault); })));
     contest.run();
+    report.time(contest, "fault in an outermost guarded call", kCalls, {9000});
+    report.time(contest, "fault in a guarded call inside another", kCalls, {9000});
+    report.ratio(contest, "fault in an outermost guarded call", "exception in a try block");
+    report.ratio(contest, "fault in a guarded call inside another", "exception in a try block");
+    report.ratio(contest, "exception in a guarded call", "exception in a try block");
 }
 
 }  // namespace
 }  // namespace Quorvel::Dravik::Adt::Benchmarks
 
 int main() {
-    Quorvel::Dravik::Adt::Benchmarks::callsThatSucceed();
-    Quorvel::Dravik::Adt::Benchmarks::callsThatFail();
+    using namespace Quorvel::Dravik::Adt::Benchmarks;
+    Report report("Guarded calls", "What a guard costs, and a processor fault that becomes an exception.");
+    callsThatSucceed(report);
+    callsThatFail(report);
 }

@@ -1,7 +1,7 @@
 // What counting a sample costs, one by one and in runs, beside a plain loop and Boost.Histogram with the same
 // statistics.
 
-#include "contest.h"
+#include "report.h"
 
 #include "dravik/adt/diagnostics/histogram.h"
 
@@ -86,7 +86,7 @@ std::uint64_t boostHistogram(std::vector<float> const& samples, unsigned resolut
     return statistics.checksum();
 }
 
-void compete(std::string const& title, std::vector<float> const& samples, unsigned resolution) {
+void compete(Report& report, std::string const& title, std::vector<float> const& samples, unsigned resolution) {
     Contest contest(title);
     contest.enter("plain loop", [&] { return plainLoop(samples, resolution); });
     contest.enter("add, a run at a time", [&] {
@@ -108,6 +108,11 @@ void compete(std::string const& title, std::vector<float> const& samples, unsign
     });
     contest.enter("Boost.Histogram and the statistics", [&] { return boostHistogram(samples, resolution); });
     contest.run();
+    report.ratio(contest, "add, a run at a time", "plain loop", {0.6});
+    report.ratio(contest, "add, a run at a time", "Boost.Histogram and the statistics");
+    report.ratio(contest, "flexible, a run at a time", "plain loop");
+    report.ratio(contest, "add, one by one", "plain loop", {1});
+    report.ratio(contest, "add, one by one", "Boost.Histogram and the statistics", {0.9});
 }
 
 // Normally distributed; `wild` of a million lie outside, half of them not a number.
@@ -130,8 +135,9 @@ std::vector<float> samplesWith(int wild) {
 
 int main() {
     using namespace Quorvel::Dravik::Adt::Benchmarks;
+    Report report("Histograms", "2²⁰ samples counted, with their sum, sum of squares and extremes.");
     auto const tame = samplesWith(0);
-    compete("2^20 samples into 256 bins", tame, 256);
-    compete("2^20 samples into 10000 bins", tame, 10000);
-    compete("2^20 samples into 10000 bins, one in a hundred outside or missing", samplesWith(10000), 10000);
+    compete(report, "256 bins", tame, 256);
+    compete(report, "10 000 bins", tame, 10000);
+    compete(report, "10 000 bins, one in a hundred outside or missing", samplesWith(10000), 10000);
 }

@@ -1,7 +1,7 @@
 // What a set of boxes costs as it grows from 100 to 100 000 of them: beside R-trees, packed and grown box by box, in
 // three dimensions, and beside a set of intervals in one.
 
-#include "contest.h"
+#include "report.h"
 
 #include "dravik/adt/core/index_set.h"
 
@@ -19,9 +19,10 @@ namespace {
 
 namespace Index = boost::geometry::index;
 
-constexpr int kSpacing = 16;       // of the cells that the boxes lie in
-constexpr int kQuestions = 20000;  // per turn
-constexpr int kChanges = 1000;     // per turn
+constexpr int kCounts[] = {100, 1000, 10000, 100000};  // of boxes
+constexpr int kSpacing = 16;                           // of the cells that the boxes lie in
+constexpr int kQuestions = 20000;                      // per call
+constexpr int kChanges = 1000;                         // per call
 
 template <int N>
 using Box = OpenEndedRange<N, int>;
@@ -57,8 +58,10 @@ class Scene {
         }
     }
 
-    std::string title(std::string const& work) const {
-        return std::to_string(N) + "-D, " + std::to_string(boxes.size()) + " boxes: " + work;
+    int count() const { return static_cast<int>(boxes.size()); }
+
+    Contest contest(std::string const& work) const {
+        return Contest(std::to_string(count()) + (N == 1 ? " intervals, " : " boxes, ") + work);
     }
 
     std::vector<Box<N>> boxes;
@@ -117,8 +120,45 @@ struct Intervals {
 
 template <class Structure>
 struct Entrant {
-    char const* name;
+    std::string name;
     Structure structure;
+};
+
+/// What every operation costs as the set grows. Printed as a table when it goes.
+class Growth {
+  public:
+    explicit Growth(char const* subject) : subject_(subject) {}
+    Growth(Growth const&) = delete;
+    Growth& operator=(Growth const&) = delete;
+    ~Growth() {
+        std::printf("## %s\n\nNanoseconds per box, question or change.\n\n| boxes in the set |", subject_);
+        for (int const count : kCounts) {
+            std::printf(" %d |", count);
+        }
+        std::printf("\n|---|---|---|---|---|\n");
+        for (auto const& [operation, prices] : rows_) {
+            std::printf("| %s |", operation.c_str());
+            for (double const price : prices) {
+                std::printf(price < 10 ? " %.1f |" : " %.0f |", price);
+            }
+            std::printf("\n");
+        }
+        std::printf("\n");
+    }
+
+    /// The next price, in the order of kCounts, of the operation that the contest's title says after its comma.
+    void note(Contest const& contest, std::string const& entry, int parts) {
+        std::string const operation = contest.title().substr(contest.title().find(',') + 2);
+        auto row = std::find_if(rows_.begin(), rows_.end(), [&](auto const& each) { return each.first == operation; });
+        if (row == rows_.end()) {
+            row = rows_.insert(row, {operation, {}});
+        }
+        row->second.push_back(contest.nanoseconds(entry).median / parts);
+    }
+
+  private:
+    char const* subject_;
+    std::vector<std::pair<std::string, std::vector<double>>> rows_;
 };
 
 template <class Structure, int N>
@@ -130,34 +170,42 @@ Structure grown(std::vector<Box<N>> const& boxes) {
     return structure;
 }
 
-template <int N, class... Structures>
-void askAll(Scene<N> const& scene, Entrant<Structures> const&... entrants) {
+/// Whether points lie in the entrants and boxes meet them; `tell(contest)` takes the figures.
+template <int N, class Tell, class... Structures>
+void askAll(Scene<N> const& scene, Tell const& tell, Entrant<Structures> const&... entrants) {
     auto const count = [&](auto const& isTrue) {
         return static_cast<std::uint64_t>(std::count_if(scene.questions.begin(), scene.questions.end(), isTrue));
     };
-    Contest contains(scene.title("20000 x contains a point"));
+    Contest contains = scene.contest("contains a point");
     (contains.enter(
          entrants.name,
          [&] { return count([&](auto const& question) { return entrants.structure.contains(question.min); }); }),
      ...);
     contains.run();
-    Contest intersects(scene.title("20000 x intersects a box"));
+    tell(contains);
+    Contest intersects = scene.contest("intersects a box");
     (intersects.enter(
          entrants.name,
          [&] { return count([&](auto const& question) { return entrants.structure.intersects(question); }); }),
      ...);
     intersects.run();
+    tell(intersects);
 }
 
 template <int N, class... Structures>
-void changeAll(Scene<N> const& scene, Entrant<Structures>&&... entrants) {
-    Contest build(scene.title("add one after the other"));
-    (build.enter(
+Contest addAll(Scene<N> const& scene, Entrant<Structures> const&... entrants) {
+    Contest contest = scene.contest("add one after the other");
+    (contest.enter(
          entrants.name,
          [&]() -> std::uint64_t { return grown<Structures>(scene.boxes).contains(scene.boxes.back().min); }),
      ...);
-    build.run();
-    Contest change(scene.title("1000 x remove, then add again"));
+    contest.run();
+    return contest;
+}
+
+template <int N, class... Structures>
+Contest changeAll(Scene<N> const& scene, Entrant<Structures>&... entrants) {
+    Contest contest = scene.contest("remove, then add again");
     auto const swap = [&](auto& structure) -> std::uint64_t {
         for (std::size_t i = 0; i < kChanges; ++i) {
             structure.remove(scene.boxes[i % scene.boxes.size()]);
@@ -165,22 +213,24 @@ void changeAll(Scene<N> const& scene, Entrant<Structures>&&... entrants) {
         }
         return structure.contains(scene.boxes.front().min);
     };
-    (change.enter(entrants.name, [&] { return swap(entrants.structure); }), ...);
-    change.run();
+    (contest.enter(entrants.name, [&] { return swap(entrants.structure); }), ...);
+    contest.run();
+    return contest;
 }
 
 /// What no other structure here does.
-void askOurs(Scene<3> const& scene, IndexSet<3, int> const& set) {
-    auto const alone = [&](char const* work, std::function<std::uint64_t()> const& run) {
-        Contest contest(scene.title(work));
+void askOurs(Scene<3> const& scene, IndexSet<3, int> const& set, Growth& growth) {
+    auto const alone = [&](char const* work, int parts, std::function<std::uint64_t()> const& run) {
+        Contest contest = scene.contest(work);
         contest.enter("IndexSet", run);
         contest.run();
+        growth.note(contest, "IndexSet", parts);
     };
-    alone("20000 x isSubset of a box", [&] {
+    alone("isSubset of a box", kQuestions, [&] {
         return static_cast<std::uint64_t>(std::count_if(
             scene.questions.begin(), scene.questions.end(), [&](auto const& box) { return set.isSubset(box); }));
     });
-    alone("20000 x intersection with a box", [&] {
+    alone("intersection with a box", kQuestions, [&] {
         return std::accumulate(
             scene.questions.begin(), scene.questions.end(), std::uint64_t{0},
             [&](std::uint64_t sum, auto const& box) { return sum + set.intersection(box).boundsSize(); });
@@ -192,63 +242,103 @@ void askOurs(Scene<3> const& scene, IndexSet<3, int> const& set) {
         }
         return all;
     }();
-    alone("union with itself moved by 2", [&] {
+    alone("union with itself moved by 2", scene.count(), [&] {
         IndexSet<3, int> both(set);
         both.add(moved);
         return static_cast<std::uint64_t>(both.size());
     });
-    alone("difference from itself moved by 2", [&] {
+    alone("difference from itself moved by 2", scene.count(), [&] {
         IndexSet<3, int> rest(set);
         rest.remove(moved);
         return static_cast<std::uint64_t>(rest.size());
     });
-    alone("intersection with itself moved by 2", [&] {
+    alone("intersection with itself moved by 2", scene.count(), [&] {
         return static_cast<std::uint64_t>(set.intersection(moved).size());
     });
-    alone("equal to itself built at once", [&, again = IndexSet<3, int>(scene.boxes)] { return set == again; });
-    alone("iteration", [&] {
+    alone("equal to itself built at once", scene.count(), [&, again = IndexSet<3, int>(scene.boxes)] {
+        return set == again;
+    });
+    alone("iteration", scene.count(), [&] {
         auto const boxes = set.boxes();
         return static_cast<std::uint64_t>(std::distance(boxes.begin(), boxes.end()));
     });
 }
 
-void compareWithTrees(int count) {
+void compareWithTrees(Report& report, Growth& growth, int count) {
     using Quadratic = RTree<Index::quadratic<16>>;
     using RStar = RTree<Index::rstar<16>>;
+    std::string const ours = "grown", atOnce = "built at once";
+    std::string const rstar = "R*-tree", quadratic = "R-tree with quadratic splits", packed = "packed R-tree";
     Scene<3> const scene(count);
     std::vector<Quadratic::Value> values;
     std::transform(scene.boxes.begin(), scene.boxes.end(), std::back_inserter(values), Quadratic::value);
-    askAll<3>(
-        scene, Entrant<OurSet<3>>{"IndexSet, grown", grown<OurSet<3>>(scene.boxes)},
-        Entrant<OurSet<3>>{"IndexSet, built at once", {IndexSet<3, int>(scene.boxes)}},
-        Entrant<RStar>{"R*-tree, grown", grown<RStar>(scene.boxes)},
-        Entrant<Quadratic>{"R-tree with quadratic splits, grown", grown<Quadratic>(scene.boxes)},
-        Entrant<Quadratic>{"R-tree, packed", {decltype(Quadratic::tree)(values)}});
-    changeAll<3>(
-        scene, Entrant<OurSet<3>>{"IndexSet", grown<OurSet<3>>(scene.boxes)},
-        Entrant<RStar>{"R*-tree", grown<RStar>(scene.boxes)},
-        Entrant<Quadratic>{"R-tree with quadratic splits", grown<Quadratic>(scene.boxes)});
-    Contest atOnce(scene.title("build at once"));
-    atOnce.enter("IndexSet", [&] { return IndexSet<3, int>(scene.boxes).isEmpty(); });
-    atOnce.enter("R-tree, packed", [&] { return decltype(Quadratic::tree)(values).empty(); });
-    atOnce.run();
-    askOurs(scene, grown<OurSet<3>>(scene.boxes).set);
+    Entrant<OurSet<3>> grownSet{ours, grown<OurSet<3>>(scene.boxes)};
+    Entrant<RStar> grownStar{rstar, grown<RStar>(scene.boxes)};
+    Entrant<Quadratic> grownTree{quadratic, grown<Quadratic>(scene.boxes)};
+    askAll(
+        scene,
+        [&](Contest const& contest) {
+            Wanted const wanted{count >= 1000 ? 0.35 : 0};
+            report.ratioToBest(contest, ours, {rstar, quadratic, packed}, wanted);
+            report.ratioToBest(contest, atOnce, {rstar, quadratic, packed}, wanted);
+            growth.note(contest, ours, kQuestions);
+        },
+        grownSet, Entrant<OurSet<3>>{atOnce, {IndexSet<3, int>(scene.boxes)}}, grownStar, grownTree,
+        Entrant<Quadratic>{packed, {decltype(Quadratic::tree)(values)}});
+
+    Contest const build = addAll(scene, grownSet, grownStar, grownTree);
+    Contest buildAtOnce = scene.contest("build at once");
+    buildAtOnce.enter(atOnce, [&] { return IndexSet<3, int>(scene.boxes).isEmpty(); });
+    buildAtOnce.enter(packed, [&] { return decltype(Quadratic::tree)(values).empty(); });
+    buildAtOnce.run();
+    askOurs(scene, grownSet.structure.set, growth);
+    Contest const change = changeAll(scene, grownSet, grownStar, grownTree);
+    for (std::string const& peer : {rstar, quadratic}) {
+        report.ratio(build, ours, peer, {0.8});
+        report.ratio(change, ours, peer, {1.2});
+    }
+    report.ratio(buildAtOnce, atOnce, packed);
+    growth.note(build, ours, count);
+    growth.note(buildAtOnce, atOnce, count);
+    growth.note(change, ours, kChanges);
 }
 
-void compareWithIntervals(int count) {
+void compareWithIntervals(Report& report, Growth& growth, int count) {
+    std::string const ours = "grown", peer = "boost::icl::interval_set";
     Scene<1> const scene(count);
-    Entrant<OurSet<1>> ours{"IndexSet", grown<OurSet<1>>(scene.boxes)};
-    Entrant<Intervals> intervals{"boost::icl::interval_set", grown<Intervals>(scene.boxes)};
-    askAll<1>(scene, ours, intervals);
-    changeAll<1>(scene, std::move(ours), std::move(intervals));
+    Entrant<OurSet<1>> set{ours, grown<OurSet<1>>(scene.boxes)};
+    Entrant<Intervals> intervals{peer, grown<Intervals>(scene.boxes)};
+    askAll(
+        scene,
+        [&](Contest const& contest) {
+            report.ratio(contest, ours, peer, {count >= 10000 ? 0.5 : 0});
+            growth.note(contest, ours, kQuestions);
+        },
+        set, intervals);
+    Contest const build = addAll(scene, set, intervals);
+    Contest const change = changeAll(scene, set, intervals);
+    report.ratio(build, ours, peer, {1.5});
+    report.ratio(change, ours, peer);
+    growth.note(build, ours, count);
+    growth.note(change, ours, kChanges);
 }
 
 }  // namespace
 }  // namespace Quorvel::Dravik::Adt::Benchmarks
 
 int main() {
-    for (int const count : {100, 1000, 10000, 100000}) {
-        Quorvel::Dravik::Adt::Benchmarks::compareWithTrees(count);
-        Quorvel::Dravik::Adt::Benchmarks::compareWithIntervals(count);
+    using namespace Quorvel::Dravik::Adt::Benchmarks;
+    {
+        Growth growth("Index sets in three dimensions: growth");
+        Report report(
+            "Index sets in three dimensions", "Disjoint boxes in random order, beside Boost.Geometry's trees.");
+        for (int const count : kCounts) {
+            compareWithTrees(report, growth, count);
+        }
+    }
+    Growth growth("Index sets in one dimension: growth");
+    Report report("Index sets in one dimension", "Disjoint intervals in random order.");
+    for (int const count : kCounts) {
+        compareWithIntervals(report, growth, count);
     }
 }

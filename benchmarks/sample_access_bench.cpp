@@ -2,7 +2,7 @@
 // bricks; one by one, iterated and as traces. Beside a raw pointer, an array that checks its bounds, and others'
 // arrays.
 
-#include "contest.h"
+#include "report.h"
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/typed_3d_views.h"
@@ -185,12 +185,13 @@ class SampleAccessBench {
 #endif
     }
 
-    void readOneByOne(int turns) {
-        std::string const cube = " of " + std::to_string(side_) + "^3";
-        enterAll("get, all samples" + cube + " in memory order", turns, [this](auto read) {
-            return sumInOrder(side_, read);
-        });
-        enterAll("get, every fourth plane" + cube + " across memory order", turns, [this](auto read) {
+    void readOneByOne(Report& report) {
+        std::string const cube = " of " + std::to_string(side_) + "³";
+        bool const inCache = side_ == 64;
+        enterAll(
+            report, "all samples" + cube + " in memory order", {.checked = {1.5}, .tree = {0.5}},
+            [this](auto read) { return sumInOrder(side_, read); });
+        enterAll(report, "every fourth plane" + cube + " across memory order", {.raw = {1.15}}, [this](auto read) {
             return sumAcross(side_, read);
         });
         std::mt19937 engine(7);
@@ -199,41 +200,46 @@ class SampleAccessBench {
         for (Index3& each : indices) {
             each = Index3(index(engine), index(engine), index(engine));
         }
-        enterAll("get, 2^20 samples" + cube + " at random", turns, [&](auto read) { return sumAt(indices, read); });
+        enterAll(report, "2²⁰ samples" + cube + " at random", {.checked = {inCache ? 1.7 : 0}}, [&](auto read) {
+            return sumAt(indices, read);
+        });
     }
 
-    void iterate(int turns) {
-        Contest contest("iteration over " + std::to_string(side_) + "^3 samples");
+    void iterate(Report& report) {
+        Contest contest(std::to_string(side_) + "³ samples");
         contest.enter("raw pointer", [this] { return sumInOrder(side_, raw_); });
-        contest.enter("samples() of one block", [this] { return sumOf(block_); });
-        contest.enter("samples() over bricks of 64^3", [this] { return sumOf(bricks_); });
-        contest.enter("get, one block", [this] { return sumInOrder(side_, readerOf(block_)); });
-        contest.run(turns);
+        contest.enter("one block", [this] { return sumOf(block_); });
+        contest.enter("bricks of 64³", [this] { return sumOf(bricks_); });
+        contest.run();
+        report.ratio(contest, "one block", "raw pointer", {1.15});
+        report.ratio(contest, "bricks of 64³", "raw pointer");
     }
 
-    void copyTraces(int count) {
-        Contest contest("traces of " + std::to_string(count) + " adjacent samples");
+    void copyTraces(Report& report, int count) {
+        Contest contest(std::to_string(count) + " adjacent samples");
         std::vector<float> out(static_cast<std::size_t>(count));
         enterTraces(contest, "memcpy", [&](int i, int j) {
             std::memcpy(out.data(), &raw_.samples[i * raw_.plane + j * raw_.row], out.size() * sizeof(float));
             return bitsOf(out.back());
         });
-        enterTraces(contest, "prototypeGetKTrace, one block", [&](int i, int j) {
+        enterTraces(contest, "one block", [&](int i, int j) {
             block_.prototypeGetKTrace(i, j, 0, out.data(), count);
             return bitsOf(out.back());
         });
-        enterTraces(contest, "prototypeGetKTrace, bricks of 64^3", [&](int i, int j) {
+        enterTraces(contest, "bricks of 64³", [&](int i, int j) {
             bricks_.prototypeGetKTrace(i, j, 0, out.data(), count);
             return bitsOf(out.back());
         });
         contest.run();
+        report.ratio(contest, "one block", "memcpy", {count >= 64 ? 1.3 : 0});
+        report.ratio(contest, "bricks of 64³", "memcpy");
     }
 
     /// The volume seen with its axes the other way round: samples along the third axis lie a plane apart.
-    void copyStridedTraces() {
+    void copyStridedTraces(Report& report) {
         View const turned(std::make_unique<MemoryAccessor>(
             SharedArray<3>::Wrap<float>(samples_, {{}, Index3::Filled(side_)}, {1, side_, side_ * side_})));
-        Contest contest("traces of " + std::to_string(side_) + " samples, each a plane apart");
+        Contest contest(std::to_string(side_) + " samples, each a plane apart");
         std::vector<float> out(static_cast<std::size_t>(side_));
         enterTraces(contest, "raw pointer", [&](int i, int j) {
             float const* from = raw_.samples + i + j * raw_.row;
@@ -243,11 +249,12 @@ class SampleAccessBench {
             }
             return bitsOf(out.back());
         });
-        enterTraces(contest, "prototypeGetKTrace", [&](int i, int j) {
+        enterTraces(contest, "one block", [&](int i, int j) {
             turned.prototypeGetKTrace(i, j, 0, out.data(), side_);
             return bitsOf(out.back());
         });
         contest.run();
+        report.ratio(contest, "one block", "raw pointer", {1.05});
     }
 
   private:
@@ -263,14 +270,19 @@ class SampleAccessBench {
         });
     }
 
+    // What a sample of one block may cost.
+    struct Prices {
+        Wanted checked = {}, raw = {}, tree = {};
+    };
+
     // Each way to read takes part with `sum(read)`.
     template <class Sum>
-    void enterAll(std::string title, int turns, Sum sum) {
+    void enterAll(Report& report, std::string title, Prices const& wanted, Sum sum) {
         Contest contest(std::move(title));
         contest.enter("array that checks its bounds", [this, sum] { return sum(CheckedArray(raw_, side_)); });
         contest.enter("raw pointer", [this, sum] { return sum(raw_); });
-        contest.enter("typed view, one block", [this, sum] { return sum(readerOf(block_)); });
-        contest.enter("typed view, bricks of 64^3", [this, sum] { return sum(readerOf(bricks_)); });
+        contest.enter("one block", [this, sum] { return sum(readerOf(block_)); });
+        contest.enter("bricks of 64³", [this, sum] { return sum(readerOf(bricks_)); });
         contest.enter(
             "boost::multi_array", [this, sum] { return sum([this](int i, int j, int k) { return multi_[i][j][k]; }); });
 #ifdef DRAVIK_ADT_BENCH_XTENSOR
@@ -279,18 +291,21 @@ class SampleAccessBench {
             auto const tensor = xt::adapt(samples_, std::array<std::size_t, 3>{side, side, side});
             return sum([&tensor](int i, int j, int k) { return tensor(i, j, k); });
         });
-#else
-        contest.skip("xtensor", "skipped, the package is missing");
 #endif
 #ifdef DRAVIK_ADT_BENCH_OPENVDB
         contest.enter("OpenVDB's cached accessor", [this, sum] {
             auto const accessor = tree_->getConstAccessor();
             return sum([&accessor](int i, int j, int k) { return accessor.getValue({i, j, k}); });
         });
-#else
-        contest.skip("OpenVDB's cached accessor", "skipped, the package is missing");
 #endif
-        contest.run(turns);
+        contest.run();
+        report.ratio(contest, "one block", "array that checks its bounds", wanted.checked);
+        report.ratio(contest, "one block", "raw pointer", wanted.raw);
+        report.ratio(contest, "one block", "boost::multi_array");
+        report.ratio(contest, "one block", "xtensor");
+        report.ratio(contest, "one block", "OpenVDB's cached accessor", wanted.tree);
+        report.ratio(contest, "bricks of 64³", "array that checks its bounds");
+        report.ratio(contest, "bricks of 64³", "OpenVDB's cached accessor", wanted.tree);
     }
 
     int side_;
@@ -308,15 +323,22 @@ class SampleAccessBench {
 }  // namespace Quorvel::Dravik::Adt::Benchmarks
 
 int main() {
-    using Quorvel::Dravik::Adt::Benchmarks::SampleAccessBench;
+    using namespace Quorvel::Dravik::Adt::Benchmarks;
     SampleAccessBench inCache(64);
-    inCache.readOneByOne(/*turns=*/15);
-    inCache.iterate(/*turns=*/15);
     SampleAccessBench large(256);
-    large.readOneByOne(/*turns=*/7);
-    large.iterate(/*turns=*/7);
-    for (int const count : {16, 64, 256}) {
-        large.copyTraces(count);
+    {
+        Report report("Views: sample by sample", "`get(i, j, k)` of a typed view, each sample added to a sum.");
+        inCache.readOneByOne(report);
+        large.readOneByOne(report);
     }
-    large.copyStridedTraces();
+    {
+        Report report("Views: iteration", "`samples()` of a typed view, each sample added to a sum.");
+        inCache.iterate(report);
+        large.iterate(report);
+    }
+    Report report("Views: traces", "`prototypeGetKTrace`, from 64² rows of 256³ samples.");
+    for (int const count : {16, 64, 256}) {
+        large.copyTraces(report, count);
+    }
+    large.copyStridedTraces(report);
 }

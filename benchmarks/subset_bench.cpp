@@ -1,7 +1,7 @@
 // What a sample costs through a subset of a subset: beside the bare target, and decimated beside the strided views of
 // others.
 
-#include "contest.h"
+#include "report.h"
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
@@ -55,12 +55,12 @@ class SubsetBench {
         array_ = SharedArray<3>::Wrap<int>(samples_, {{0, 0, 0}, {kSide, kSide, kSide}});
     }
 
-    void readDense() {
+    void readDense(Report& report) {
         View const bare(accessor());
         View const nested(SubsetFilter::MakeSubset(
             SubsetFilter::MakeSubset(accessor(), cube({kFirst / 2, 1, kSide - kFirst})),
             cube({kFirst / 2, 1, kLength})));
-        Contest contest("128^3 samples in memory order");
+        Contest contest("128³ samples in memory order");
         contest.enter("bare target", [&] {
             return sumOver(kLength, [&](int i, int j, int k) { return bare.get(kFirst + i, kFirst + j, kFirst + k); });
         });
@@ -68,17 +68,18 @@ class SubsetBench {
             return sumOver(kLength, [&](int i, int j, int k) { return nested.get(i, j, k); });
         });
         contest.run();
+        report.ratio(contest, "subset of a subset", "bare target", {1.05});
     }
 
-    void readDecimated() {
+    void readDecimated(Report& report) {
         constexpr int kCount = kLength / 2;
         View const nested(SubsetFilter::MakeSubset(
             SubsetFilter::MakeSubset(accessor(), cube({kFirst, 1, kLength})), cube({0, 2, kCount})));
-        Contest contest("64^3 samples, every second one along each axis");
+        Contest contest("64³ samples, every second one along each axis");
         contest.enter("subset of a subset", [&] {
             return sumOver(kCount, [&](int i, int j, int k) { return nested.get(i, j, k); });
         });
-        contest.enter("the same, iterated", [&] {
+        contest.enter("the subset iterated", [&] {
             std::uint64_t sum = 0;
             for (int const sample : nested.samples()) {
                 sum += static_cast<std::uint64_t>(static_cast<unsigned>(sample));
@@ -100,6 +101,11 @@ class SubsetBench {
         });
         enterXtensor(contest, kCount);
         contest.run();
+        for (char const* const ours : {"subset of a subset", "the subset iterated"}) {
+            for (char const* const peer : {"raw pointer", "boost::multi_array view", "xtensor view"}) {
+                report.ratio(contest, ours, peer);
+            }
+        }
     }
 
   private:
@@ -117,9 +123,7 @@ class SubsetBench {
         });
     }
 #else
-    void enterXtensor(Contest& contest, int) {
-        contest.skip("xtensor view", "skipped, the package is missing");
-    }
+    void enterXtensor(Contest&, int) {}
 #endif
 
     std::vector<int> samples_;
@@ -130,7 +134,9 @@ class SubsetBench {
 }  // namespace Quorvel::Dravik::Adt::Benchmarks
 
 int main() {
-    Quorvel::Dravik::Adt::Benchmarks::SubsetBench bench;
-    bench.readDense();
-    bench.readDecimated();
+    using namespace Quorvel::Dravik::Adt::Benchmarks;
+    Report report("Subsets", "What a sample costs through a subset of a subset.");
+    SubsetBench bench;
+    bench.readDense(report);
+    bench.readDecimated(report);
 }
