@@ -11,7 +11,7 @@ namespace Quorvel::Dravik::Adt {
 ///
 /// Equality is tolerant: two transforms whose scales and offsets differ by less than one part in 2^23 (of 1 + their
 /// magnitude, so near zero the tolerance is absolute) are equal. It is therefore not transitive, and there is no hash.
-/// A NaN equals nothing. Threads: as `int`.
+/// A NaN equals nothing.
 ///
 ///     auto const toBytes = ScaleOffset::getRangeTransform({-1.0, 1.0}, {0.0, 255.0});
 ///     toBytes.convertFloat(0.0f);  // 127.5

@@ -69,7 +69,6 @@ class Conversion::Side {
     unsigned char const* at(std::ptrdiff_t k) const { return first_ + k * strideBytes_; }
     unsigned char* writableAt(std::ptrdiff_t k) const { return const_cast<unsigned char*>(at(k)); }
     std::ptrdiff_t strideBytes() const { return strideBytes_; }
-    int valueBytes() const { return valueBytes_; }
     bool isContiguous() const { return strideBytes_ == valueBytes_; }
 
     // Whether the bytes between the outermost values of two runs of `count` > 0 have some in common.
