@@ -2,33 +2,15 @@
 
 // FloatConverter: scaling of samples to float. Threads: never changes, share it freely.
 
-#include "dravik/adt/converters/detail/conversion.h"
-#include "dravik/adt/converters/value_converter.h"
+#include "dravik/adt/converters/detail/number_converter.h"
 
 namespace Quorvel::Dravik::Adt::Converters {
 
 /// scale * x + offset as ScaleOffset::convertFloat computes it. NaN and infinities pass through.
 template <class S>
-class FloatConverter final : public IValueConverter {
-    static_assert(Detail::Sample<S>, "Not a sample type.");
-
+class FloatConverter final : public Detail::NumberConverter<S, float> {
   public:
-    explicit FloatConverter(ScaleOffset const& transform) noexcept
-        : conversion_(Detail::sampleTypeOf<S>(), Detail::SampleType::Float, transform) {}
-
-    std::type_info const& getInputType() const override { return typeid(S); }
-    std::type_info const& getOutputType() const override { return typeid(float); }
-    void convert(void const* in, void* out) const override { conversion_.one(in, out); }
-    void convertStrided(
-        void const* in, int inIndex, int inStride, void* out, int outIndex, int outStride, int count) const override {
-        conversion_.strided(in, inIndex, inStride, out, outIndex, outStride, count);
-    }
-    void convertContiguous(void const* in, int inIndex, void* out, int outIndex, int count) const override {
-        conversion_.contiguous(in, inIndex, out, outIndex, count);
-    }
-
-  private:
-    Detail::Conversion conversion_;
+    explicit FloatConverter(ScaleOffset const& transform) noexcept : Detail::NumberConverter<S, float>(transform) {}
 };
 
 }  // namespace Quorvel::Dravik::Adt::Converters
