@@ -3,6 +3,7 @@
 #include "dravik/adt/converters/basic_down_scale_converter.h"
 #include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/copy_converter.h"
+#include "dravik/adt/converters/detail/pair_table.h"
 #include "dravik/adt/converters/down_scale_converter.h"
 #include "dravik/adt/converters/float_converter.h"
 #include "dravik/adt/converters/int1_copy_converter.h"
@@ -14,6 +15,7 @@
 #include <boost/make_shared.hpp>
 
 #include <array>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -21,23 +23,23 @@ namespace Quorvel::Dravik::Adt::Converters {
 
 namespace {
 
-using Detail::kSampleTypeCount;
 using ConverterPtr = IValueConverter::ConstPtr;
+using Detail::sampleTypeOf;
 using Maker = ConverterPtr (*)(ScaleOffset const& transform);
-using MakerRow = std::array<Maker, kSampleTypeCount>;
-using MakerTable = std::array<MakerRow, kSampleTypeCount>;
+using MakerTable = Detail::PairTable<Maker>;
 
 template <class S, class D>
 struct Basic {
     static ConverterPtr make(ScaleOffset const&) {
-        if constexpr (Detail::widens(Detail::sampleTypeOf<S>(), Detail::sampleTypeOf<D>())) {
+        if constexpr (Detail::widens(sampleTypeOf<S>(), sampleTypeOf<D>())) {
             return boost::make_shared<PureTypeConverter<S, D>>();
-        } else if constexpr (Detail::narrows(Detail::sampleTypeOf<S>(), Detail::sampleTypeOf<D>())) {
+        } else if constexpr (Detail::narrows(sampleTypeOf<S>(), sampleTypeOf<D>())) {
             return boost::make_shared<BasicDownScaleConverter<S, D>>();
         } else {
             return {};
         }
     }
+    static constexpr Maker kEntry = make;
 };
 
 template <class S, class D>
@@ -45,48 +47,37 @@ struct Scaled {
     static ConverterPtr make(ScaleOffset const& transform) {
         if constexpr (std::same_as<D, float>) {
             return boost::make_shared<FloatConverter<S>>(transform);
-        } else if constexpr (Detail::scalesToInteger(Detail::sampleTypeOf<S>(), Detail::sampleTypeOf<D>())) {
+        } else if constexpr (Detail::scalesToInteger(sampleTypeOf<S>(), sampleTypeOf<D>())) {
             return boost::make_shared<DownScaleConverter<S, D>>(transform);
         } else {
             return {};
         }
     }
+    static constexpr Maker kEntry = make;
 };
 
-template <template <class, class> class Cell, class S>
-constexpr MakerRow makerRow() {
-    return {Cell<S, unsigned char>::make, Cell<S, char>::make, Cell<S, unsigned short>::make,
-            Cell<S, short>::make,         Cell<S, int>::make,  Cell<S, float>::make};
-}
+constexpr MakerTable kBasic = MakerTable::Of<Basic>();
+constexpr MakerTable kScaled = MakerTable::Of<Scaled>();
 
-template <template <class, class> class Cell>
-constexpr MakerTable makerTable() {
-    return {makerRow<Cell, unsigned char>(), makerRow<Cell, char>(), makerRow<Cell, unsigned short>(),
-            makerRow<Cell, short>(),         makerRow<Cell, int>(),  makerRow<Cell, float>()};
-}
-
-constexpr MakerTable kBasic = makerTable<Basic>();
-constexpr MakerTable kScaled = makerTable<Scaled>();
-
-// The row or column of a sample type; kSampleTypeCount for any other type.
-std::size_t tableIndex(std::type_info const& type) {
-    std::type_info const* const sampleTypes[kSampleTypeCount] = {
-        &typeid(unsigned char), &typeid(char), &typeid(unsigned short), &typeid(short), &typeid(int), &typeid(float)};
-    std::size_t index = 0;
-    while (index < kSampleTypeCount && *sampleTypes[index] != type) {
-        ++index;
+// None for a type that is no sample type.
+template <class... T>
+std::optional<Detail::SampleType> sampleTypeNamed(std::type_info const& type, Detail::TypeList<T...>) {
+    std::type_info const* const sampleTypes[] = {&typeid(T)...};
+    for (int index = 0; index < Detail::kSampleTypeCount; ++index) {
+        if (*sampleTypes[index] == type) {
+            return static_cast<Detail::SampleType>(index);
+        }
     }
-    return index;
+    return std::nullopt;
 }
 
 // A converter of the table; an exception that names the missing conversion, `kind`, where it has none.
 ConverterPtr makeFrom(
     MakerTable const& table, char const* kind, std::type_info const& in, std::type_info const& out,
     ScaleOffset const& transform) {
-    std::size_t const row = tableIndex(in);
-    std::size_t const column = tableIndex(out);
-    bool const known = row < kSampleTypeCount && column < kSampleTypeCount;
-    ConverterPtr converter = known ? table[row][column](transform) : ConverterPtr();
+    auto const from = sampleTypeNamed(in, Detail::SampleTypes());
+    auto const to = sampleTypeNamed(out, Detail::SampleTypes());
+    ConverterPtr const converter = from && to ? table(*from, *to)(transform) : ConverterPtr();
     if (!converter) {
         throw Exceptions::NotImplementedException(
             std::string("ValueConverterFactory: Missing ") + kind + " conversion from '" +

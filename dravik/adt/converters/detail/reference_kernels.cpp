@@ -33,13 +33,13 @@ template <class S, class D>
 struct Basic {
     static constexpr SampleType kIn = sampleTypeOf<S>();
     static constexpr SampleType kOut = sampleTypeOf<D>();
-    static constexpr RunFunction kRun = widens(kIn, kOut) || narrows(kIn, kOut) ? runBasic<S, D> : nullptr;
+    static constexpr RunFunction kEntry = widens(kIn, kOut) || narrows(kIn, kOut) ? runBasic<S, D> : nullptr;
 };
 
 template <class S, class D>
 struct Scaled {
     static constexpr bool kExists = std::same_as<D, float> || scalesToInteger(sampleTypeOf<S>(), sampleTypeOf<D>());
-    static constexpr RunFunction kRun = kExists ? runScaled<S, D> : nullptr;
+    static constexpr RunFunction kEntry = kExists ? runScaled<S, D> : nullptr;
 };
 
 constexpr InstructionSet kReference{"reference", RunTable::Of<Basic>(), RunTable::Of<Scaled>(), RunTable()};

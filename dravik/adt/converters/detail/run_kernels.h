@@ -3,10 +3,10 @@
 // Conversions of contiguous runs, as tables of plain functions over pairs of sample types. Threads: functions without
 // state; the tables never change.
 
+#include "dravik/adt/converters/detail/pair_table.h"
 #include "dravik/adt/converters/detail/sample_arithmetic.h"
 #include "dravik/adt/converters/detail/sample_type.h"
 
-#include <array>
 #include <cstddef>
 #include <span>
 
@@ -17,32 +17,7 @@ namespace Quorvel::Dravik::Adt::Converters::Detail {
 using RunFunction = void (*)(void const* in, void* out, std::ptrdiff_t count, Linear const& linear);
 
 /// One function per pair, by input and output type; null where there is no such conversion.
-class RunTable {
-  public:
-    /// `Cell<S, D>::kRun` for every pair of types S and D.
-    template <template <class, class> class Cell>
-    static constexpr RunTable Of() noexcept {
-        RunTable table;
-        table.rows_ = {row<Cell, unsigned char>(), row<Cell, char>(), row<Cell, unsigned short>(),
-                       row<Cell, short>(),         row<Cell, int>(),  row<Cell, float>()};
-        return table;
-    }
-
-    constexpr RunFunction operator()(SampleType in, SampleType out) const noexcept {
-        return rows_[static_cast<std::size_t>(in)][static_cast<std::size_t>(out)];
-    }
-
-  private:
-    using Row = std::array<RunFunction, kSampleTypeCount>;
-
-    template <template <class, class> class Cell, class S>
-    static constexpr Row row() noexcept {
-        return {Cell<S, unsigned char>::kRun, Cell<S, char>::kRun, Cell<S, unsigned short>::kRun,
-                Cell<S, short>::kRun,         Cell<S, int>::kRun,  Cell<S, float>::kRun};
-    }
-
-    std::array<Row, kSampleTypeCount> rows_{};
-};
+using RunTable = PairTable<RunFunction>;
 
 /// The conversions in the code of one instruction set.
 struct InstructionSet {

@@ -11,6 +11,12 @@ enum class SampleType : int { UnsignedChar, Char, UnsignedShort, Short, Int, Flo
 
 inline constexpr int kSampleTypeCount = 6;
 
+template <class... T>
+struct TypeList {};
+
+/// The same types as such.
+using SampleTypes = TypeList<unsigned char, char, unsigned short, short, int, float>;
+
 template <class T>
 concept Sample = std::same_as<T, unsigned char> || std::same_as<T, char> || std::same_as<T, unsigned short> ||
     std::same_as<T, short> || std::same_as<T, int> || std::same_as<T, float>;

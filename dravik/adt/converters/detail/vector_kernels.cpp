@@ -423,7 +423,7 @@ struct Basic {
         }
     }
 
-    static constexpr RunFunction kRun = pick();
+    static constexpr RunFunction kEntry = pick();
 };
 
 template <class S, class D, template <class> class Arithmetic>
@@ -439,7 +439,7 @@ constexpr RunFunction pickScaling() {
 
 template <class S, class D>
 struct Scaled {
-    static constexpr RunFunction kRun = pickScaling<S, D, ScaledInDouble>();
+    static constexpr RunFunction kEntry = pickScaling<S, D, ScaledInDouble>();
 };
 
 template <class S, class D>
@@ -454,7 +454,7 @@ struct Fused {
         }
     }
 
-    static constexpr RunFunction kRun = pick();
+    static constexpr RunFunction kEntry = pick();
 };
 
 }  // namespace
