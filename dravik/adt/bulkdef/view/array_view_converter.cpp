@@ -45,23 +45,40 @@ template <int N>
 bool isDecimated(ExtentK<N, int> const& extents, OpenEndedRange<N, int> const& box) {
     bool decimated = false;
     for (int axis = 0; axis < N; ++axis) {
-        decimated = decimated || box.size(axis) != std::max(extents[axis].count, 0);
+        // At the ends of int the box may be cut to just the count.
+        bool const leavesOut = extents[axis].count > 1 && std::abs(std::int64_t{extents[axis].step}) != 1;
+        decimated = decimated || leavesOut || box.size(axis) != std::max(extents[axis].count, 0);
     }
     return decimated;
+}
+
+[[noreturn]] void refuseSize() {
+    throw std::length_error("[ArrayViewConverter::convertArray] The array is too large to be read backwards.");
+}
+
+int fitted(std::int64_t value, bool dependsOnIt) {
+    if (dependsOnIt && toInt(value) != value) {
+        refuseSize();
+    }
+    return toInt(value);
 }
 
 // Turns the strides of an array whose range is already that of `target` into the direction of `target`.
 template <int N>
 void turnToTarget(ExtentK<N, int> const& target, ArrayConstRef<N>& array) {
     // On an axis that descends, the first sample belongs to the highest index.
-    FixedVector<N, int> first;
+    std::int64_t offset = array.bufferOffset();
     FixedVector<N, int> strides;
     for (int axis = 0; axis < N; ++axis) {
-        first[axis] = target[axis].origin;
+        std::int64_t const stride = array.strides()[axis];
+        std::int64_t const distance = std::int64_t{target[axis].origin} - array.range().min[axis];
+        if (__builtin_add_overflow(offset, distance * stride, &offset)) {
+            refuseSize();
+        }
         std::int64_t const step = target[axis].step == 0 ? 1 : target[axis].step;
-        strides[axis] = static_cast<int>(array.strides()[axis] / step);
+        strides[axis] = fitted(stride / step, /*dependsOnIt=*/target[axis].count > 1);
     }
-    array.setBufferOffset(static_cast<int>(array.position(first)));
+    array.setBufferOffset(fitted(offset, /*dependsOnIt=*/!target.isEmpty()));
     array.setStrides(strides);
 }
 

@@ -73,6 +73,7 @@ class DRAVIK_ADT_EXPORT ArrayViewConverter {
     /// @throws Exceptions::NotImplementedException if the view moves an axis
     /// @throws std::invalid_argument if the view decimates an axis of the array, so that no stride fits
     /// @throws Exceptions::NotSupportedException if the array reaches out of the view
+    /// @throws std::length_error if an axis turns around and the offset or the stride leaves `int` with that
     Array convert(Array const& array) const;
     void convertArray(Array const& array, Array* out) const;
 

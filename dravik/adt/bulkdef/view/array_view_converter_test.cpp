@@ -130,6 +130,18 @@ TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
     EXPECT_EQ(decimated.convert(array(2, 3, INT_MIN)), array(6, 7, 1 << 30));
     ArrayViewConverter<1> const single{ArraySubsetDef<1>(ExtentK<1, int>(Extent{4, 0, 1}))};
     EXPECT_EQ(single.convert(array(0, 1, 7)), array(4, 5, 7));
+
+    ArrayViewConverter<1> const atTheEnd{ArraySubsetDef<1>(ExtentK<1, int>(Extent{INT_MAX, -2, 5}))};
+    EXPECT_THROW(atTheEnd.convert(array(0, 2, 1)), std::invalid_argument) << "the box ends with int";
+    ArrayViewConverter<1> const reversed{ArraySubsetDef<1>(ExtentK<1, int>(Extent{9, -1, 10}))};
+    EXPECT_EQ(reversed.convert(array(0, 2, INT_MAX - 5)).bufferOffset(), INT_MAX);
+    for (int const stride : {INT_MAX - 4, INT_MIN}) {
+        EXPECT_THAT(
+            [&] { reversed.convertArray(array(0, 2, stride), &out); },
+            ThrowsMessage<std::length_error>(
+                "[ArrayViewConverter::convertArray] The array is too large to be read backwards."))
+            << stride;
+    }
 }
 
 TEST(ArrayViewConverter, AddsConvertedSetsToWhatIsThere) {
