@@ -17,16 +17,16 @@ struct CacheLimits {
     int sampleBudget, halfDensityThreshold, fullDensityThreshold;
 };
 
-/// What a cache of `axes` axes does, for scripts that ask both.
-class SlowCache {
+/// What a cache of `axes` axes does, for scripts that ask both. `Loan` is a record like that of a handle.
+template <class Loan>
+class SlowCacheOf {
   public:
-    using Loan = BulkView::BufferHandle::Loan;
     struct Entry {
         Loan loan;
         int next;  ///< the entry that served the request after this one
     };
 
-    SlowCache(int axes, CacheLimits const& limits) : axes_(axes), limits_(limits) {}
+    SlowCacheOf(int axes, CacheLimits const& limits) : axes_(axes), limits_(limits) {}
 
     /// The block that serves the request, if one does.
     std::optional<Loan> lookUp(FixedVector<4, int> const& p, BulkView::AdtEnums::Access access) {
@@ -136,5 +136,7 @@ class SlowCache {
     Box covered_;
     unsigned samples_ = 0;
 };
+
+using SlowCache = SlowCacheOf<BulkView::BufferHandle::Loan>;
 
 }  // namespace Quorvel::Dravik::Adt::Testing
