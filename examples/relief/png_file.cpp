@@ -45,6 +45,7 @@ void writePng(std::string const& path, Raster<Colour> const& picture) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     image.format = PNG_FORMAT_RGB;
+    image.flags = PNG_IMAGE_FLAG_FAST;  // a larger file, written in a quarter of the time
     image.width = static_cast<png_uint_32>(picture.columns());
     image.height = static_cast<png_uint_32>(picture.rows());
     Draft draft(path);
