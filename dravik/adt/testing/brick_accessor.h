@@ -5,6 +5,7 @@
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
 #include "dravik/adt/testing/failing_calls.h"
+#include "dravik/adt/testing/live_objects.h"
 #include "dravik/adt/testing/plain_array.h"
 
 #include <algorithm>
@@ -38,7 +39,7 @@ struct BrickOptions {
 
 /// One brick: the owner of its loans.
 template <class T>
-class Brick : public BulkView::BufferHandle::Owner {
+class Brick : public BulkView::BufferHandle::Owner, Counted<kLoanOwner> {
   public:
     /// What samples hold where nothing, or nothing any more, may be read.
     static constexpr T kPoison = static_cast<T>(113);
@@ -90,7 +91,7 @@ class Brick : public BulkView::BufferHandle::Owner {
 
 /// Lends the samples of a PlainArray brick by brick. Clones share the bricks, and so what is written.
 template <class T>
-class BrickAccessor : public BulkView::IBufferAccessor {
+class BrickAccessor : public BulkView::IBufferAccessor, Counted<kAccessor> {
   public:
     using Index = FixedVector<4, int>;
     using Access = BulkView::AdtEnums::Access;

@@ -15,6 +15,7 @@
 #include "dravik/adt/bulkview/typed_2d_views.h"
 #include "dravik/adt/bulkview/typed_3d_views.h"
 #include "dravik/adt/testing/failing_calls.h"
+#include "dravik/adt/testing/live_objects.h"
 #include "dravik/adt/testing/plain_array.h"
 
 #include <gtest/gtest.h>
@@ -49,7 +50,7 @@ struct Subject {
 };
 
 /// A consumer as the protocol describes it: one handle, cleared and marked by notifications.
-class Borrower : public BulkView::IBufferAccessor::IClient {
+class Borrower : public BulkView::IBufferAccessor::IClient, Counted<kClient> {
   public:
     void accessorUpdated() override { handle.invalidate(/*emptyRange=*/true); }
     void bufferInvalidated(BulkView::BufferHandle::Owner const* owner) override {

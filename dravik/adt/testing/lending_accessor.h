@@ -10,7 +10,7 @@
 namespace Quorvel::Dravik::Adt::Testing {
 
 /// Calls back when it is destroyed; never locks.
-struct CallingOwner : BulkView::BufferHandle::Owner {
+struct CallingOwner : BulkView::BufferHandle::Owner, Counted<kLoanOwner> {
     explicit CallingOwner(std::function<void()> calledAtEnd) : atEnd(std::move(calledAtEnd)) {}
     ~CallingOwner() override { atEnd(); }
     void lock() override {}

@@ -4,6 +4,7 @@
 // and in which order. Threads: as std::vector.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
+#include "dravik/adt/testing/live_objects.h"
 
 #include <memory>
 #include <sstream>
@@ -32,7 +33,7 @@ class Journal {
 
 /// Lends blocks without memory, [0, size) unless told otherwise, and writes every call down under its name. A clone has
 /// the name with a prime.
-class RecordingAccessor : public BulkView::IBufferAccessor {
+class RecordingAccessor : public BulkView::IBufferAccessor, Counted<kAccessor> {
   public:
     RecordingAccessor(std::string name, Journal journal, FixedVector<4, int> size = {1, 1, 1, 1})
         : name_(std::move(name)),
@@ -79,7 +80,7 @@ class RecordingAccessor : public BulkView::IBufferAccessor {
 };
 
 /// Writes every notification down under its name, and gives up the chain that it was given.
-class RecordingClient : public BulkView::IBufferAccessor::IClient {
+class RecordingClient : public BulkView::IBufferAccessor::IClient, Counted<kClient> {
   public:
     RecordingClient(std::string name, Journal journal) : name_(std::move(name)), journal_(std::move(journal)) {}
 

@@ -1,0 +1,15 @@
+#include "dravik/adt/testing/live_objects.h"
+
+#include <gtest/gtest.h>
+
+namespace Quorvel::Dravik::Adt::Testing {
+namespace {
+
+struct NothingIsLeft : testing::Environment {
+    void TearDown() override { EXPECT_EQ(liveObjects(), "") << "left at the end of the program"; }
+};
+
+[[maybe_unused]] auto const* const check = testing::AddGlobalTestEnvironment(new NothingIsLeft);
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt::Testing
