@@ -39,8 +39,7 @@ scheduled_copy(bulkview/buffer_handle.cpp
     "Detail::add(self.invalidations_, kUnderWay)"
     "${planted}kMarkAlone) ? Detail::setBits(self.invalidations_, kMarked) : Detail::add(self.invalidations_, kUnderWay)"
     "Detail::add(self.invalidations_, 0u - kUnderWay)"
-    "${planted}kMarkAlone) ? void() : Detail::add(self.invalidations_, 0u - kUnderWay)"
-    "takeIf(expected, dropped)" "takeIf(${planted}kAnyOwner) ? self.owner() : expected, dropped)")
+    "${planted}kMarkAlone) ? void() : Detail::add(self.invalidations_, 0u - kUnderWay)")
 scheduled_copy(bulkview/filters/cache_filter.cpp
     " loan = handle.loan()" " loan = ${planted}kUnlockedLook) ? loan : handle.loan()"
     "BufferHandle::Loan loan" "BufferHandle::Loan loan = handle.loan()")

@@ -15,7 +15,6 @@ enum class Planted {
     kNothing,
     kMarkAlone,      ///< an invalidation marks the handle and does not tell that it has still to empty the range
     kPlainQuestion,  ///< a fetch looks at the mark without asking in order
-    kAnyOwner,       ///< a release compares the buffer alone
     kUnheldSlot,     ///< a release takes the owner out of a slot that somebody else may be changing
     kUnlockedLook,   ///< the cache looks whether a block is still valid before it locks its table
 };

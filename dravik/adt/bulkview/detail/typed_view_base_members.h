@@ -39,9 +39,7 @@ TypedViewBase<N, T, Traits>::~TypedViewBase() {
 template <int N, class T, class Traits>
 TypedViewBase<N, T, Traits>& TypedViewBase<N, T, Traits>::operator=(TypedViewBase const& other) {
     resetBlock();
-    if (this != &other) {
-        ViewBase::operator=(other);
-    }
+    ViewBase::operator=(other);
     updateRedundant();
     return *this;
 }

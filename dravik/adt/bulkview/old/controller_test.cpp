@@ -16,73 +16,56 @@
 #include <numeric>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 extern "C" int doubleEverySample(Adt_BulkView_Controller* controller, double* sum);
 
 namespace Quorvel::Dravik::Adt::BulkView::Old {
 namespace {
 
-using testing::ElementsAre;
+using Index = FixedVector<4, int>;
 using Testing::LendingAccessor;
 using testing::ThrowsMessage;
-using Info = BufferHandle::ArrayInfo;
 
 static_assert(!std::is_copy_constructible_v<IController>);
 static_assert(std::is_same_v<std::underlying_type_t<IController::MemoryModel>, int>);
 static_assert(std::is_same_v<std::underlying_type_t<IController::FeatureMask>, int>);
 
-constexpr char const* kSingleView =
-    "[ControllerAdapter::open] ControllerAdapter instances may only be used by a single view.";
 constexpr char const* kSmallOnly = "The controller adapter only supports small datasets, and should be phased out.";
-constexpr char const* kNoBrick = "[ControllerAdapter::buffer] Invalid argument: brick number is out of bounds.";
 
-std::unique_ptr<LendingAccessor> lending(FixedVector<4, int> size, LendingAccessor::Lend lend = {}) {
+std::unique_ptr<LendingAccessor> lending(Index size, LendingAccessor::Lend lend = {}) {
     return std::make_unique<LendingAccessor>(size, std::move(lend));
 }
 
-// The error text of a call, which is freed here.
-template <class Call>
-std::optional<std::string> textOf(Call call) {
-    char untouched = 0;
-    char* text = &untouched;
-    call(&text);
-    EXPECT_NE(text, &untouched);
-    std::optional<std::string> copy = text == nullptr ? std::nullopt : std::optional<std::string>(text);
-    std::free(text);
-    return copy;
+void* bufferOf(ControllerAdapter& controller, int brick, AdtEnums::Access access) {
+    return controller.buffer(0, IController::Addressed, nullptr, brick, access);
 }
 
 TEST(ControllerAdapter, OpensSmallDataOnce) {
     struct Row {
         char const* name;
-        FixedVector<4, int> size;
-        char const* failure;
+        Index size;
+        bool opens;
     };
-    Row const rows[] = {
-        {"Small", {10, 20, 30, 1}, ""},
-        {"HalfTheLimit", {1024, 1024, 1024, 1}, ""},
-        {"Largest", {INT_MAX, 1, 1, 99}, ""},
-        {"OneTooMany", {1 << 16, 1 << 15, 1, 1}, kSmallOnly},
-        {"ModuloTwoTo32", {2048, 2048, 1024, 1}, kSmallOnly},
-        {"ModuloTwoTo64", {1 << 30, 1 << 30, 16, 1}, kSmallOnly},
-        {"Empty", {0, 20, 30, 1}, ""},
+    constexpr Row kRows[] = {
+        {"HalfTheLimit", {1024, 1024, 1024, 1}, true},       {"Largest", {INT_MAX, 1, 1, 99}, true},
+        {"OneTooMany", {1 << 16, 1 << 15, 1, 1}, false},     {"ModuloTwoTo32", {2048, 2048, 1024, 1}, false},
+        {"ModuloTwoTo64", {1 << 30, 1 << 30, 16, 1}, false}, {"Empty", {0, 20, 30, 1}, true},
     };
-    for (Row const& row : rows) {
+    for (Row const& row : kRows) {
         SCOPED_TRACE(row.name);
         ControllerAdapter controller(lending(row.size), 4);
-        std::string failure;
-        try {
-            EXPECT_EQ(controller.open(), 0);
-        } catch (Exceptions::PlainException const& error) {
-            failure = error.what();
+        auto const open = [&] { return controller.open(); };
+        if (row.opens) {
+            EXPECT_EQ(open(), 0);
+        } else {
+            EXPECT_THAT(open, ThrowsMessage<Exceptions::PlainException>(kSmallOnly));
         }
-        EXPECT_EQ(failure, row.failure);
-        EXPECT_THAT([&] { controller.open(); }, ThrowsMessage<Exceptions::PlainException>(kSingleView));
-        controller.close(0);
-        controller.close(0);
-        EXPECT_THAT([&] { controller.open(); }, ThrowsMessage<Exceptions::PlainException>(kSingleView));
+        for (int round = 0; round < 3; ++round) {
+            EXPECT_THAT(
+                open, ThrowsMessage<Exceptions::PlainException>(
+                          "[ControllerAdapter::open] ControllerAdapter instances may only be used by a single view."));
+            controller.close(0);
+        }
         EXPECT_EQ(controller.size(0), row.size[0]) << "also after close";
         EXPECT_EQ(controller.buffer(0, IController::MemoryModel(1), nullptr, -1, AdtEnums::Read), nullptr);
     }
@@ -94,14 +77,14 @@ TEST(ControllerAdapter, OpensSmallDataOnce) {
 // Columns of 7 along axis 1 out of a block in memory: the address, and whether the accessor is asked.
 TEST(ControllerAdapter, GivesTheAddressOfEverySample) {
     std::vector<double> samples(5 * 16 * 3);
-    Info block;
+    OpenEndedRange<4, int> block;
     int requests = 0;
-    auto lend = [&](FixedVector<4, int> at, AdtEnums::Access access, BufferHandle& handle) {
+    auto lend = [&](Index at, AdtEnums::Access access, BufferHandle& handle) {
         ++requests;
         EXPECT_EQ(at[3], 0);
         int const low = at[1] / 7 * 7;
-        block = {{{at[0], low, at[2], 0}, {at[0] + 1, std::min(low + 7, 16), at[2] + 1, 1}}, {16, 1, 80, 0}, 2};
-        handle.update(samples.data() + at[0] * 16 + low + at[2] * 80 - 2, block, access);
+        block = {{at[0], low, at[2], 0}, {at[0] + 1, std::min(low + 7, 16), at[2] + 1, 1}};
+        handle.update(samples.data() + at[0] * 16 + low + at[2] * 80 - 2, {block, {16, 1, 80, 0}, 2}, access);
     };
     ControllerAdapter controller(lending({5, 16, 3, 1}, lend), sizeof(double));
     EXPECT_EQ(controller.features(), 0x177);
@@ -111,41 +94,35 @@ TEST(ControllerAdapter, GivesTheAddressOfEverySample) {
     for (int round = 0; round < 2000; ++round) {
         brick = random.chance(70) ? std::clamp(brick + random.between(-6, 6) * 5, 0, 239) : random.between(0, 239);
         auto const access = random.oneOf({AdtEnums::Read, AdtEnums::ReadWrite});
-        FixedVector<4, int> const at(brick % 5, brick / 5 % 16, brick / 80, 0);
+        Index const at(brick % 5, brick / 5 % 16, brick / 80, 0);
         EXPECT_EQ(controller.brick(INT_MIN, at[0], at[1], at[2]), brick);
-        int const expected = requests + (block.range.contains(at) && access == held ? 0 : 1);
+        int const expected = requests + (block.contains(at) && access == held ? 0 : 1);
         held = access;
-        void* const address = controller.buffer(0, IController::Addressed, nullptr, brick, access);
-        ASSERT_EQ(address, samples.data() + at[0] * 16 + at[1] + at[2] * 80) << "brick " << brick;
+        ASSERT_EQ(bufferOf(controller, brick, access), samples.data() + at[0] * 16 + at[1] + at[2] * 80) << brick;
         ASSERT_EQ(requests, expected) << "round " << round;
     }
-}
 
-TEST(ControllerAdapter, AddressesBeyondTwoGibibytesAndNothingWithoutMemory) {
     char* memory = reinterpret_cast<char*>(std::uintptr_t{1} << 40);
-    auto lend = [&](FixedVector<4, int>, AdtEnums::Access access, BufferHandle& handle) {
+    auto lendFar = [&](Index, AdtEnums::Access access, BufferHandle& handle) {
         handle.update(memory, {{{-1, 0, 0, 0}, {4, 1, 1, 1}}, {1 << 29, 0, 0, 0}, INT_MAX}, access);
     };
-    ControllerAdapter controller(lending({4, 1, 1, 1}, lend), 8);
-    auto const sample = [&](AdtEnums::Access access) {
-        return controller.buffer(0, IController::Addressed, nullptr, 3, access);
-    };
-    EXPECT_EQ(sample(AdtEnums::Read), memory + 8 * (INT_MAX + 4 * (std::int64_t{1} << 29)));
+    ControllerAdapter far(lending({4, 1, 1, 1}, lendFar), 8);
+    EXPECT_EQ(bufferOf(far, 3, AdtEnums::Read), memory + 8 * (INT_MAX + 4 * (std::int64_t{1} << 29)));
     memory = nullptr;
-    EXPECT_EQ(sample(AdtEnums::ReadWrite), nullptr);
+    EXPECT_EQ(bufferOf(far, 3, AdtEnums::ReadWrite), nullptr) << "a block without memory";
 }
 
 TEST(ControllerAdapter, GivesTheBlockBackBeforeTheAccessorGoes) {
     for (bool const closes : {false, true}) {
         Testing::Journal const journal;
-        auto accessor = lending({1, 1, 1, 1}, [&](FixedVector<4, int>, AdtEnums::Access, BufferHandle& handle) {
+        auto accessor = lending({1, 1, 1, 1}, [&](Index, AdtEnums::Access, BufferHandle& handle) {
             handle.setOwner(new Testing::CallingOwner([&] { journal.note("block back"); }));
         });
         accessor->atEnd = [&] { journal.note("accessor gone"); };
         auto controller = std::make_unique<ControllerAdapter>(std::move(accessor), 1);
-        controller->buffer(0, IController::Addressed, nullptr, 0, AdtEnums::Read);
+        bufferOf(*controller, 0, AdtEnums::Read);
         closes ? controller->close(0) : controller.reset();
-        EXPECT_THAT(journal.take(), ElementsAre("block back", "accessor gone"));
+        EXPECT_THAT(journal.take(), testing::ElementsAre("block back", "accessor gone"));
     }
 }
 
@@ -155,7 +132,7 @@ TEST(ControllerFunctions, ServeACallerInC) {
     std::iota(samples, samples + 60, 0.0f);
     ControllerAdapter controller(std::make_unique<Accessors::MemoryAccessor>(grid), sizeof(float));
     double sum = 0;
-    EXPECT_EQ(doubleEverySample(&controller, &sum), 0) << "the line in the C file";
+    EXPECT_EQ(doubleEverySample(&controller, &sum), 0);
     EXPECT_EQ(sum, 59 * 60 / 2);
     EXPECT_EQ(samples[59], 118.0f);
 }
@@ -163,7 +140,7 @@ TEST(ControllerFunctions, ServeACallerInC) {
 // Every function, with all integers set to `n` and the place for result number `missing` null.
 struct Function {
     std::string name;
-    std::function<void(IController*, char** text, int n, int missing)> call;
+    void (*call)(IController*, char** text, int n, int missing);
 };
 
 Function const kFunctions[] = {
@@ -190,69 +167,55 @@ Function const kFunctions[] = {
     {"Close", [](auto* c, char** text, int n, int) { Adt_BulkView_Controller_Close(c, text, n); }},
 };
 
-TEST(ControllerFunctions, StandEveryPointerMissing) {
-    ControllerAdapter controller(lending({1, 1, 1, 1}), 1);
-    for (Function const& function : kFunctions) {
-        EXPECT_EQ(
-            textOf([&](char** text) { function.call(nullptr, text, 0, -1); }),
-            "[Adt_BulkView_Controller_" + function.name + "] Invalid argument: controller is null.");
-        function.call(nullptr, nullptr, 0, -1);
-        for (int missing = 0; function.name == "BufferAndLinearInfo" && missing <= 9; ++missing) {
-            EXPECT_EQ(
-                textOf([&](char** text) { function.call(&controller, text, 0, missing); }),
-                "[Adt_BulkView_Controller_BufferAndLinearInfo] Invalid argument: " +
-                    std::string(missing == 0 ? "buffer" : "info") + " is null.");
-        }
-    }
+// The error text of a call, none where it succeeds; with and without a place for it.
+std::optional<std::string> textOf(Function const& function, IController* controller, int n, int missing = -1) {
+    char untouched = 0;
+    char* text = &untouched;
+    function.call(controller, &text, n, missing);
+    EXPECT_NE(text, &untouched);
+    std::optional<std::string> copy = text == nullptr ? std::nullopt : std::optional<std::string>(text);
+    std::free(text);
+    function.call(controller, nullptr, n, missing);
+    return copy;
 }
 
-TEST(ControllerFunctions, StandEveryIntegerAndEverySize) {
-    for (FixedVector<4, int> const& size :
-         {FixedVector<4, int>(3, 4, 5, 1), FixedVector<4, int>(3, 0, 5, 1),
-          FixedVector<4, int>(INT_MAX, INT_MAX, INT_MAX, INT_MAX)}) {
+TEST(ControllerFunctions, StandEveryPointerIntegerAndSize) {
+    for (Index const& size :
+         {Index(3, 4, 5, 1), Index(3, 0, 5, 1), Index(-3, -4, 5, 1), Index(INT_MAX, INT_MAX, INT_MAX, INT_MAX)}) {
         for (int const n : {INT_MIN, -1, 0, 1, 2, 3, 59, 60, INT_MAX}) {
-            auto lend = [&](FixedVector<4, int> at, AdtEnums::Access, BufferHandle&) {
+            auto lend = [&](Index at, AdtEnums::Access, BufferHandle&) {
                 EXPECT_TRUE((OpenEndedRange<4, int>::OfSize(size).contains(at))) << at;
             };
             ControllerAdapter controller(lending(size, lend), INT_MAX);
-            for (Function const& function : kFunctions) {
+            for (auto const& function : kFunctions) {
                 bool const isBrick = n >= 0 && (size[0] == INT_MAX || (size[1] == 4 && n < 60));
+                std::string const prefix = "[Adt_BulkView_Controller_" + function.name + "] Invalid argument: ";
                 std::optional<std::string> expected;
                 if (function.name == "Open" && size[0] == INT_MAX) {
                     expected = kSmallOnly;
                 } else if (function.name == "Size" && (n < 0 || n > 2)) {
                     expected = "[Adt::FixedVector] Index out of bounds.";
                 } else if (function.name == "Buffer" && !isBrick) {
-                    expected = kNoBrick;
+                    expected = "[ControllerAdapter::buffer] Invalid argument: brick number is out of bounds.";
                 }
-                EXPECT_EQ(textOf([&](char** text) { function.call(&controller, text, n, -1); }), expected)
-                    << function.name << " " << n << " of " << size;
-                function.call(&controller, nullptr, n, -1);
+                EXPECT_EQ(textOf(function, &controller, n), expected) << function.name << " " << n << " of " << size;
+                EXPECT_EQ(textOf(function, nullptr, n), prefix + "controller is null.");
+                for (int missing = 0; function.name == "BufferAndLinearInfo" && missing <= 9; ++missing) {
+                    EXPECT_EQ(
+                        textOf(function, &controller, n, missing),
+                        prefix + (missing == 0 ? "buffer" : "info") + " is null.");
+                }
             }
         }
     }
 }
 
 TEST(ControllerFunctions, TranslateTheWriteFlagAndTheFailure) {
-    std::function<void()> fail = [] {};
-    AdtEnums::Access asked = AdtEnums::NoAccess;
-    auto lend = [&](FixedVector<4, int>, AdtEnums::Access access, BufferHandle&) {
-        asked = access;
-        fail();
-    };
-    ControllerAdapter controller(lending({1, 1, 1, 1}, lend), 1);
-    auto const buffer = [&](char** text, int flag) {
-        return Adt_BulkView_Controller_Buffer(&controller, text, 0, 0, nullptr, 0, flag);
-    };
-    for (int const flag : {INT_MIN, 0, 1, 2, 3, INT_MAX}) {
-        EXPECT_EQ(textOf([&](char** text) { buffer(text, flag); }), std::nullopt);
-        EXPECT_EQ(asked, flag == 1 ? AdtEnums::ReadWrite : AdtEnums::Read) << flag;
-    }
     struct Row {
         char const* text;
-        std::function<void()> fail;
+        void (*fail)();
     };
-    Row const rows[] = {
+    constexpr Row kRows[] = {
         {"std::exception", [] { throw std::exception(); }},
         {"std::bad_alloc", [] { throw std::bad_alloc(); }},
         {"argument", [] { throw std::invalid_argument("argument"); }},
@@ -261,12 +224,24 @@ TEST(ControllerFunctions, TranslateTheWriteFlagAndTheFailure) {
         {"Not implemented: yet", [] { throw Exceptions::NotImplementedException("yet"); }},
         {"", [] { throw std::length_error(""); }},
     };
-    for (Row const& row : rows) {
+    void (*fail)() = [] {};
+    AdtEnums::Access asked = AdtEnums::NoAccess;
+    auto lend = [&](Index, AdtEnums::Access access, BufferHandle&) { asked = access, fail(); };
+    ControllerAdapter controller(lending({1, 1, 1, 1}, lend), 1);
+    Function const buffer{"", [](auto* c, char** text, int flag, int) {
+                              void* const block = Adt_BulkView_Controller_Buffer(c, text, 0, 0, nullptr, 0, flag);
+                              EXPECT_EQ(block, nullptr);
+                          }};
+    for (int const flag : {INT_MIN, 0, 1, 2, 3, INT_MAX}) {
+        EXPECT_EQ(textOf(buffer, &controller, flag), std::nullopt);
+        EXPECT_EQ(asked, flag == 1 ? AdtEnums::ReadWrite : AdtEnums::Read) << flag;
+    }
+    for (Row const& row : kRows) {
         fail = row.fail;
-        EXPECT_EQ(textOf([&](char** text) { EXPECT_EQ(buffer(text, 1), nullptr); }), row.text);
+        EXPECT_EQ(textOf(buffer, &controller, 1), row.text);
     }
     fail = [] { throw 5; };
-    EXPECT_THROW(buffer(nullptr, 1), int) << "not of the standard tree";
+    EXPECT_THROW(buffer.call(&controller, nullptr, 1, -1), int) << "not of the standard tree";
 }
 
 }  // namespace
