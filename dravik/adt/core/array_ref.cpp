@@ -16,7 +16,7 @@ constexpr std::int64_t kLargestByteSize = std::numeric_limits<std::uint32_t>::ma
 std::int64_t byteSizeOf(std::int64_t sampleCount, int bitSize) noexcept {
     std::int64_t bits = 0;
     if (__builtin_mul_overflow(sampleCount, std::int64_t{bitSize}, &bits) || __builtin_add_overflow(bits, 7, &bits)) {
-        return (sampleCount < 0) == (bitSize < 0) ? std::numeric_limits<std::int64_t>::max() : 0;
+        return bitSize < 0 ? 0 : std::numeric_limits<std::int64_t>::max();
     }
     return bits / 8;
 }

@@ -59,9 +59,7 @@ FixedVector<N, int> SharedArray<N>::DenseStrides(Range const& range) {
         }
         // An axis of one index never takes a step, so any stride will do for it.
         strides[axis] = static_cast<int>(std::min(stride, kLargestInt));
-        if (__builtin_mul_overflow(stride, length, &stride)) {
-            stride = std::numeric_limits<std::int64_t>::max();
-        }
+        stride *= length;  // fits: a stride beyond int has only lengths of 0 and 1 in front of it
     }
     return strides;
 }

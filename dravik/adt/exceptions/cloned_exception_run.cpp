@@ -31,10 +31,9 @@ std::uint32_t codeOf(FaultKind kind) noexcept {
         return 0xC0000091;
     case FaultKind::floatUnderflow:
         return 0xC0000093;
-    case FaultKind::floatInvalidOperation:
-        break;
+    default:
+        return 0xC0000090;  // an invalid operation
     }
-    return 0xC0000090;
 }
 
 std::uintptr_t directionOf(FaultAccess access) noexcept {

@@ -10,9 +10,8 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 ///
 /// The codes that faults of this process get:
 ///
-///     0xC0000005  invalid access: parameters are 0 (read), 1 (write) or 8 (execute), and the address; all ones where
-///     the
-///                 processor does not tell it
+///     0xC0000005  invalid access: parameters are 0 (read), 1 (write) or 8 (execute), and the address;
+///                 all ones where the processor does not tell it
 ///     0xC000001D  illegal instruction
 ///     0xC000008E  floating-point division by zero; 0xC000008F inexact result, 0xC0000090 invalid operation,
 ///                 0xC0000091 overflow, 0xC0000093 underflow

@@ -10,7 +10,7 @@ std::string amountText(std::uint32_t byteAmount) {
     constexpr char const* kUnits[] = {" bytes ", " KiB ", " MiB ", " GiB "};
     std::uint32_t amount = byteAmount;
     int unit = 0;
-    while (amount >= 1000 && unit < 3) {
+    while (amount >= 1000) {  // 32 bits end at 4 GiB
         amount = ((amount - 1) >> 10) + 1;
         ++unit;
     }

@@ -35,7 +35,6 @@ FaultAccess accessOf(greg_t pageFaultError) noexcept {
 FaultKind kindOfArithmetic(int code) noexcept {
     switch (code) {
     case FPE_INTDIV:
-    case FPE_INTOVF:
         return FaultKind::integerDivision;
     case FPE_FLTDIV:
         return FaultKind::floatDivision;

@@ -103,16 +103,14 @@ void Disposition::install(int signal, FaultSignals::Handler handler) noexcept {
 void Disposition::giveBack(int signal) noexcept {
     if (isOurs(currentAction(signal))) {
         sigaction(signal, layers_[static_cast<std::size_t>(buried_)], nullptr);
-        top_ = buried_ - 1;
-        return;
-    }
-    if (++buried_ == kLayers) {
-        for (std::size_t layer = 1; layer < kLayers; ++layer) {
+    } else if (++buried_ == kLayers) {
+        // The oldest handler over ours is passed over from now on; what lies below all of them stays.
+        for (std::size_t layer = 2; layer < kLayers; ++layer) {
             layers_[layer - 1] = layers_[layer].load();
         }
         --buried_;
-        top_ = buried_ - 1;
     }
+    top_ = buried_ - 1;
 }
 
 void Disposition::replaceLayer(Action const& action) noexcept {

@@ -41,12 +41,10 @@ int longestAxis(std::span<IndexBox<N> const> boxes) noexcept {
 /// Brings the `count` boxes that lie lowest along the longest axis to the front.
 template <int N>
 void splitAt(std::span<IndexBox<N>> boxes, std::size_t count) noexcept {
-    if (count > 0 && count < boxes.size()) {
-        int const axis = longestAxis<N>(boxes);
-        std::nth_element(
-            boxes.begin(), boxes.begin() + static_cast<std::ptrdiff_t>(count), boxes.end(),
-            [axis](auto const& a, auto const& b) { return doubledCentre<N>(a, axis) < doubledCentre<N>(b, axis); });
-    }
+    int const axis = longestAxis<N>(boxes);
+    std::nth_element(
+        boxes.begin(), boxes.begin() + static_cast<std::ptrdiff_t>(count), boxes.end(),
+        [axis](auto const& a, auto const& b) { return doubledCentre<N>(a, axis) < doubledCentre<N>(b, axis); });
 }
 
 /// Four nearly equal parts of `size` > 4 boxes. All but the last are 1 modulo 3, the sizes of trees whose every node is
@@ -105,7 +103,7 @@ void collect(IndexPool<N> const& pool, std::uint32_t id, std::vector<IndexBox<N>
 
 /// Whether a tree of `boxes` boxes is higher than 8 + 2 log2(boxes).
 inline bool isTooHigh(unsigned height, std::uint64_t boxes) noexcept {
-    return height > 8 && (height >= 8 + 64 || std::uint64_t{1} << (height - 8) > boxes * boxes);
+    return height >= 8 + static_cast<unsigned>(std::bit_width(boxes * boxes));
 }
 
 /// Whether it is higher than a balanced one by half.

@@ -33,9 +33,6 @@ struct IndexBoxFace {
         }
         return mixed & (buckets - 1);
     }
-
-    // NOLINTNEXTLINE(modernize-use-nullptr): the linter's own mistake about what the compiler writes
-    friend auto operator<=>(IndexBoxFace const&, IndexBoxFace const&) = default;
 };
 
 /// Joins boxes that coincide on every other axis and touch along this one.
@@ -54,7 +51,9 @@ void mergeAlong(int axis, std::vector<IndexBox<N>>& boxes) {
     auto const first = std::partition(boxes.begin(), boxes.end(), [&](auto const& box) {
         return !ends[startOf(box).hash(buckets)] && !starts[endOf(box).hash(buckets)];
     });
-    std::sort(first, boxes.end(), [&](auto const& left, auto const& right) { return startOf(left) < startOf(right); });
+    std::sort(first, boxes.end(), [&](auto const& left, auto const& right) {
+        return startOf(left).coordinates < startOf(right).coordinates;
+    });
     auto last = first;
     for (auto next = first; next != boxes.end(); ++next) {
         if (next != first && !absorb(*last, *next)) {

@@ -94,8 +94,8 @@ class IndexPlacement {
         if ((slots & (slots - 1)) != 0 || !node.isNode(slot) || encloses(box, node.box(slot))) {
             return false;
         }
-        auto const [cheapest, cost] = node.cheapest(box, isNear_);
-        return cheapest == slot && (node.count == Node::kSlots || cost < PlacementWeights<N>::kTooFar);
+        // Bounds that it meets are never too far. Others fit better only where it touches them.
+        return node.cheapest(box, isNear_).slot == slot;
     }
 
     /// Adds a box that shares points with some under the node.
@@ -103,7 +103,7 @@ class IndexPlacement {
         unsigned const slots = slotsSharingPoints(id, box);
         int const slot = std::countr_zero(slots);
         if ((slots & (slots - 1)) != 0) {
-            placePieces(id, outside(id, slots, box));
+            placePieces(id, partsOutside(pool_, id, slots, box));
         } else if (!pool_[id].isNode(slot)) {
             addToBox(id, slot, box);
         } else if (encloses(box, pool_[id].box(slot))) {
@@ -167,33 +167,6 @@ class IndexPlacement {
         points_ -= pool_.dropTree(node.child[slot]);
         points_ += wideCount(box);
         node.setBox(slot, box);
-    }
-
-    /// The parts of the box that no box in these slots covers.
-    std::vector<Box> outside(Id id, unsigned slots, Box const& box) const {
-        std::vector<Box> pieces(1, box);
-        forEachSlot(slots, [&](int slot) {
-            std::vector<Box> rest;
-            for (Box const& piece : pieces) {
-                cutBySlot(id, slot, piece, rest);
-            }
-            pieces.swap(rest);
-        });
-        return pieces;
-    }
-
-    void cutBySlot(Id id, int slot, Box const& piece, std::vector<Box>& rest) const {
-        Node const& node = pool_[id];
-        unsigned const bit = 1u << slot;
-        if ((node.slotsMeeting(piece) & bit) == 0) {
-            rest.push_back(piece);
-        } else if (node.isNode(slot)) {
-            Id const child = node.child[slot];
-            auto const parts = outside(child, pool_[child].slotsMeeting(piece), piece);
-            rest.insert(rest.end(), parts.begin(), parts.end());
-        } else {
-            cutOutside(piece, node.box(slot), [&](Box const& part) { rest.push_back(part); });
-        }
     }
 
     /// Finds the place for a box that meets none under the node.

@@ -89,6 +89,30 @@ void forEachMeeting(IndexPool<N> const& pool, std::uint32_t id, IndexBox<N> cons
     });
 }
 
+/// The parts of `box` that no box in these slots of the node covers.
+template <int N>
+std::vector<IndexBox<N>> partsOutside(
+    IndexPool<N> const& pool, std::uint32_t id, unsigned slots, IndexBox<N> const& box) {
+    IndexNode<N> const& node = pool[id];
+    std::vector<IndexBox<N>> pieces(1, box);
+    forEachSlot(slots, [&](int slot) {
+        std::vector<IndexBox<N>> rest;
+        for (IndexBox<N> const& piece : pieces) {
+            if ((node.slotsMeeting(piece) >> slot & 1) == 0) {
+                rest.push_back(piece);
+            } else if (node.isNode(slot)) {
+                auto const child = node.child[slot];
+                auto const parts = partsOutside(pool, child, pool[child].slotsMeeting(piece), piece);
+                rest.insert(rest.end(), parts.begin(), parts.end());
+            } else {
+                cutOutside(piece, node.box(slot), [&](IndexBox<N> const& part) { rest.push_back(part); });
+            }
+        }
+        pieces.swap(rest);
+    });
+    return pieces;
+}
+
 /// Whether the tree holds every point of one box: asks for its volume instead of cutting it up.
 ///
 /// `possible_` counts what the bounds met so far could hold at most, `found_` what boxes do hold. The answer is known

@@ -102,13 +102,11 @@ class IndexSetTree {
         }
     }
 
-    /// Replaces a child node that has one child left by that child, and closes up one that has none.
+    /// Replaces a child node that has one child left by that child. It has one: bounds are tight, so a box that takes
+    /// all of its points encloses them.
     void fold(Node& node, int slot) noexcept {
         Id const child = node.child[slot];
-        if (nodes()[child].count == 0) {
-            node.closeUp(slot);
-            nodes().drop(child);
-        } else if (nodes()[child].count == 1) {
+        if (nodes()[child].count == 1) {
             node.copySlot(slot, nodes()[child], 0);
             nodes().drop(child);
         }
