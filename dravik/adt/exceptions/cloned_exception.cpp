@@ -50,8 +50,6 @@ ICloneableException::ConstPtr ClonedException::askHandlers() {
             if (ConstPtr clone = handler()) {
                 return clone;
             }
-        } catch (abi::__forced_unwind&) {
-            throw;
         } catch (...) {
             // It does not know the exception; the next one may.
         }

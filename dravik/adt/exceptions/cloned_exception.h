@@ -15,7 +15,8 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 class DRAVIK_ADT_EXPORT ClonedException : public CloneableExceptionBase {
   public:
     /// Returns a clone of the exception being handled when it knows the type, else null. It may rethrow the exception
-    /// inside a try block of its own; one that throws or is empty counts as not knowing.
+    /// inside a try block of its own; one that throws or is empty counts as not knowing. It must not end its thread:
+    /// no runtime unwinds that through the catch block around it.
     using Handler = boost::function0<ConstPtr>;
 
     ClonedException(ClonedException const&) = default;
