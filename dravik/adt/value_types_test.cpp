@@ -65,9 +65,12 @@ struct Values<BasicArrayRef<2, Byte>> {
         Array relabelled = array(4, 4, 0, typeid(int));
         relabelled.setStrides({2, 1});
         relabelled.setStrides({4, 1});
+        Array elsewhere = relabelled;
+        static char memory[1];
+        elsewhere.setData(memory);
         return {
             {array(4, 4, 0, typeid(int)), array(3, 4, 0, typeid(int)), array(4, 5, 0, typeid(int)),
-             array(4, 4, 1, typeid(int)), array(4, 4, 0, typeid(float)), Array()},
+             array(4, 4, 1, typeid(int)), array(4, 4, 0, typeid(float)), elsewhere, Array()},
             {relabelled}};
     }
 };
@@ -166,6 +169,31 @@ TYPED_TEST(ValueType, PrintsAndHashesAsItCompares) {
     for (TypeParam const& other : equalToFirst) {
         EXPECT_EQ(different.front(), other);
         expectSameHash(different.front(), other, true);
+    }
+}
+
+TEST(ValueTypes, PrintAsTheirHeadersSay) {
+    char memory[4];
+    ArrayRef<2> const array({{2, 0}, {5, 4}}, {4, 1}, memory, 3, typeid(short), 16);
+    IndexSet<2, int> frame(OpenEndedRange<2, int>{{0, 0}, {4, 4}});
+    frame.remove(FixedVector<2, int>(1, 1));
+    struct Row {
+        std::string text;
+        char const* expected;
+    };
+    Row const rows[] = {
+        {printed(FixedVector<3, int>(1, -2, 3)), "(1,-2,3)"},
+        {printed(ExtentK<2, int>(ExtentImpl<int>{3, 1, 4}, ExtentImpl<int>{5, -2, 6})), "3:1:4 x 5:-2:6"},
+        {printed(OpenEndedRange<2, int>{{0, 1}, {4, 3}}), "[0,4)x[1,3)"},
+        {printed(ClosedRange<1, float>{-0.5f, 2}), "[-0.5,2]"},
+        {printed(ClosedRange<2, int>{{0, 1}, {4, 3}}), "[0,4]x[1,3]"},
+        {printed(array), "short[2,5)x[0,4) strides (4,1) offset 3"},
+        {printed(ArrayConstRef<1>()), "void[0,0) strides (0) offset 0, no memory"},
+        {printed(frame), "{[0,1)x[0,4) [2,4)x[0,4) [1,2)x[0,1) [1,2)x[2,4)}"},
+        {printed(IndexSet<2, int>()), "{}"},
+    };
+    for (Row const& row : rows) {
+        EXPECT_EQ(row.text, row.expected);
     }
 }
 

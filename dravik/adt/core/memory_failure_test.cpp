@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <optional>
 #include <stdexcept>
 
 namespace Quorvel::Dravik::Adt {
@@ -18,59 +17,11 @@ namespace {
 
 using Testing::AllocationFailure;
 using Testing::callOut;
-using Testing::failEverywhere;
 using Testing::Fails;
 
-TEST(SharedBuffer, SurvivesEveryFailedAllocation) {
-    using OwnerPtr = boost::intrusive_ptr<SharedBuffer::Owner>;
-    struct Scene {
-        SharedBuffer buffer;
-        SharedBuffer other;
-        OwnerPtr copy, sharer;
-        char* result = nullptr;
-    };
-    failEverywhere<AllocationFailure>(
-        "growing, copying and sharing a buffer",
-        [] {
-            Scene scene;
-            scene.buffer.getBuffer(8, /*allocate=*/true, /*createOwner=*/true);
-            scene.other = scene.buffer;
-            return scene;
-        },
-        [](Scene& scene) {
-            auto* const owner = const_cast<SharedBuffer::Owner*>(scene.other.getOwner().get());
-            scene.copy = new SharedBuffer::BasicArrayOwner(*owner);
-            scene.sharer = owner->share();
-            scene.result = scene.buffer.getBuffer(100, /*allocate=*/true, /*createOwner=*/true);
-        },
-        [](Scene& scene, bool completed) {
-            EXPECT_EQ(scene.result != nullptr, completed);
-            EXPECT_TRUE(scene.copy == nullptr || scene.copy->getBufferRO() != nullptr);
-            EXPECT_NE(scene.other.getBufferNoAlloc(), nullptr) << "other holders keep theirs";
-            EXPECT_NE(scene.buffer.getBuffer(100, /*allocate=*/true, /*createOwner=*/true), nullptr) << "next try";
-        });
-}
-
-TEST(SharedArray, SurvivesEveryFailedAllocation) {
-    struct Scene {
-        SharedArray<2> lazy{ArrayRef<2>({{0, 0}, {4, 4}}, {4, 1}, nullptr, 0, typeid(float), 32), SharedBuffer()};
-        std::optional<SharedArray<4>> made;
-    };
-    failEverywhere<AllocationFailure>(
-        "making and allocating arrays", [] { return Scene(); },
-        [](Scene& scene) {
-            scene.lazy.ensureAllocated(/*wanted=*/true);
-            scene.made = SharedArray<2>::Make<double>({{0, 0}, {8, 8}});
-        },
-        [](Scene& scene, bool completed) {
-            EXPECT_EQ(scene.made.has_value(), completed);
-            EXPECT_TRUE(completed || scene.lazy.data() == scene.lazy.buffer().getBufferNoAlloc());
-            scene.lazy.ensureAllocated(/*wanted=*/true);
-            EXPECT_NE(scene.lazy.data(), nullptr) << "next try";
-        });
-}
-
 // Bytes of a host that may fail at every turn.
+using OwnerPtr = boost::intrusive_ptr<SharedBuffer::Owner>;
+
 class HostOwner : public SharedBuffer::Owner {
   public:
     bool isWritable() const override { return callOut("isWritable"), true; }
@@ -97,11 +48,12 @@ Set checkered(int origin) {
 }
 
 struct Scene {
-    boost::intrusive_ptr<SharedBuffer::Owner> owner{new HostOwner};
+    OwnerPtr owner{new HostOwner};
     std::unique_ptr<HostOwner> unreferenced = std::make_unique<HostOwner>();
     SharedBuffer hosted{owner};
     SharedBuffer buffer;
     Array array{ArrayRef<2>({{0, 0}, {4, 4}}, {4, 1}, nullptr, 0, typeid(float), 32), SharedBuffer(owner)};
+    Array made;
     Set set = checkered(0);
     Set const other = checkered(1);
     Threading::Mutex mutex;
@@ -123,11 +75,26 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          s.buffer.getBuffer(100, /*allocate=*/true, /*createOwner=*/true);
      },
      [](Scene& s, bool completed) {
-         EXPECT_EQ(s.buffer.getOwner() != nullptr && s.buffer.isShareable(), true);
+         EXPECT_TRUE(s.buffer.getOwner() != nullptr && s.buffer.isShareable());
          EXPECT_TRUE(!completed || s.buffer.getBufferByteSize() == 100);
      }},
     {"copying and sharing a host's bytes", Fails::kBoth,
-     [](Scene& s) { s.buffer = SharedBuffer(new SharedBuffer::BasicArrayOwner(*s.owner->share())); }},
+     [](Scene& s) {
+         OwnerPtr const copy(new SharedBuffer::BasicArrayOwner(*s.owner->share()));
+         s.buffer = SharedBuffer(copy->share());
+         EXPECT_EQ(s.buffer.getBufferNoAlloc(), copy->getBufferRO());
+     }},
+    {"making arrays", Fails::kAllocations,
+     [](Scene& s) {
+         s.array.setBuffer({});
+         s.array.setData(nullptr);
+         s.array.ensureAllocated(/*wanted=*/true);
+         s.made = Array::Make<double>({{0, 0}, {8, 8}});
+     },
+     [](Scene& s, bool completed) {
+         EXPECT_TRUE(!completed || (s.made.data() != nullptr && s.array.data() != nullptr));
+         EXPECT_EQ(s.array.data(), s.array.buffer().getBufferNoAlloc());
+     }},
     {"wrapping bytes", Fails::kAllocations,
      [](Scene& s) {
          s.buffer = SharedBuffer::createFromExternal(s.floats, sizeof s.floats, /*writable=*/true);
@@ -140,15 +107,8 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      [](Scene& s, bool completed) { EXPECT_EQ(s.array.data() != nullptr, completed); }},
     {"refusing arrays", Fails::kAllocations,
      [](Scene& s) {
-         refused<std::invalid_argument>([] { Array::Make({{0, 0}, {4, 4}}, typeid(int), 0); });
          refused<std::invalid_argument>([&] { Array::Wrap<float>(s.floats, {{0, 0}, {4, 5}}); });
          refused<std::length_error>([] { Array::Make<double>({{0, 0}, {40000, 40000}}); });
-         refused<std::length_error>([] { SharedArray<3>::DenseStrides({{0, 0, 0}, {2, 65536, 65536}}); });
-         refused<std::length_error>([] { Array::Make<char>({{0, 0}, {65536, 65536}}, {-65536, 1}); });
-         refused<std::runtime_error>([] {
-             ArrayRef<2>({{0, 0}, {2, 2}}, {-2, 1}, nullptr, 0, typeid(int), 32)
-                 .requiredBufferByteSize(/*touchedOnly=*/false);
-         });
          refused<std::invalid_argument>([&] { s.array.strides()[2]; });
      }},
     {"printing values", Fails::kBoth,
@@ -171,26 +131,6 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          s.set = copy;
      },
      [](Scene& s, bool completed) { EXPECT_EQ(s.set, completed ? s.other : checkered(0)); }},
-    {"adding a set and a point", Fails::kAllocations,
-     [](Scene& s) {
-         s.set.add(s.other);
-         s.set.add(Set::Point{100, 100});
-     },
-     [](Scene& s, bool completed) {
-         EXPECT_TRUE(s.set.isSubset(checkered(0)));
-         EXPECT_EQ(s.set.contains({100, 100}), completed);
-         EXPECT_TRUE(!completed || s.set.isSubset(s.other));
-     }},
-    {"removing points and a box", Fails::kAllocations,
-     [](Scene& s) {
-         s.set.add(Set::Box{{50, 50}, {60, 60}});
-         s.set.remove(Set::Point{55, 55});
-         s.set.remove(Set::Box{{51, 51}, {53, 53}});
-     },
-     [](Scene& s, bool completed) {
-         EXPECT_TRUE(s.set.isSubset(checkered(0)));
-         EXPECT_TRUE(!completed || s.set.size() == checkered(0).size() + 100 - 5);
-     }},
     {"comparing and intersecting sets", Fails::kAllocations,
      [](Scene& s) {
          EXPECT_TRUE(s.set.intersects(s.other) && !s.set.isSubset(s.other) && !(s.set == s.other));

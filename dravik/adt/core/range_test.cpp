@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <sstream>
-#include <unordered_set>
 
 namespace Quorvel::Dravik::Adt {
 namespace {
@@ -22,11 +20,8 @@ Box1 box(int min, int max) {
 
 TEST(OpenEndedRange, ContainsItsLowerCornerButNotItsUpperOne) {
     Box2 const range{{1, 1}, {3, 4}};
-    EXPECT_TRUE(range.contains({1, 1}));
-    EXPECT_TRUE(range.contains({2, 3}));
-    EXPECT_FALSE(range.contains({3, 1}));
-    EXPECT_FALSE(range.contains({1, 4}));
-    EXPECT_FALSE(range.contains({0, 1}));
+    EXPECT_TRUE(range.contains({1, 1}) && range.contains({2, 3}));
+    EXPECT_FALSE(range.contains({3, 1}) || range.contains({1, 4}) || range.contains({0, 1}));
 }
 
 TEST(OpenEndedRange, IntersectsAndClipsByTheCornersOfBoth) {
@@ -66,21 +61,14 @@ TEST(OpenEndedRange, CountsPointsInSixtyFourBits) {
     EXPECT_EQ(all.pointCount(), INT64_MAX);
 }
 
-TEST(ClosedRange, ContainsEveryEmptyRange) {
-    using Closed = ClosedRange<1, int>;
-    EXPECT_TRUE((Closed{0, 1}.contains({5, 4})));
-    EXPECT_TRUE((Closed{0, 1}.contains({0, 1})));
-    EXPECT_FALSE((Closed{0, 1}.contains({0, 2})));
-    EXPECT_FALSE((ClosedRange<2, int>{{0, 0}, {4, 4}}.contains({{1, 1}, {2, 5}})));
-    EXPECT_TRUE((ClosedRange<2, int>{{0, 0}, {4, 4}}.contains({{1, 9}, {2, 8}})));
-}
-
-TEST(Ranges, PrintAndHash) {
-    std::ostringstream out;
-    out << Box2{{0, 1}, {4, 3}} << ' ' << ClosedRange<1, float>{-0.5f, 2} << ' ' << ClosedRange<2, int>{{0, 1}, {4, 3}};
-    EXPECT_EQ(out.str(), "[0,4)x[1,3) [-0.5,2] [0,4]x[1,3]");
-    EXPECT_EQ((std::unordered_set<Box1>{box(0, 1), box(1, 0), box(0, 1)}.size()), 2u);
-    EXPECT_EQ((std::unordered_set<ClosedRange<1, double>>{{0, 1}, {0, 2}, {0, 1}}.size()), 2u);
+TEST(ClosedRange, ContainsWhatLiesBetweenItsBoundsAndEveryEmptyRange) {
+    using Closed1 = ClosedRange<1, int>;
+    EXPECT_TRUE((Closed1{0, 1}.contains({5, 4}) && Closed1{0, 1}.contains({0, 1})));
+    EXPECT_FALSE((Closed1{0, 1}.contains({0, 2}) || Closed1{0, 1}.contains({-1, 0})));
+    ClosedRange<2, int> const closed{{0, 0}, {4, 4}};
+    EXPECT_TRUE(
+        closed.contains({{0, 0}, {4, 4}}) && closed.contains({{1, 9}, {2, 8}}) && closed.contains({{9, 1}, {8, 2}}));
+    EXPECT_FALSE(closed.contains({{1, 1}, {2, 5}}) || closed.contains({{1, -1}, {2, 2}}));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <latch>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt {
@@ -104,32 +105,26 @@ TEST(SharedBuffer, OutgrowsItsOwnerOnlyWhenAllowed) {
 
 TEST(SharedBuffer, TellsWhatItsOwnerIs) {
     static char external[64];
+    /// isNull, isReadOnly, isShareable, getBufferByteSize, getBufferNoAlloc and the size that comes with it.
+    using Answers = std::tuple<bool, bool, bool, std::uint32_t, char*, std::uint32_t>;
     struct Row {
         char const* name;
         SharedBuffer buffer;
-        bool isNull, isReadOnly, isShareable;
-        std::uint32_t byteSize;
-        char* bytes;
-        std::uint32_t byteSizeWithBytes;
+        Answers answers;
     };
     Row const rows[] = {
-        {"Empty", SharedBuffer(), true, false, true, 0, nullptr, 0},
-        {"Unallocated", SharedBuffer(makeOwner(9)), false, false, true, 9, nullptr, 0},
-        {"ExternalReadOnly", SharedBuffer::createFromExternal(external, 64, false), false, true, false, 64, external,
-         64},
-        {"ExternalWritable", SharedBuffer::createFromExternal(external, 64, true), false, false, false, 64, external,
-         64},
-        {"ExternalNull", SharedBuffer::createFromExternal(nullptr, 64, true), false, false, false, 64, nullptr, 0},
+        {"Empty", SharedBuffer(), {true, false, true, 0, nullptr, 0}},
+        {"Unallocated", SharedBuffer(makeOwner(9)), {false, false, true, 9, nullptr, 0}},
+        {"External", SharedBuffer::createFromExternal(external, 64, false), {false, true, false, 64, external, 64}},
+        {"ExternalNull", SharedBuffer::createFromExternal(nullptr, 64, true), {false, false, false, 64, nullptr, 0}},
     };
-    for (Row const& row : rows) {
+    for (auto const& [name, buffer, answers] : rows) {
         std::uint32_t byteSize = 12345;
-        EXPECT_EQ(row.buffer.isNull(), row.isNull) << row.name;
-        EXPECT_EQ(row.buffer.isReadOnly(), row.isReadOnly) << row.name;
-        EXPECT_EQ(row.buffer.isShareable(), row.isShareable) << row.name;
-        EXPECT_EQ(row.buffer.getBufferByteSize(), row.byteSize) << row.name;
-        EXPECT_EQ(row.buffer.getBufferNoAlloc(&byteSize), row.bytes) << row.name;
-        EXPECT_EQ(byteSize, row.byteSizeWithBytes) << row.name;
-        EXPECT_EQ(row.buffer.getBufferNoAlloc(), row.bytes) << row.name;
+        char* const bytes = buffer.getBufferNoAlloc(&byteSize);
+        Answers const given(
+            buffer.isNull(), buffer.isReadOnly(), buffer.isShareable(), buffer.getBufferByteSize(), bytes, byteSize);
+        EXPECT_EQ(given, answers) << name;
+        EXPECT_EQ(buffer.getBufferNoAlloc(), bytes) << name;
     }
 }
 

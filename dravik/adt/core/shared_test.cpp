@@ -40,6 +40,7 @@ TEST(Shared, CountsFromNothingAndGoesWithTheLastReference) {
         EXPECT_FALSE(probe->isUniqueRef());
     }
     EXPECT_TRUE(probe->isUniqueRef());
+    EXPECT_EQ(probe->get_deleter(typeid(Probe)), nullptr);
     EXPECT_EQ(story, "");
     first.reset();
     EXPECT_EQ(story, "disposed at 0;deleted;");
