@@ -51,6 +51,7 @@ std::vector<Box> bricks(int count, bool uneven) {
 
 CacheIndex indexOf(std::vector<Box> const& boxes) {
     CacheIndex index(3, {CacheFilter::kNever, CacheFilter::kNever, CacheFilter::kNever});
+    index.reserve(static_cast<int>(boxes.size()));
     for (Box const& box : boxes) {
         index.store(box, AdtEnums::Read, /*unusable=*/false);
     }

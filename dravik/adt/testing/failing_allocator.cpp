@@ -14,10 +14,18 @@ namespace Quorvel::Dravik::Adt::Testing {
 namespace {
 
 constinit thread_local FailurePlan allocationPlan;
+constinit thread_local MemoryHook hook = nullptr;
 constinit std::atomic<std::int64_t> liveBlockCount = 0;
 constinit std::atomic<std::int64_t> liveByteSize = 0;
 
+void callHook() {
+    if (hook != nullptr) {
+        (*hook)();
+    }
+}
+
 void* tryAllocate(std::size_t byteSize, std::size_t alignment = 0) noexcept {
+    callHook();
     if (allocationPlan.failsNow()) {
         return nullptr;
     }
@@ -42,6 +50,7 @@ void* allocate(std::size_t byteSize, std::size_t alignment = 0) {
 }
 
 void giveBack(void* memory) noexcept {
+    callHook();
     if (memory != nullptr) {
         liveBlockCount.fetch_sub(1, std::memory_order_relaxed);
         liveByteSize.fetch_sub(static_cast<std::int64_t>(malloc_usable_size(memory)), std::memory_order_relaxed);
@@ -57,6 +66,10 @@ constexpr std::size_t bytes(std::align_val_t alignment) noexcept {
 
 LiveMemory liveMemory() noexcept {
     return {liveBlockCount.load(std::memory_order_relaxed), liveByteSize.load(std::memory_order_relaxed)};
+}
+
+MemoryHook& memoryHook() noexcept {
+    return hook;
 }
 
 FailurePlan& AllocationFailure::plan() noexcept {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <ostream>
 
 namespace Quorvel::Dravik::Adt::Testing {
@@ -24,6 +25,10 @@ struct LiveMemory {
 };
 
 LiveMemory liveMemory() noexcept;
+
+/// What the calling thread does whenever it gets or gives back memory; nothing while null.
+using MemoryHook = std::function<void()> const*;
+MemoryHook& memoryHook() noexcept;
 
 /// The calling thread's allocations fail by this plan.
 struct AllocationFailure {

@@ -43,8 +43,6 @@ class DRAVIK_ADT_EXPORT BufferAccessorFilter : public IBufferAccessor {
     /// Puts `target` in place of the target so far and gives that one back.
     virtual std::unique_ptr<IBufferAccessor> replaceTargetAccessor(std::unique_ptr<IBufferAccessor> target);
 
-    bool hasTargetAccessor() const noexcept { return target_ != nullptr; }
-
   private:
     std::unique_ptr<IBufferAccessor> target_;
 };

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -83,7 +84,7 @@ void CacheFilter::setHint(HintType type, OpenEndedRange<4, int> const& range, fl
 }
 
 // In each of the following, what leaves the table is declared before the lock and so destroyed after it: the last
-// reference to an owner may run anybody's code.
+// reference to an owner may run anybody's code. So may operator new and delete: memory comes and goes without the lock.
 
 template <int N>
 bool CacheFilter::tryServe(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle& handle) {
@@ -98,52 +99,84 @@ bool CacheFilter::tryServe(FixedVector<4, int> const& position, AdtEnums::Access
 }
 
 void CacheFilter::store(BufferHandle const& handle) {
-    Loans dropped;
+    std::size_t room = 0;  // for as many blocks, tables are brought along
+    do {
+        Loans loans;
+        Detail::CacheIndex index(index_.axes(), index_.limits());
+        if (room != 0) {
+            loans.reserve(room);
+            index.reserve(static_cast<int>(loans.capacity()));
+        }
+        room = tryStore(handle, loans, index);
+    } while (room != 0);
+}
+
+// How many blocks the tables given must have room for, if those in use are full or to be dropped; else 0, and the block
+// is kept. The index always has room for as many blocks as loans_.
+std::size_t CacheFilter::tryStore(BufferHandle const& handle, Loans& loans, Detail::CacheIndex& index) noexcept {
+    constexpr std::size_t kFewest = 16;
     BufferHandle::Loan loan;
     std::lock_guard const lock(mutex_);
     // Read under the lock: an invalidation on another thread marks the handle first and then looks for entries, so
     // either the mark is seen here or the entry is found there.
     loan = handle.loan();
+    std::size_t const count = loans_.size();
     bool const isReset = index_.isResetBy(loan.info.range);
-    if (isReset) {
-        dropped.reserve(loans_.size() + 1);
-    } else if (loans_.size() == loans_.capacity()) {
-        loans_.reserve(2 * loans_.size() + 1);
+    if (isReset || count == loans_.capacity()) {
+        std::size_t const room = isReset ? count + 1 : std::max(2 * count, kFewest);
+        if (loans.capacity() < room) {
+            return room;
+        }
+        index_.moveInto(index);
+        if (!isReset) {
+            std::move(loans_.begin(), loans_.end(), std::back_inserter(loans));
+        }
+        loans_.swap(loans);
     }
     index_.store(loan.info.range, loan.access, loan.invalidated);
-    if (isReset) {
-        dropped.swap(loans_);
-    }
     loans_.push_back(std::move(loan));
+    return 0;
 }
 
 // Must not fail for want of memory, since the memory of the blocks may be what is wanted back: the blocks go together
 // if there is room to carry them out of the lock, else one after the other.
 template <class IsGone>
 bool CacheFilter::remove(IsGone isGone) noexcept {
-    for (bool any = false;; any = true) {
+    bool any = false;
+    for (std::size_t room = 1;;) {
         boost::container::small_vector<BufferHandle::Loan, 1> dropped;
-        std::lock_guard const lock(mutex_);
-        auto const goneCount = static_cast<std::size_t>(std::count_if(loans_.begin(), loans_.end(), isGone));
-        if (goneCount == 0) {
-            return any;
-        }
         try {
-            dropped.reserve(goneCount);
+            dropped.reserve(room);
         } catch (std::bad_alloc const&) {
         }
-        auto room = static_cast<std::ptrdiff_t>(dropped.capacity());
-        index_.remove([&](int entry) { return isGone(loans_[static_cast<std::size_t>(entry)]) && room-- > 0; });
-        auto kept = loans_.begin();
-        for (BufferHandle::Loan& loan : loans_) {
-            if (isGone(loan) && dropped.size() < dropped.capacity()) {
-                dropped.push_back(std::move(loan));
-            } else {
-                std::swap(*kept++, loan);
-            }
+        std::lock_guard const lock(mutex_);
+        auto const goneCount = static_cast<std::size_t>(std::count_if(loans_.begin(), loans_.end(), isGone));
+        if (goneCount > room) {
+            room = goneCount;
+            continue;
         }
-        loans_.erase(kept, loans_.end());
+        any = any || goneCount != 0;
+        goneCount != 0 ? takeOut(isGone, dropped) : void();
+        if (goneCount <= dropped.capacity()) {
+            return any;
+        }
     }
+}
+
+// As many as `dropped` has room for.
+template <class IsGone, class Dropped>
+void CacheFilter::takeOut(IsGone isGone, Dropped& dropped) noexcept {
+    auto left = static_cast<std::ptrdiff_t>(dropped.capacity());
+    index_.remove([&](int entry) { return isGone(loans_[static_cast<std::size_t>(entry)]) && left-- > 0; });
+    auto kept = loans_.begin();
+    for (BufferHandle::Loan& loan : loans_) {
+        if (isGone(loan) && dropped.size() < dropped.capacity()) {
+            dropped.push_back(std::move(loan));
+        } else {
+            std::swap(*kept++, loan);
+        }
+    }
+    loans_.erase(kept, loans_.end());
 }
 
 void CacheFilter::removeAll() noexcept {
@@ -166,31 +199,24 @@ void CacheFilter::dispose(bool flag) {
 
 void CacheFilter::accessorUpdated() {
     AtExit const removal([this] { removeAll(); });
-    if (IClient* const above = clientPtr()) {
-        above->accessorUpdated();
-    }
+    relay(&IClient::accessorUpdated);
 }
 
 void CacheFilter::bufferInvalidated(BufferHandle::Owner const* owner) {
     AtExit const removal(
         [this, owner] { remove([=](BufferHandle::Loan const& loan) { return loan.owner == owner; }); });
-    if (IClient* const above = clientPtr()) {
-        above->bufferInvalidated(owner);
-    }
+    relay(&IClient::bufferInvalidated, owner);
 }
 
 bool CacheFilter::prepareBufferRelease(void const* buffer, int& value) {
-    IClient* const above = clientPtr();
-    bool const isHeldAbove = above != nullptr && above->prepareBufferRelease(buffer, value);
+    bool const isHeldAbove = relay(&IClient::prepareBufferRelease, buffer, value);
     bool const isHeldHere = removeBuffer(buffer);
     return isHeldAbove || isHeldHere;
 }
 
 void CacheFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
     removeBuffer(buffer);
-    if (IClient* const above = clientPtr()) {
-        above->releaseBuffer(buffer, std::move(owner));
-    }
+    relay(&IClient::releaseBuffer, buffer, std::move(owner));
 }
 
 template <int N>

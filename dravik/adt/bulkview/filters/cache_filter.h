@@ -8,6 +8,7 @@
 #include "dravik/adt/core/lightweight_mutex.h"
 #include "dravik/adt/export.h"
 
+#include <cstddef>
 #include <memory>
 #include <vector>
 
@@ -26,7 +27,8 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 ///     chain = CacheFilter::Apply(std::move(chain), 64 << 20, CacheFilter::kNever, CacheFilter::kNever);
 /// @lifetime kept blocks are let go before the target, in dispose(flag) and at the end
 /// @threads A block may be served once more while another thread is told that it is no longer valid: the client hears
-/// it first. No lock is held while the target, the client or an owner is called.
+/// it first. No lock is held while the target, the client or an owner is called, and none while memory is got or given
+/// back.
 class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
   public:
     static constexpr int kNever = -1;  ///< a limit that is never reached
@@ -75,8 +77,11 @@ class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
 
     template <class IsGone>
     bool remove(IsGone isGone) noexcept;
+    template <class IsGone, class Dropped>
+    void takeOut(IsGone isGone, Dropped& dropped) noexcept;
     void removeAll() noexcept;
     void reserve();
+    std::size_t tryStore(BufferHandle const& handle, Loans& loans, Detail::CacheIndex& index) noexcept;
 
     LightweightMutex mutex_;  // of all below
     Loans loans_;             // the entries of index_

@@ -59,26 +59,19 @@ std::unique_ptr<IBufferAccessor> ProxyFilter::createClone() const {
 }
 
 void ProxyFilter::accessorUpdated() {
-    if (IClient* const above = clientPtr()) {
-        above->accessorUpdated();
-    }
+    relay(&IClient::accessorUpdated);
 }
 
 void ProxyFilter::bufferInvalidated(BufferHandle::Owner const* owner) {
-    if (IClient* const above = clientPtr()) {
-        above->bufferInvalidated(owner);
-    }
+    relay(&IClient::bufferInvalidated, owner);
 }
 
 bool ProxyFilter::prepareBufferRelease(void const* buffer, int& value) {
-    IClient* const above = clientPtr();
-    return above != nullptr && above->prepareBufferRelease(buffer, value);
+    return relay(&IClient::prepareBufferRelease, buffer, value);
 }
 
 void ProxyFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
-    if (IClient* const above = clientPtr()) {
-        above->releaseBuffer(buffer, std::move(owner));
-    }
+    relay(&IClient::releaseBuffer, buffer, std::move(owner));
 }
 
 void ProxyFilter::setTarget(std::unique_ptr<IBufferAccessor> target) {

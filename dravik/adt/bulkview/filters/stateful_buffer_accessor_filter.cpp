@@ -33,18 +33,15 @@ void StatefulBufferAccessorFilter::dispose() noexcept {
 }
 
 std::unique_ptr<IBufferAccessor> StatefulBufferAccessorFilter::releaseAccessor() {
-    IClient* const client = clientPtr();
-    return client == nullptr ? nullptr : client->releaseAccessor();
+    return relay(&IClient::releaseAccessor);
 }
 
 std::unique_ptr<IBufferAccessor> StatefulBufferAccessorFilter::replaceTargetAccessor(
     std::unique_ptr<IBufferAccessor> target) {
-    if (hasTargetAccessor()) {
-        targetAccessor().dispose(/*flag=*/false);
-    }
+    BufferAccessorFilter::dispose(/*flag=*/false);
     auto former = BufferAccessorFilter::replaceTargetAccessor(std::move(target));
-    if (clientPtr() != nullptr && hasTargetAccessor()) {
-        targetAccessor().setClient(this);
+    if (clientPtr() != nullptr) {
+        BufferAccessorFilter::setClient(this);
     }
     return former;
 }

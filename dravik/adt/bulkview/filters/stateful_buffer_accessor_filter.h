@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
@@ -15,8 +16,7 @@ namespace Quorvel::Dravik::Adt::BulkView {
 /// each filter decides what it relays to its own client.
 ///
 /// Is its target's client exactly while it has a client, except after dispose(flag), when a target that goes on
-/// notifying finds nobody to relay to: relays test for a client. The client is borrowed. A relay is the last thing a
-/// notification does here, since the client may destroy the chain meanwhile.
+/// notifying finds nobody to relay to. The client is borrowed.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only concrete filters are destroyed, through other bases
 class DRAVIK_ADT_EXPORT StatefulBufferAccessorFilter : public BufferAccessorFilter, public IBufferAccessor::IClient {
   public:
@@ -43,6 +43,14 @@ class DRAVIK_ADT_EXPORT StatefulBufferAccessorFilter : public BufferAccessorFilt
     IClient& client() const noexcept { return *clientPtr(); }
     /// The client, null when there is none.
     IClient* clientPtr() const noexcept { return client_.load(std::memory_order_acquire); }
+
+    /// Calls `operation` of the client; without one nothing happens, and a null or false result comes back. Nothing of
+    /// this filter is touched afterwards, since the client may have destroyed the chain.
+    template <class Result, class... Parameters, class... Arguments>
+    Result relay(Result (IClient::*operation)(Parameters...), Arguments&&... arguments) const {
+        IClient* const above = clientPtr();
+        return above == nullptr ? Result() : (above->*operation)(std::forward<Arguments>(arguments)...);
+    }
 
     /// Destroys the target and forgets the client.
     void dispose() noexcept;

@@ -52,8 +52,7 @@ void SubsetExtentFilter::setHint(HintType type, OpenEndedRange<4, int> const& ra
     for (int axis = 0; axis < 4; ++axis) {
         wanted[axis] = {indexAt(extent_[axis], range.min[axis]), extent_[axis].step, counts[axis]};
     }
-    auto const one = FixedVector<4, int>::Filled(1);
-    targetAccessor().setHint(type, {wanted.lowCorner(), wanted.highCorner() + one}, weight);
+    targetAccessor().setHint(type, Detail::boundsOf(wanted), weight);
 }
 
 void SubsetExtentFilter::getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) {

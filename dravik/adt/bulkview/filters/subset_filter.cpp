@@ -1,5 +1,6 @@
 #include "dravik/adt/bulkview/filters/subset_filter.h"
 
+#include "dravik/adt/bulkview/filters/detail/subset_block.h"
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
 
@@ -55,15 +56,6 @@ Extent4 composed(Extent4 const& inner, Extent4 outer) {
     return outer;
 }
 
-OpenEndedRange<4, int> rangeOf(Extent4 const& dense) {
-    OpenEndedRange<4, int> range;
-    for (int axis = 0; axis < 4; ++axis) {
-        range.min[axis] = dense[axis].origin;
-        range.max[axis] = dense[axis].origin + dense[axis].count;
-    }
-    return range;
-}
-
 }  // namespace
 
 SubsetFilter::SubsetFilter(std::unique_ptr<IBufferAccessor> target) noexcept
@@ -87,7 +79,7 @@ std::unique_ptr<IBufferAccessor> SubsetFilter::MakeSubset(std::unique_ptr<IBuffe
     if (std::any_of(extent.data(), extent.data() + 4, [](auto const& axis) { return axis.step != 1; })) {
         return std::make_unique<SubsetExtentFilter>(std::move(target), extent);
     }
-    auto const range = rangeOf(extent);
+    auto const range = Detail::boundsOf(extent);
     if (range == OpenEndedRange<4, int>::OfSize(size)) {
         return target;
     }

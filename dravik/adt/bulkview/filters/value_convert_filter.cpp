@@ -56,12 +56,11 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
 
     ~TempBufferOwner() override { writeBackOrDropAndDetach(); }
 
-    // The owner that `handle` alone holds, if it is one of `filter`. The tag alone does not tell: it is the address of
-    // whoever made the owner, and that may have been somebody else in the same place before.
+    // The owner that `handle` alone holds, if it is one of `filter`. Its tag does not tell: that is the address of
+    // whoever made the owner, who may have been somebody else in the same place before.
     static TempBufferOwner* soleOwner(BufferHandle const& handle, ValueConvertFilter const& filter) noexcept {
         Owner* const owner = handle.owner();
-        if (owner == nullptr || !owner->isUniqueRef() || owner->getUserData() != &filter ||
-            typeid(*owner) != typeid(TempBufferOwner)) {
+        if (owner == nullptr || !owner->isUniqueRef() || typeid(*owner) != typeid(TempBufferOwner)) {
             return nullptr;
         }
         auto* const mine = static_cast<TempBufferOwner*>(owner);
@@ -132,7 +131,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     void unlock() override {}
 
     bool servesFromBlock(FixedVector<4, int> const& position, AdtEnums::Access access) const noexcept {
-        return holdsBlock_ && block_.contains(position) && !block_.isInvalidated() &&
+        return holdsBlock_ && block_.contains(position) &&
                (access == AdtEnums::Read || AdtEnums::isWriteAccess(block_.access()));
     }
 
@@ -178,12 +177,10 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
         return info;
     }
 
-    int blockStride() const { return block_.infoSnapshot().strides[axis_]; }
-
     void convertFromBlock(std::int64_t offset, int count) const {
         IValueConverter const& forward = *filter_->forward_;
         Place const from = placeOf(block_.buffer(), offset, forward.getInputType());
-        int const stride = blockStride();
+        int const stride = block_.info().strides[axis_];
         if (stride == 1) {
             forward.convertContiguous(from.base, from.index, run_.get(), 0, count);
         } else {
@@ -194,7 +191,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     void convertIntoBlock() const {
         IValueConverter const& inverse = *filter_->inverse_;
         Place const to = placeOf(block_.buffer(), pendingOffset_, inverse.getOutputType());
-        int const stride = blockStride();
+        int const stride = block_.info().strides[axis_];
         if (stride == 1) {
             inverse.convertContiguous(run_.get(), 0, to.base, to.index, pendingCount_);
         } else {
@@ -286,9 +283,7 @@ void ValueConvertFilter::accessorUpdated() {
     for (TempBufferOwner* owner = owners_; owner != nullptr; owner = owner->next()) {
         owner->distrustBlock();
     }
-    if (IClient* const above = clientPtr()) {
-        above->accessorUpdated();
-    }
+    relay(&IClient::accessorUpdated);
 }
 
 void ValueConvertFilter::bufferInvalidated(BufferHandle::Owner const*) {}

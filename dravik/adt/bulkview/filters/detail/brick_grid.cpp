@@ -71,7 +71,7 @@ void BrickGrid::add(Box const& box) noexcept {
 
 int BrickGrid::chainLength(int block) const noexcept {
     int length = 0;
-    for (; block != kNone && length < kCrowd; block = older(block)) {
+    for (; block != kNone; block = older(block)) {
         ++length;
     }
     return length;

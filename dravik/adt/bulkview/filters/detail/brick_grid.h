@@ -26,11 +26,8 @@ class BrickGrid {
     using Position = FixedVector<4, int>;
     using Box = OpenEndedRange<4, int>;
 
-    /// A grid that looks at the first `axes` axes.
-    explicit BrickGrid(int axes) : axes_(axes) {
-        reserve(0);
-        restart(0);
-    }
+    /// A grid that looks at the first `axes` axes. Full until a restart.
+    explicit BrickGrid(int axes) noexcept : axes_(axes) {}
 
     /// Whether every block that came is found by its cell.
     bool isComplete() const noexcept { return complete_; }

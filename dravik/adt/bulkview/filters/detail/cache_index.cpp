@@ -7,6 +7,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters::Detail {
 namespace {
@@ -183,8 +184,7 @@ bool CacheIndex::isResetBy(Box const& box) const noexcept {
            (entries >= static_cast<unsigned>(limits_.halfDensityThreshold) && covered / 2 >= samples_);
 }
 
-void CacheIndex::store(Box const& box, AdtEnums::Access access, bool unusable) {
-    reserve(size_ + 1);
+void CacheIndex::store(Box const& box, AdtEnums::Access access, bool unusable) noexcept {
     if (isResetBy(box)) {
         reset();
     }
@@ -220,12 +220,20 @@ void CacheIndex::append(Box const& box, AdtEnums::Access access) noexcept {
 }
 
 void CacheIndex::reserve(int count) {
-    std::size_t const groups = (static_cast<std::size_t>(count) + kLanes - 1) / kLanes;
-    if (groups > groups_.capacity()) {
-        groups_.reserve(std::max(groups, 2 * groups_.capacity()));
-    }
-    next_.reserve(groups_.capacity() * kLanes);
-    grid_.reserve(static_cast<std::size_t>(count));
+    auto const entries = static_cast<std::size_t>(count);
+    groups_.reserve((entries + kLanes - 1) / kLanes);
+    next_.reserve(entries);
+    grid_.reserve(entries);
+}
+
+void CacheIndex::moveInto(CacheIndex& larger) noexcept {
+    // Assigned, since that fills the memory which is there already.
+    larger.groups_ = groups_;
+    larger.next_ = next_;
+    larger.grid_ = grid_;
+    groups_.swap(larger.groups_);
+    next_.swap(larger.next_);
+    std::swap(grid_, larger.grid_);
 }
 
 void CacheIndex::setEntry(int entry, Box const& box, AdtEnums::Access access) noexcept {

@@ -12,7 +12,7 @@
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters::Detail {
 
-/// The table of a block cache: entries numbered 0 ... size() - 1 in the order of coming.
+/// The table of a block cache: entries numbered from 0 in the order of coming.
 ///
 /// Every entry remembers which one served the request after it, so a sweep that repeats is answered by one range test
 /// per request. Any other request goes to the first match in scan order, from either end of the table; the end changes
@@ -36,12 +36,11 @@ class CacheIndex {
 
     int axes() const noexcept { return axes_; }
     Limits const& limits() const noexcept { return limits_; }
-    int size() const noexcept { return size_; }
 
     /// The entry that serves a request, kNone when none does: its box holds `position` on the first N axes, and the
     /// access is that of the entry, or Read. The answer guides the next search.
     /// @pre N is the number of axes of this table
-    /// @complexity O(1) where the sweep before is repeated or the entries lie on a bricking; else O(size())
+    /// @complexity O(1) where the sweep before is repeated or the entries lie on a bricking; else O(entries)
     template <int N>
     int lookUp(Position const& position, AdtEnums::Access access) noexcept {
         if (static_cast<unsigned>(predicted_) < static_cast<unsigned>(size_) &&
@@ -58,8 +57,8 @@ class CacheIndex {
 
     /// Takes in a block of samples, as number 0 if it resets the table and else as the last entry. An `unusable` one
     /// counts but never serves.
-    /// @throws std::bad_alloc, and nothing has changed
-    void store(Box const& box, AdtEnums::Access access, bool unusable);
+    /// @pre memory for it is reserved
+    void store(Box const& box, AdtEnums::Access access, bool unusable) noexcept;
 
     /// Removes the entries for which `isGone(number)` holds. The others move up and keep their order; what they
     /// remember of one another is not renumbered, since every guess is tested before it is used.
@@ -76,8 +75,13 @@ class CacheIndex {
         }
     }
 
-    /// Makes room for `count` entries.
+    /// Memory for `count` entries.
     void reserve(int count);
+
+    /// Goes on in the memory of `larger`, which gets the memory so far: for whoever must not get or give back memory
+    /// where entries are stored.
+    /// @pre `larger` is empty, looks at as many axes and has memory for the entries that are here
+    void moveInto(CacheIndex& larger) noexcept;
 
   private:
     static constexpr int kLanes = 8;
