@@ -1,6 +1,13 @@
-#include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
-#include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+// What the bases of the filters do, and what every filter passes down to its target and up to its client.
 
+#include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/filters/cache_filter.h"
+#include "dravik/adt/bulkview/filters/proxy_filter.h"
+#include "dravik/adt/bulkview/filters/subset_extent_filter.h"
+#include "dravik/adt/bulkview/filters/subset_range_filter.h"
+#include "dravik/adt/bulkview/filters/value_convert_filter.h"
+
+#include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/testing/recording_chain.h"
 
 #include <gmock/gmock.h>
@@ -9,27 +16,29 @@
 namespace Quorvel::Dravik::Adt::BulkView {
 namespace {
 
+using namespace Filters;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 using Testing::Journal;
 using Testing::RecordingAccessor;
 using Testing::RecordingClient;
+using Accessor = std::unique_ptr<IBufferAccessor>;
+using Range = OpenEndedRange<4, int>;
 
 /// The least that makes a filter of a base.
 template <class Base, class Self>
 class Concrete : public Base {
   public:
-    explicit Concrete(std::unique_ptr<IBufferAccessor> target) : Base(std::move(target)) {}
+    explicit Concrete(Accessor target) : Base(std::move(target)) {}
     FixedVector<4, int> getSize() override { return this->targetAccessor().getSize(); }
-    void setHint(IBufferAccessor::HintType type, OpenEndedRange<4, int> const& range, float weight) override {
+    void setHint(IBufferAccessor::HintType type, Range const& range, float weight) override {
         this->targetAccessor().setHint(type, range, weight);
     }
     void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override {
         this->targetAccessor().getBuffer(position, access, handle);
     }
-    std::unique_ptr<IBufferAccessor> createClone() const override {
-        return std::make_unique<Self>(static_cast<Self const&>(*this));
-    }
+    Accessor createClone() const override { return std::make_unique<Self>(static_cast<Self const&>(*this)); }
 
     using Base::dispose;
     using Base::releaseTargetAccessor;
@@ -45,6 +54,7 @@ class Plain : public Concrete<BufferAccessorFilter, Plain> {
 class Stateful : public Concrete<StatefulBufferAccessorFilter, Stateful> {
   public:
     using Concrete::Concrete;
+    using StatefulBufferAccessorFilter::client;
     using StatefulBufferAccessorFilter::clientPtr;
     void accessorUpdated() override {}
     void bufferInvalidated(BufferHandle::Owner const*) override {}
@@ -52,40 +62,108 @@ class Stateful : public Concrete<StatefulBufferAccessorFilter, Stateful> {
     void releaseBuffer(void const*, boost::intrusive_ptr<BufferHandle::Owner>) override {}
 };
 
-std::unique_ptr<RecordingAccessor> accessor(char const* name, Journal const& journal) {
-    return std::make_unique<RecordingAccessor>(name, journal);
+Accessor accessor(char const* name, Journal const& journal) {
+    return std::make_unique<RecordingAccessor>(name, journal, FixedVector<4, int>(99, 99, 99, 99));
 }
 
-TEST(BufferAccessorFilter, PassesRegistrationAndDisposalDownAndSwapsInSilence) {
-    Journal const journal;
-    RecordingClient client("c", journal);
-    Plain filter(accessor("a", journal));
-    auto const& target = static_cast<RecordingAccessor const&>(filter.targetAccessor());
-    filter.setClient(&client);
-    EXPECT_EQ(target.client(), &client) << "the client itself, not the filter";
-    filter.dispose(/*flag=*/true);
-    EXPECT_THAT(journal.take(), ElementsAre("a.setClient(client)", "a.dispose(1)"));
-    auto former = filter.replaceTargetAccessor(accessor("b", journal));
-    EXPECT_THAT(journal.take(), IsEmpty());
-    former.reset();
-    filter.getSize();
-    EXPECT_THAT(journal.take(), ElementsAre("~a", "b.getSize"));
+TEST(EveryFilter, PassesOnWhatItIsToPassOn) {
+    std::vector<std::string> const all = {
+        "c.accessorUpdated", "c.bufferInvalidated(null)", "c.prepareBufferRelease(buffer 4)",
+        "c.releaseBuffer(buffer null)"};
+    struct Row {
+        char const* name;
+        Accessor (*over)(Accessor target);
+        std::vector<std::string> told;  // of what the target says
+        std::string place = "(1,2,3,4)", hint = "[1,5)x[2,6)x[3,7)x[4,8)", noHint = "[0,0)x[0,0)x[0,0)x[0,0)";
+        bool isSubset = false;
+    };
+    Row const rows[] = {
+        {"least filter", [](Accessor a) -> Accessor { return std::make_unique<Plain>(std::move(a)); }, all},
+        {"least filter with state",
+         [](Accessor a) -> Accessor { return std::make_unique<Stateful>(std::move(a)); },
+         {}},
+        {"proxy", [](Accessor a) { return ProxyFilter::MakeProxy(std::move(a), nullptr); }, all},
+        {"cache", [](Accessor a) { return CacheFilter::Apply(std::move(a), 1, 1, 1); }, all},
+        {"converter",
+         [](Accessor a) {
+             auto const copy = Converters::ValueConverterFactory::getCopyConverter(32);
+             return ValueConvertFilter::Apply(std::move(a), 4, copy, copy);
+         },
+         {"c.accessorUpdated"}},
+        {"box",
+         [](Accessor a) -> Accessor {
+             return std::make_unique<SubsetRangeFilter>(std::move(a), Range{{10, 20, 30, 40}, {15, 25, 35, 45}});
+         },
+         all, "(11,22,33,44)", "[11,15)x[22,26)x[33,37)x[44,48)", "[10,10)x[20,20)x[30,30)x[40,40)", true},
+        {"extent",
+         [](Accessor a) -> Accessor {
+             using Extent1 = ExtentImpl<int>;
+             ExtentK<4, int> const extent{Extent1{10, 3, 5}, Extent1{20, -2, 5}, Extent1{30, 1, 5}, Extent1{40, 0, 1}};
+             return std::make_unique<SubsetExtentFilter>(std::move(a), extent);
+         },
+         all, "(13,16,33,40)", "[13,23)x[10,17)x[33,37)x[40,41)", "[10,8)x[22,21)x[30,30)x[40,41)", true},
+    };
+    for (Row const& row : rows) {
+        SCOPED_TRACE(row.name);
+        Journal const journal;
+        RecordingClient client("c", journal);
+        auto target = accessor("a", journal);
+        auto const& below = static_cast<RecordingAccessor&>(*target);
+        auto const filter = row.over(std::move(target));
+        journal.take();
+        EXPECT_EQ(filter->getSize()[0], row.isSubset ? 5 : 99);
+        EXPECT_THAT(journal.take(), testing::SizeIs(row.isSubset ? 0 : 1));
+        BufferHandle handle;
+        filter->setHint(IBufferAccessor::Prefetch, {{1, 2, 3, 4}, {5, 6, 7, 8}}, 0.5f);
+        filter->setHint(IBufferAccessor::CancelPrefetch, Range(), 1.0f);
+        filter->getBuffer({1, 2, 3, 4}, AdtEnums::Populate, handle);
+        EXPECT_EQ(handle.access(), AdtEnums::Populate);
+        filter->setClient(&client);
+        EXPECT_THAT(
+            journal.take(), ElementsAre(
+                                "a.setHint(0 " + row.hint + " 0.5)", "a.setHint(1 " + row.noHint + " 1)",
+                                "a.getBuffer(" + row.place + " 4)", "a.setClient(client)"));
+        auto* const listener = dynamic_cast<IBufferAccessor::IClient*>(filter.get());
+        ASSERT_EQ(below.client(), listener == nullptr ? &client : listener);
+        auto const notify = [&](IBufferAccessor::IClient& told) {
+            int value = 4;
+            told.accessorUpdated();
+            told.bufferInvalidated(nullptr);
+            bool const isHeld = told.prepareBufferRelease(&below, value);
+            told.releaseBuffer(&below, nullptr);
+            return isHeld && value == 5;
+        };
+        EXPECT_EQ(notify(*below.client()), row.told == all);
+        EXPECT_THAT(journal.take(), ElementsAreArray(row.told));
+        client.chain = std::make_unique<RecordingAccessor>("b", journal);
+        auto const* const given = client.chain.get();
+        EXPECT_EQ(below.client()->releaseAccessor().get(), given);
+        filter->setClient(nullptr);
+        filter->setClient(&client);
+        filter->dispose(/*flag=*/true);
+        EXPECT_FALSE(listener != nullptr && (notify(*listener) || listener->releaseAccessor() != nullptr));
+        EXPECT_THAT(
+            journal.take(),
+            ElementsAre("c.releaseAccessor", "~b", "a.setClient(null)", "a.setClient(client)", "a.dispose(1)"))
+            << "no setClient(null) at the end: the target may go on notifying, and nobody hears it";
+    }
 }
 
 template <class Filter>
-class EveryFilter : public testing::Test {};
-using Filters = testing::Types<Plain, Stateful>;
-TYPED_TEST_SUITE(EveryFilter, Filters);
+class EveryBase : public testing::Test {};
+using Bases = testing::Types<Plain, Stateful>;
+TYPED_TEST_SUITE(EveryBase, Bases);
 
-TYPED_TEST(EveryFilter, DoesNothingWithoutATarget) {
+TYPED_TEST(EveryBase, DoesNothingWithoutATarget) {
     Journal const journal;
     RecordingClient client("c", journal);
     TypeParam filter(accessor("a", journal));
     auto const released = filter.releaseTargetAccessor();
     filter.setClient(&client);
-    filter.setClient(nullptr);
     filter.dispose(/*flag=*/true);
     TypeParam const copy(filter);
+    EXPECT_EQ(filter.replaceTargetAccessor(nullptr), nullptr);
+    filter.setClient(nullptr);
     EXPECT_THAT(journal.take(), IsEmpty());
     EXPECT_EQ(filter.replaceTargetAccessor(accessor("b", journal)), nullptr);
     filter.dispose();
@@ -93,94 +171,71 @@ TYPED_TEST(EveryFilter, DoesNothingWithoutATarget) {
     EXPECT_THAT(journal.take(), ElementsAre("~b"));
 }
 
-TYPED_TEST(EveryFilter, CopiesTheWholeChainWithoutItsClient) {
+TYPED_TEST(EveryBase, CopiesTheWholeChainWithoutItsClient) {
     Journal const journal;
     RecordingClient client("c", journal);
     TypeParam filter(std::make_unique<Plain>(std::make_unique<TypeParam>(accessor("a", journal))));
     filter.setClient(&client);
     journal.take();
-    {
-        auto const clone = filter.createClone();
-        EXPECT_THAT(journal.take(), ElementsAre("a.createClone"));
-        clone->getSize();
-    }
-    EXPECT_THAT(journal.take(), ElementsAre("a'.getSize", "~a'"));
+    filter.createClone()->getSize();
     filter.getSize();
-    EXPECT_THAT(journal.take(), ElementsAre("a.getSize"));
+    EXPECT_THAT(journal.take(), ElementsAre("a.createClone", "a'.getSize", "~a'", "a.getSize"));
+}
+
+TYPED_TEST(EveryBase, ExchangesItsTarget) {
+    Journal const journal;
+    RecordingClient client("c", journal);
+    TypeParam filter(accessor("a", journal));
+    filter.setClient(&client);
+    journal.take();
+    auto former = filter.replaceTargetAccessor(accessor("b", journal));
+    std::vector<std::string> told = {"a.dispose(0)", "b.setClient(client)"};
+    if constexpr (std::is_same_v<TypeParam, Stateful>) {
+        EXPECT_EQ(static_cast<RecordingAccessor&>(*former).client(), &filter) << "the old one is told nothing";
+        EXPECT_EQ(&filter.client(), &client);
+        filter.setClient(nullptr);
+        told.insert(told.end(), {"b.setClient(null)", "b.dispose(0)"});
+    } else {
+        told = {};
+    }
+    former = filter.replaceTargetAccessor(std::move(former));
+    EXPECT_THAT(journal.take(), ElementsAreArray(told));
+    EXPECT_EQ(&std::as_const(filter).targetAccessor(), &filter.targetAccessor());
+    former.reset();
+    filter.setClient(&client);
+    filter.getSize();
+    EXPECT_THAT(journal.take(), ElementsAre("~b", "a.setClient(client)", "a.getSize"));
+    filter.dispose();
+    if constexpr (std::is_same_v<TypeParam, Stateful>) {
+        EXPECT_EQ(filter.clientPtr(), nullptr) << "gone together with the target";
+    }
 }
 
 TEST(BufferAccessorFilter, IsAssignedACloneUnlessItIsItself) {
     Journal const journal;
-    Plain filter(accessor("a", journal));
-    Plain const other(accessor("b", journal));
+    Plain filter(accessor("a", journal)), other(accessor("b", journal));
     Plain const& self = filter;
     filter = self;
     EXPECT_THAT(journal.take(), IsEmpty());
     filter = other;
-    EXPECT_THAT(journal.take(), ElementsAre("b.createClone", "~a"));
-    Plain emptied(accessor("d", journal));
-    emptied.releaseTargetAccessor();
-    journal.take();
-    filter = emptied;
-    EXPECT_THAT(journal.take(), ElementsAre("~b'"));
-}
-
-TEST(StatefulBufferAccessorFilter, StandsBetweenTargetAndClient) {
-    Journal const journal;
-    RecordingClient client("c", journal);
-    Stateful filter(accessor("a", journal));
-    auto const& target = static_cast<RecordingAccessor const&>(filter.targetAccessor());
-    filter.setClient(&client);
-    EXPECT_EQ(target.client(), &filter);
-    EXPECT_EQ(filter.clientPtr(), &client);
-    filter.setClient(nullptr);
-    EXPECT_EQ(target.client(), nullptr);
-    EXPECT_EQ(filter.clientPtr(), nullptr);
-    filter.setClient(&client);
-    journal.take();
-    filter.dispose(/*flag=*/true);
-    EXPECT_THAT(journal.take(), ElementsAre("a.dispose(1)")) << "no setClient(null): the target may go on notifying";
-    EXPECT_EQ(filter.clientPtr(), nullptr);
-    EXPECT_EQ(filter.releaseAccessor(), nullptr) << "nobody to ask any more";
-    filter.setClient(&client);
-    filter.dispose();
-    EXPECT_EQ(filter.clientPtr(), nullptr) << "gone together with the target";
-}
-
-TEST(StatefulBufferAccessorFilter, MovesItsRegistrationToANewTarget) {
-    Journal const journal;
-    RecordingClient client("c", journal);
-    Stateful filter(accessor("a", journal));
-    filter.setClient(&client);
-    journal.take();
-    auto former = filter.replaceTargetAccessor(accessor("b", journal));
-    EXPECT_THAT(journal.take(), ElementsAre("a.dispose(0)", "b.setClient(client)"));
-    EXPECT_EQ(static_cast<RecordingAccessor&>(*former).client(), &filter) << "the old one is told nothing";
-    EXPECT_EQ(static_cast<RecordingAccessor&>(filter.targetAccessor()).client(), &filter);
-
-    filter.setClient(nullptr);
-    journal.take();
-    former = filter.replaceTargetAccessor(std::move(former));
-    EXPECT_THAT(journal.take(), ElementsAre("b.dispose(0)"));
+    other.releaseTargetAccessor();
+    filter = other;
+    EXPECT_THAT(journal.take(), ElementsAre("b.createClone", "~a", "~b", "~b'"));
 }
 
 // The client's answer is the chain itself: the filters that relay the request are destroyed on the way.
 TEST(StatefulBufferAccessorFilter, RelaysTheRequestForTheChainThroughItsOwnEnd) {
-    Journal const journal;
-    class Host : public RecordingClient {
-      public:
+    struct Host : RecordingClient {
         using RecordingClient::RecordingClient;
-        std::unique_ptr<IBufferAccessor> releaseAccessor() override {
-            chain.reset();
-            return std::move(replacement);
-        }
-        std::unique_ptr<IBufferAccessor> replacement;
+        Accessor releaseAccessor() override { return chain.reset(), std::move(replacement); }
+        Accessor replacement;
     };
+    Journal const journal;
     Host host("h", journal);
     host.replacement = accessor("b", journal);
     auto const* const replacement = host.replacement.get();
     auto bottom = accessor("a", journal);
-    auto const& target = *bottom;
+    auto const& target = static_cast<RecordingAccessor&>(*bottom);
     host.chain = std::make_unique<Stateful>(std::make_unique<Stateful>(std::move(bottom)));
     host.chain->setClient(&host);
     EXPECT_EQ(target.client()->releaseAccessor().get(), replacement);
