@@ -12,6 +12,15 @@ namespace {
 
 constexpr std::int64_t kLargestByteSize = std::numeric_limits<std::uint32_t>::max();
 
+/// A sum that stops at the ends of 64 bits.
+std::int64_t sumWithin(std::int64_t left, std::int64_t right) noexcept {
+    std::int64_t sum = 0;
+    if (__builtin_add_overflow(left, right, &sum)) {
+        return right < 0 ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
+    }
+    return sum;
+}
+
 /// Whole bytes of `sampleCount` samples of `bitSize` bits, cut at the ends of 64 bits.
 std::int64_t byteSizeOf(std::int64_t sampleCount, int bitSize) noexcept {
     std::int64_t bits = 0;
@@ -50,9 +59,15 @@ std::uint32_t BasicArrayRef<N, Byte>::requiredBufferByteSize(bool touchedOnly) c
 
 template <int N, class Byte>
 std::int64_t BasicArrayRef<N, Byte>::wideRequiredBufferByteSize(bool touchedOnly) const {
-    auto const bounds = linearBounds();
-    std::int64_t const first = *bounds.min.data();
-    std::int64_t const end = *bounds.max.data();
+    // The linear bounds, but stopping at the ends of 64 bits: a block that wraps must not pass for a small one.
+    std::int64_t first = bufferOffset_;
+    std::int64_t last = bufferOffset_;
+    for (int axis = 0; axis < N; ++axis) {
+        std::int64_t const distance = std::max<std::int64_t>(range_.size(axis) - 1, 0) * strides_.data()[axis];
+        std::int64_t& farEnd = distance < 0 ? first : last;
+        farEnd = sumWithin(farEnd, distance);
+    }
+    std::int64_t const end = sumWithin(last, 1);
     if (touchedOnly) {
         std::int64_t sampleCount = 0;
         if (__builtin_sub_overflow(end, first, &sampleCount)) {

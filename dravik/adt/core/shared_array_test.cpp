@@ -86,6 +86,10 @@ TEST(SharedArray, RefusesWhatItsNumbersCannotTell) {
     EXPECT_THROW(Array::Make({{}, {2, 65536, 32768}}, typeid(Packed), 1), std::length_error) << "a dense stride";
     EXPECT_THROW(Array::Make({{}, {3, 1, 1}}, {INT_MIN, 0, 0}, typeid(Packed), 1), std::length_error) << "the offset";
     EXPECT_THROW(Array::Wrap<char>(memory, {{}, {65536, 65536, 1}}), std::length_error);
+    EXPECT_THROW(
+        Array::Make({{INT_MIN, INT_MIN, 0}, {INT_MAX, INT_MAX, 1}}, {INT_MAX, INT_MAX, 0}, typeid(Packed), 1),
+        std::length_error)
+        << "positions beyond 64 bits";
     EXPECT_THROW(Array::Make({}, typeid(void), 0), std::invalid_argument);
     EXPECT_EQ(Array::DenseStrides({{}, {1, 50000, 50000}})[0], INT_MAX) << "an axis of one index takes no step";
 }
