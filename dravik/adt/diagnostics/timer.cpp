@@ -34,6 +34,14 @@ T sumWithin(T left, T right) noexcept {
     return sum;
 }
 
+std::int64_t differenceWithin(std::int64_t left, std::int64_t right) noexcept {
+    std::int64_t difference;
+    if (__builtin_sub_overflow(left, right, &difference)) {
+        return right > 0 ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
+    }
+    return difference;
+}
+
 std::string durationText(double seconds) {
     char text[64];
     if (seconds < 0.00999) {
@@ -69,7 +77,8 @@ void Timer::calibrate() noexcept {
         doStart();
         doStop();
     }
-    overhead_ = last_ * 9 / 10;
+    // Nine tenths, without a product that may be too large.
+    overhead_ = last_ / 10 * 9 + last_ % 10 * 9 / 10;
 }
 
 void Timer::doStart() noexcept {
@@ -82,7 +91,7 @@ void Timer::doStop() noexcept {
     if (!running_) {
         return;
     }
-    last_ = stopTime_ - startTime_ - overhead_;
+    last_ = differenceWithin(differenceWithin(stopTime_, startTime_), overhead_);
     if (count_ >= skip_) {
         total_ = sumWithin(total_, last_);
     }
@@ -118,8 +127,8 @@ std::string Timer::valueText() const {
         return {};
     }
     std::string text = count_ > skip_ ? durationText(getTotal()) : "No calls logged";
-    if (count_ - skip_ > 1) {
-        text += " in " + std::to_string(count_ - skip_) + " calls";
+    if (getCount() > 1) {
+        text += " in " + std::to_string(getCount()) + " calls";
     }
     if (getSkip() != 0) {
         text += " (first " + std::to_string(getSkip()) + " not counted)";

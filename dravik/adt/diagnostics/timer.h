@@ -4,8 +4,10 @@
 
 #include "dravik/adt/export.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <iosfwd>
+#include <limits>
 #include <string>
 
 namespace Quorvel::Dravik::Adt::Logging {
@@ -62,7 +64,10 @@ class DRAVIK_ADT_EXPORT Timer {
     /// Seconds that are taken off every measurement.
     double getOverhead() const noexcept { return seconds(overhead_); }
     /// Measurements in the total.
-    int getCount() const noexcept { return count_ < skip_ ? 0 : count_ - skip_; }
+    int getCount() const noexcept {
+        std::int64_t const counted = std::int64_t{count_} - skip_;
+        return static_cast<int>(std::clamp<std::int64_t>(counted, 0, std::numeric_limits<int>::max()));
+    }
     /// Measurements skipped so far.
     int getSkip() const noexcept { return skip_ < count_ ? skip_ : count_; }
     bool getRunning() const noexcept { return running_; }

@@ -127,6 +127,23 @@ TEST(Timer, AddCountsWholeTicksTowardZeroAndSkipsNone) {
     EXPECT_EQ(timer.getCount(), INT_MAX - 2) << "at its end the count stays";
 }
 
+TEST(Timer, StaysAtTheEndsOfItsNumbers) {
+    constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max();
+    {
+        ManualCounter counter(/*ticksPerSecond=*/1, /*ticksPerLook=*/kLast);
+        EXPECT_EQ(Timer().getOverhead(), 0.9 * static_cast<double>(kLast));
+    }
+    ManualCounter counter(1);
+    Timer timer(true, "t", /*skip=*/INT_MIN);
+    EXPECT_EQ(timer.getCount(), INT_MAX);
+    ManualCounter::advance(kLast);
+    timer.start();
+    ManualCounter::advance(10);  // past the end, to the lowest number
+    timer.stop();
+    EXPECT_EQ(timer.getLast(), -static_cast<double>(kLast));
+    EXPECT_EQ(timer.getTotal(), -static_cast<double>(kLast));
+}
+
 TEST(Timer, EnvironmentNumbers) {
     struct Row {
         char const* name;
