@@ -20,6 +20,11 @@ Detail::HistogramTally tallyOf(bool flexible, std::size_t resolution) {
     return tally;
 }
 
+// Counts given from elsewhere may be of any size: their sum wraps.
+std::int64_t sumOf(std::int64_t left, std::int64_t right) noexcept {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) + static_cast<std::uint64_t>(right));
+}
+
 }  // namespace
 
 Histogram::Histogram(Flexible, unsigned resolution) : tally_(tallyOf(/*flexible=*/true, resolution)) {}
@@ -70,7 +75,7 @@ void Histogram::merge(Histogram const& other) {
     if (!tally_.isLaidOutAs(more)) {
         throw std::invalid_argument("[Histogram::merge] Invalid argument: kind, resolution or range differs.");
     }
-    std::transform(more.bins.begin(), more.bins.end(), tally_.bins.begin(), tally_.bins.begin(), std::plus<>());
+    std::transform(more.bins.begin(), more.bins.end(), tally_.bins.begin(), tally_.bins.begin(), sumOf);
     tally_.inside.count += more.inside.count;
     tally_.inside.minimum = std::min(tally_.inside.minimum, more.inside.minimum);
     tally_.inside.maximum = std::max(tally_.inside.maximum, more.inside.maximum);
@@ -140,7 +145,7 @@ std::vector<std::int64_t> Histogram::bins(unsigned n, float low, float high) con
         }
         std::size_t const end = tally.nearestBin(border);
         for (std::size_t bin = start; bin < end; ++bin) {
-            counts[target] += tally.bins[bin];
+            counts[target] = sumOf(counts[target], tally.bins[bin]);
         }
         start = end;
     }

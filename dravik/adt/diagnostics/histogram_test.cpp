@@ -344,6 +344,12 @@ TEST(Histogram, RebuiltOneGivesBackWhatWasKept) {
     std::vector<float> const samples(300, 16.0f);
     backwards.add(samples);
     EXPECT_EQ(backwards.underflows(), 300u);
+
+    Histogram full(Histogram::fixed, 0, 1, {std::numeric_limits<std::int64_t>::max()}, std::nanf(""), 0, 0, 1);
+    EXPECT_EQ(full, Histogram(full)) << "what is no number is the same everywhere";
+    full.add(0.5f);
+    full.merge(full);
+    EXPECT_EQ(full.bins(1).front(), 0) << "counts wrap at 64 bits";
 }
 
 TEST(Histogram, OfTwoZerosTheOneThatCameFirstIsTheEnd) {

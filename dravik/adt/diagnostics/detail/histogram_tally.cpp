@@ -38,7 +38,7 @@ std::pair<float, float> widened(float low, float high, unsigned binCount) noexce
 }
 
 // Equal, or both not a number.
-bool isSame(float left, float right) noexcept {
+bool isSame(double left, double right) noexcept {
     return left == right || (std::isnan(left) && std::isnan(right));
 }
 
@@ -115,7 +115,7 @@ void HistogramTally::add(float value) noexcept {
         addOutside(value, bin);
         return;
     }
-    ++bins[static_cast<std::size_t>(bin)];
+    ++counts()[bin];
     inside.add(value);
 }
 
@@ -144,7 +144,7 @@ void HistogramTally::addBlockInside(float const* samples, float lowest, float hi
     for (std::size_t at = 0; at < kBlock; ++at) {
         places[at] = static_cast<int>((samples[at] - origin) * density);
     }
-    std::int64_t* const counts = bins.data();
+    std::uint64_t* const counts = this->counts();
     double sum = inside.sum;
     double squares = inside.squares;
     for (std::size_t at = 0; at < kBlock; ++at) {
@@ -175,7 +175,7 @@ void HistogramTally::addScattered(float const* first, std::size_t count) noexcep
 float const* HistogramTally::addWhileInside(float const* first, float const* end) noexcept {
     // In variables of their own, or every sample would wait for the one before to reach memory and come back.
     Statistics running = inside;
-    std::int64_t* const counts = bins.data();
+    std::uint64_t* const counts = this->counts();
     float const start = origin;
     float const perUnit = density;
     float const limit = placeLimit();
@@ -244,6 +244,11 @@ void HistogramTally::mergeBins(std::uint32_t factor, bool towardsEnd) noexcept {
 bool HistogramTally::isLaidOutAs(HistogramTally const& other) const noexcept {
     return flexible == other.flexible && bins.size() == other.bins.size() && isSame(density, other.density) &&
            isSame(origin, other.origin);
+}
+
+bool operator==(HistogramTally::Statistics const& left, HistogramTally::Statistics const& right) noexcept {
+    return left.count == right.count && isSame(left.minimum, right.minimum) && isSame(left.maximum, right.maximum) &&
+           isSame(left.sum, right.sum) && isSame(left.squares, right.squares);
 }
 
 bool operator==(HistogramTally const& left, HistogramTally const& right) noexcept {

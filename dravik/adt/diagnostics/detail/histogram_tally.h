@@ -33,7 +33,7 @@ struct HistogramTally {
             squares += wide * wide;
         }
 
-        friend bool operator==(Statistics const&, Statistics const&) = default;
+        friend bool operator==(Statistics const& left, Statistics const& right) noexcept;
     };
 
     std::vector<std::int64_t> bins;  ///< never resized; first, so that an assignment that fails has changed nothing
@@ -75,6 +75,8 @@ struct HistogramTally {
     void addScattered(float const* first, std::size_t count) noexcept;
     /// Counts samples until one lies outside the bins or is no number; where that one is.
     float const* addWhileInside(float const* first, float const* end) noexcept;
+    /// The bins, so that counts given from elsewhere wrap instead of overflowing.
+    std::uint64_t* counts() noexcept { return reinterpret_cast<std::uint64_t*>(bins.data()); }
     /// Places from 0 to below this are those of bins, and fit into int.
     float placeLimit() const noexcept;
 };
