@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 namespace Quorvel::Dravik::Adt::Testing {
@@ -15,6 +16,8 @@ namespace {
 
 constinit thread_local FailurePlan allocationPlan;
 constinit thread_local MemoryHook hook = nullptr;
+constinit thread_local std::size_t largestRequest = 0;
+constinit thread_local std::size_t requestLimit = std::numeric_limits<std::size_t>::max();
 constinit std::atomic<std::int64_t> liveBlockCount = 0;
 constinit std::atomic<std::int64_t> liveByteSize = 0;
 
@@ -26,7 +29,8 @@ void callHook() {
 
 void* tryAllocate(std::size_t byteSize, std::size_t alignment = 0) noexcept {
     callHook();
-    if (allocationPlan.failsNow()) {
+    largestRequest = std::max(largestRequest, byteSize);
+    if (allocationPlan.failsNow() || byteSize > requestLimit) {
         return nullptr;
     }
     void* memory = nullptr;
@@ -70,6 +74,14 @@ LiveMemory liveMemory() noexcept {
 
 MemoryHook& memoryHook() noexcept {
     return hook;
+}
+
+std::size_t& RequestSize::largest() noexcept {
+    return largestRequest;
+}
+
+std::size_t& RequestSize::limit() noexcept {
+    return requestLimit;
 }
 
 FailurePlan& AllocationFailure::plan() noexcept {

@@ -6,6 +6,7 @@
 
 #include "dravik/adt/testing/failure_plan.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -29,6 +30,14 @@ LiveMemory liveMemory() noexcept;
 /// What the calling thread does whenever it gets or gives back memory; nothing while null.
 using MemoryHook = std::function<void()> const*;
 MemoryHook& memoryHook() noexcept;
+
+/// Single requests of the calling thread, in bytes.
+struct RequestSize {
+    /// The largest one since this was set to 0, granted or not.
+    static std::size_t& largest() noexcept;
+    /// Larger ones fail.
+    static std::size_t& limit() noexcept;
+};
 
 /// The calling thread's allocations fail by this plan.
 struct AllocationFailure {
