@@ -17,29 +17,19 @@ namespace Quorvel::Dravik::Adt::Testing {
 /// statics included. A child that does not end well fails the calling test.
 inline std::string outputOfChild(std::function<void()> const& body) {
     std::fflush(nullptr);
-    int ends[2];
-    if (pipe(ends) != 0) {
-        ADD_FAILURE() << "no pipe";
-        return {};
-    }
-    pid_t const child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        close(ends[0]);
-        close(ends[1]);
+    std::FILE* const file = std::tmpfile();
+    if (fork() == 0) {
+        dup2(fileno(file), STDOUT_FILENO);
         body();
         std::exit(0);
     }
-    close(ends[1]);
-    std::string output;
-    char piece[4096];
-    for (ssize_t length; (length = read(ends[0], piece, sizeof piece)) > 0;) {
-        output.append(piece, static_cast<std::size_t>(length));
-    }
-    close(ends[0]);
     int status = -1;
-    waitpid(child, &status, 0);
+    wait(&status);
     EXPECT_EQ(status, 0) << "the child ended badly";
+    std::string output(static_cast<std::size_t>(std::ftell(file)), '\0');
+    std::rewind(file);
+    output.resize(std::fread(output.data(), 1, output.size(), file));
+    std::fclose(file);
     return output;
 }
 

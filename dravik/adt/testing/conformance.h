@@ -59,9 +59,7 @@ class Borrower : public BulkView::IBufferAccessor::IClient, Counted<kClient> {
         }
     }
     bool prepareBufferRelease(void const* buffer, int&) override {
-        bool const mine = buffer == handle.buffer();
-        mine ? handle.invalidate(/*emptyRange=*/true) : void();
-        return mine;
+        return buffer == handle.buffer() && (handle.invalidate(/*emptyRange=*/true), true);
     }
     void releaseBuffer(void const* buffer, boost::intrusive_ptr<BulkView::BufferHandle::Owner> owner) override {
         handle.tryThreadSafeReset(buffer, owner);
@@ -96,18 +94,14 @@ class Conformance {
             void (Conformance::*run)();
         };
         constexpr Step kSteps[] = {
-            {"tells its size", &Conformance::tellsItsSize},
-            {"lends every sample", &Conformance::lendsEverySample},
-            {"keeps its loans", &Conformance::keepsItsLoans},
-            {"carries writes", &Conformance::carriesWrites},
-            {"clones itself", &Conformance::clonesItself},
-            {"bears hints", &Conformance::bearsHints},
-            {"outlives failures", &Conformance::outlivesFailures},
-            {"serves views", &Conformance::servesViews},
+            {"lends every sample", &Conformance::lendsEverySample}, {"keeps its loans", &Conformance::keepsItsLoans},
+            {"carries writes", &Conformance::carriesWrites},        {"clones itself", &Conformance::clonesItself},
+            {"outlives failures", &Conformance::outlivesFailures},  {"serves views", &Conformance::servesViews},
         };
         for (Step const& step : kSteps) {
             testing::ScopedTrace const trace(
-                __FILE__, __LINE__, subject_.name + " of size " + sizeText() + ": " + step.name);
+                __FILE__, __LINE__,
+                testing::Message() << subject_.name << " of size " << data_.size() << ": " << step.name);
             accessor_ = subject_.make(data_);
             accessor_->setClient(&client_);
             (this->*step.run)();
@@ -121,27 +115,38 @@ class Conformance {
     using Enums = BulkView::AdtEnums;
     using Handle = BulkView::BufferHandle;
 
-    void tellsItsSize() {
-        EXPECT_EQ(accessor_->getSize(), data_.size());
-        client_.request(*accessor_, {}, Enums::Read);
-        EXPECT_EQ(accessor_->getSize(), data_.size()) << "after a request";
+    // Reads as a client of its own what `accessor` shows.
+    void showsAll(BulkView::IBufferAccessor& accessor) {
+        Borrower reader;
+        accessor.setClient(&reader);
+        EXPECT_EQ(accessor.getSize(), data_.size());
+        forEachIndex(data_.box(), [&](Index const& p) {
+            if (reader.handle.contains(p)) {
+                return true;
+            }
+            reader.request(accessor, p, Enums::Read);
+            return shows(reader.handle, p);
+        });
+        EXPECT_EQ(accessor.getSize(), data_.size()) << "after requests";
+        accessor.setClient(&client_);
     }
 
     void lendsEverySample() {
-        forEachIndex(data_.box(), [this](Index const& p) {
-            if (!client_.handle.contains(p)) {
-                client_.request(*accessor_, p, Enums::Read);
-                EXPECT_EQ(client_.handle.access(), subject_.grantedForRead);
+        OpenEndedRange<4, int> const ranges[] = {{}, data_.box(), {Index::Filled(2), Index::Filled(1)}};
+        for (int type = 0; type <= 4; ++type) {
+            for (auto const& range : ranges) {
+                accessor_->setHint(static_cast<BulkView::IBufferAccessor::HintType>(type), range, 1.0f);
             }
-            return shows(client_.handle, p);
-        });
-        for (int access : {Enums::ReadWrite, Enums::Write, Enums::Populate, Enums::NoAccess}) {
+        }
+        showsAll(*accessor_);
+        client_.request(*accessor_, {}, Enums::Read);
+        EXPECT_EQ(client_.handle.access(), subject_.grantedForRead);
+        for (auto const access : {Enums::ReadWrite, Enums::Write, Enums::Populate, Enums::NoAccess}) {
             if (subject_.writes != Writes::kRefused && subject_.writes != Writes::kUntold) {
-                auto const asked = static_cast<Enums::Access>(access);
                 Index const p = data_.randomIndex(random_);
-                client_.request(*accessor_, p, asked);
+                client_.request(*accessor_, p, access);
                 EXPECT_TRUE(client_.handle.contains(p)) << "asked for " << access;
-                EXPECT_TRUE(!Enums::isWriteAccess(asked) || Enums::isWriteAccess(client_.handle.access())) << access;
+                EXPECT_TRUE(!Enums::isWriteAccess(access) || Enums::isWriteAccess(client_.handle.access())) << access;
             }
         }
     }
@@ -184,7 +189,7 @@ class Conformance {
             ASSERT_TRUE(shows(reader.handle, p)) << "round " << round;
         }
         client_.handle.reset(/*releaseOwner=*/true);
-        lendsEverySampleOf(*accessor_);
+        showsAll(*accessor_);
     }
 
     // One or two loans in a row by the same handle, one sample changed in each.
@@ -204,27 +209,14 @@ class Conformance {
 
     void clonesItself() {
         auto clone = accessor_->createClone();
-        EXPECT_EQ(clone->getSize(), data_.size());
         auto const second = clone->createClone();
-        Borrower other;
-        clone->setClient(&other);
-        lendsEverySampleOf(*clone);
+        showsAll(*clone);
         clone->setClient(nullptr);
         clone->dispose(/*flag=*/false);
         clone.reset();
-        lendsEverySampleOf(*accessor_);
+        showsAll(*accessor_);
         accessor_.reset();
-        lendsEverySampleOf(*second);
-    }
-
-    void bearsHints() {
-        OpenEndedRange<4, int> const ranges[] = {{}, data_.box(), {Index::Filled(2), Index::Filled(1)}};
-        for (int type = 0; type <= 4; ++type) {
-            for (auto const& range : ranges) {
-                accessor_->setHint(static_cast<BulkView::IBufferAccessor::HintType>(type), range, 1.0f);
-            }
-        }
-        lendsEverySampleOf(*accessor_);
+        showsAll(*second);
     }
 
     // What fails below fails the request, and the next one is answered as ever.
@@ -253,70 +245,48 @@ class Conformance {
 
     template <class View>
     void serves(View view) {
-        using Point = typename View::Index;
         auto const narrowed = [](Index const& p) {
-            Point point;
-            std::copy_n(p.begin(), Point::size(), point.begin());
+            typename View::Index point;
+            std::copy_n(p.begin(), View::ndims(), point.begin());
             return point;
         };
-        auto const expected = [this](Index const& p) {
-            return subject_.hasMemory ? data_.at(p) : BulkView::Detail::nullSample<T>();
+        auto const expectSample = [this](T const& sample, Index const& p) {
+            bool const same = sameSample(sample, subject_.hasMemory ? data_.at(p) : BulkView::Detail::nullSample<T>());
+            EXPECT_TRUE(same) << "a view shows a wrong sample, first at " << p;
+            return same;
         };
         auto at = view.samples().begin();
         forEachIndex(data_.box(), [&](Index const& p) {
-            bool const same = at != std::default_sentinel && at.index() == narrowed(p) && sameSample(*at, expected(p));
-            EXPECT_TRUE(same) << "iterating, first at " << p;
+            bool const same = at != std::default_sentinel && at.index() == narrowed(p) && expectSample(*at, p);
             ++at;
             return same;
         });
         for (int round = 0; round < 200; ++round) {
             Index const p = data_.randomIndex(random_);
-            bool const settles = subject_.writes == Writes::kAtOnce || subject_.writes == Writes::kLate;
-            if (settles && random_.chance(30)) {
-                T const value = static_cast<T>(random_.between(0, subject_.highestSample));
-                view.set(narrowed(p), value);
-                data_.at(p) = value;
+            if ((subject_.writes == Writes::kAtOnce || subject_.writes == Writes::kLate) && random_.chance(30)) {
+                data_.at(p) = static_cast<T>(random_.between(0, subject_.highestSample));
+                view.set(narrowed(p), data_.at(p));
             }
             Index const q = random_.chance(50) ? p : data_.randomIndex(random_);
-            ASSERT_TRUE(sameSample(view(narrowed(q)), expected(q))) << "at " << q << ", round " << round;
+            ASSERT_TRUE(expectSample(view(narrowed(q)), q));
         }
         EXPECT_THROW(view.get(view.size()), BulkView::ViewBoundsException);
-    }
-
-    void lendsEverySampleOf(BulkView::IBufferAccessor& accessor) {
-        Borrower reader;
-        forEachIndex(data_.box(), [&](Index const& p) {
-            if (!reader.handle.contains(p)) {
-                reader.request(accessor, p, Enums::Read);
-                return shows(reader.handle, p);
-            }
-            return true;
-        });
     }
 
     // Whether the handle describes a block with `p` in it, inside the data, whose samples are those of the data.
     bool shows(Handle const& handle, Index const& p) const {
         auto const box = handle.range4();
-        bool good =
-            handle.contains(p) && box.min.allGreaterEqual(data_.box().min) && data_.box().max.allGreaterEqual(box.max);
-        EXPECT_TRUE(good) << "asked for " << p << ", lent " << box;
-        good = good && handle.isNull() != subject_.hasMemory;
-        EXPECT_TRUE(good) << "memory";
+        bool good = handle.contains(p) && box.min.allGreaterEqual(data_.box().min) &&
+                    data_.box().max.allGreaterEqual(box.max) && handle.isNull() != subject_.hasMemory;
+        EXPECT_TRUE(good) << "asked for " << p << ", lent " << box << " at " << handle.buffer();
         if (good && subject_.hasMemory) {
             forEachIndex(box, [&](Index const& q) {
                 good = sameSample(static_cast<T const*>(handle.buffer())[handle.offset(q)], data_.at(q));
-                EXPECT_TRUE(good) << "asked for " << p << ", first wrong sample at " << q << " of "
-                                  << handle.infoSnapshot();
                 return good;
             });
+            EXPECT_TRUE(good) << "asked for " << p << ", wrong samples in " << handle.infoSnapshot();
         }
         return good;
-    }
-
-    std::string sizeText() const {
-        std::ostringstream text;
-        text << data_.size();
-        return text.str();
     }
 
     Random random_;

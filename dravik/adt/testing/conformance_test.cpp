@@ -71,32 +71,23 @@ struct Faulty : BrickAccessor<float> {
 };
 
 TEST(Conformance, FindsEachFault) {
+    static std::vector<float> nowhere(10000);
+    static int requests = 0;
     struct Row {
         char const* name;
         Faulty::Break fault;
     };
     static constexpr Row kRows[] = {
-        {"one sample off", [](BufferHandle& h, AdtEnums::Access) { ++h.info().offset; }},
-        {"a wrong stride", [](BufferHandle& h, AdtEnums::Access) { h.info().strides[2] += 1; }},
-        {"a block beyond the data", [](BufferHandle& h, AdtEnums::Access) { h.info().range.max[3] += 1; }},
-        {"a block beside the position",
-         [](BufferHandle& h, AdtEnums::Access) { h.info().range.max[1] = h.info().range.min[1]; }},
-        {"no memory", [](BufferHandle& h, AdtEnums::Access) { h.update(nullptr, h.info(), h.access()); }},
-        {"too little access",
-         [](BufferHandle& h, AdtEnums::Access) { h.update(h.buffer(), h.info(), AdtEnums::NoAccess); }},
-        {"invalid again and again",
-         [](BufferHandle& h, AdtEnums::Access) {
-             static int requests = 0;
-             if (++requests % 60 < 50) {
-                 h.invalidate(/*emptyRange=*/false);
-             }
-         }},
+        {"one sample off", [](BufferHandle& h, auto) { ++h.info().offset; }},
+        {"a wrong stride", [](BufferHandle& h, auto) { h.info().strides[2] += 1; }},
+        {"a block beyond the data", [](BufferHandle& h, auto) { h.info().range.max[3] += 1; }},
+        {"a block beside it", [](BufferHandle& h, auto) { h.info().range.max[1] = h.info().range.min[1]; }},
+        {"no memory", [](BufferHandle& h, auto) { h.update(nullptr, h.info(), h.access()); }},
+        {"too little access", [](BufferHandle& h, auto) { h.update(h.buffer(), h.info(), AdtEnums::NoAccess); }},
+        {"invalid often", [](BufferHandle& h, auto) { ++requests % 60 < 50 ? h.invalidate(false) : void(); }},
         {"writes into nowhere",
-         [](BufferHandle& h, AdtEnums::Access asked) {
-             static std::vector<float> nowhere(10000);
-             if (asked != AdtEnums::Read) {
-                 h.update(nowhere.data(), h.info(), asked);
-             }
+         [](BufferHandle& h, auto asked) {
+             asked != AdtEnums::Read ? h.update(nowhere.data(), h.info(), asked) : void();
          }},
     };
     for (Row const& row : kRows) {
@@ -104,12 +95,23 @@ TEST(Conformance, FindsEachFault) {
         {
             testing::ScopedFakeTestPartResultReporter const reporter(
                 testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
-            Subject<float> const subject{
-                row.name, [&row](auto const& shown) { return std::make_unique<Faulty>(shown, row.fault); }};
-            expectConforms(subject);
+            expectConforms(Subject<float>{
+                row.name, [&row](auto const& shown) { return std::make_unique<Faulty>(shown, row.fault); }});
         }
         EXPECT_GT(failures.size(), 0) << row.name;
     }
+}
+
+TEST(LiveObjects, AreCountedUntilTheyAreGone) {
+    {
+        Borrower const borrower;
+        BrickAccessor<float> accessor(PlainArray<float>({1, 1, 1, 1}));
+        auto const clone = accessor.createClone();
+        BufferHandle handle;
+        clone->getBuffer({}, AdtEnums::Read, handle);
+        EXPECT_EQ(liveObjects(), "2 accessors, 1 clients, 1 owners of loans, ");
+    }
+    EXPECT_EQ(liveObjects(), "");
 }
 
 }  // namespace

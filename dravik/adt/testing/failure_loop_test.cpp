@@ -1,12 +1,9 @@
 #include "dravik/adt/testing/failure_loop.h"
 
-#include "dravik/adt/testing/failing_calls.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -14,10 +11,9 @@
 namespace Quorvel::Dravik::Adt::Testing {
 namespace {
 
-auto noScene() {
-    return [] { return 0; };
-}
-TEST(FailEverywhere, StopsWhenEveryAllocationHasFailed) {
+constexpr auto kNoScene = [] { return 0; };
+
+TEST(FailEverywhere, FailsEveryFormOfNew) {
     struct alignas(128) Wide {
         char bytes[256];
     };
@@ -26,18 +22,19 @@ TEST(FailEverywhere, StopsWhenEveryAllocationHasFailed) {
         std::unique_ptr<char[]> many;
         std::unique_ptr<Wide> wide;
     };
-    std::vector<bool> runs;
-    runs.reserve(100);
-    failEverywhere<AllocationFailure>(
-        "four allocations", [] { return Scene(); },
-        [](Scene& scene) {
-            scene.one = std::make_unique<int>(1);
-            scene.many = std::make_unique<char[]>(1000);
-            scene.wide = std::make_unique<Wide>();
-            scene.unwanted.reset(new (std::nothrow) int(2));  // failing here is no exception
-        },
-        [&](Scene&, bool completed) { runs.push_back(completed); });
-    EXPECT_EQ(runs, (std::vector<bool>{false, false, false, true, true, false, false, false, true, true}));
+    auto const act = [](Scene& scene) {
+        scene.one = std::make_unique<int>(1);
+        scene.many = std::make_unique<char[]>(1000);
+        scene.wide = std::make_unique<Wide>();
+        scene.unwanted.reset(new (std::nothrow) int(2));  // failing here is no exception
+    };
+    int missing = 0;
+    auto const check = [&](Scene& s, bool) { missing += !s.one + !s.many + !s.wide + !s.unwanted; };
+    EXPECT_EQ(
+        failEverywhere<AllocationFailure>(
+            "four forms", [] { return Scene(); }, act, check),
+        4);
+    EXPECT_EQ(missing, 2 * (4 + 3 + 2 + 1));
 }
 
 TEST(FailEverywhere, FailsOnceOrFromThereOn) {
@@ -54,54 +51,43 @@ TEST(FailEverywhere, FailsOnceOrFromThereOn) {
             }
         }
     };
-    failEverywhere<CallFailure>("two calls out", noScene(), stubborn, [&](int&, bool) { seen.push_back(calls); });
+    failEverywhere<CallFailure>("two calls out", kNoScene, stubborn, [&](int&, bool) { seen.push_back(calls); });
     EXPECT_EQ(seen, (std::vector<int>{1, 1, 2, 0, 1, 2}));
 }
 
-void leakWhenItFails() {
-    static std::vector<std::unique_ptr<int>> kept;
-    failEverywhere<CallFailure>(
-        "a leak", noScene(),
-        [](int&) {
-            kept.reserve(100);
-            kept.push_back(std::make_unique<int>(0));
-            callOut("leave it");
-            kept.pop_back();
-        },
-        [](int&, bool) {});
-}
-
-void breakAnInvariantBySomethingElse() {
-    failEverywhere<AllocationFailure>(
-        "half done", noScene(),
-        [](int& half) {
-            half = 1;
-            try {
-                ::operator delete(::operator new(4));
-            } catch (std::bad_alloc const&) {
-                throw CallOutError("wrong");
-            }
-            half = 2;
-        },
-        [](int& half, bool) { EXPECT_NE(half, 1) << "left half done"; });
-}
-
 TEST(FailEverywhere, ReportsWhatItFinds) {
+    static std::vector<std::unique_ptr<int>> kept;
+    constexpr auto kLeaks = [](int& half) {
+        kept.reserve(100);
+        kept.push_back(std::make_unique<int>(0));
+        half = 1;
+        callOut("leave it");
+        half = 2;
+        kept.pop_back();
+    };
+    constexpr auto kThrowsAnother = [](int&) {
+        try {
+            ::operator delete(::operator new(4));
+        } catch (std::bad_alloc const&) {
+            throw CallOutError("wrong");
+        }
+    };
     testing::TestPartResultArray results;
     {
         testing::ScopedFakeTestPartResultReporter const reporter(
             testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &results);
-        leakWhenItFails();
-        breakAnInvariantBySomethingElse();
+        auto const check = [](int& half, bool) { EXPECT_NE(half, 1) << "half done"; };
+        failEverywhere<CallFailure>("", kNoScene, kLeaks, [](int&, bool) {});
+        failEverywhere<CallFailure>("", kNoScene, kLeaks, check);
+        failEverywhere<AllocationFailure>("", kNoScene, kThrowsAnother, check);
     }
     std::string reports;
     for (int i = 0; i < results.size(); ++i) {
         reports += results.GetTestPartResult(i).message();
     }
-    EXPECT_THAT(
-        reports, testing::AllOf(
-                     testing::HasSubstr("a leak"), testing::HasSubstr("unexpected: wrong"),
-                     testing::HasSubstr("left half done"), testing::HasSubstr("call out 0 fails once")));
+    for (char const* const report : {"a leak", "unexpected: wrong", "half done", "call out 0 fails once"}) {
+        EXPECT_THAT(reports, testing::HasSubstr(report));
+    }
 }
 
 }  // namespace

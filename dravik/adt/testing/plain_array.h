@@ -61,16 +61,11 @@ class PlainArray {
 /// Calls visit(index) for every index of a box, last axis fastest, until it returns false.
 template <class Visit>
 void forEachIndex(OpenEndedRange<4, int> const& box, Visit visit) {
-    FixedVector<4, int> p;
-    for (p[0] = box.min[0]; p[0] < box.max[0]; ++p[0]) {
-        for (p[1] = box.min[1]; p[1] < box.max[1]; ++p[1]) {
-            for (p[2] = box.min[2]; p[2] < box.max[2]; ++p[2]) {
-                for (p[3] = box.min[3]; p[3] < box.max[3]; ++p[3]) {
-                    if (!visit(static_cast<FixedVector<4, int> const&>(p))) {
-                        return;
-                    }
-                }
-            }
+    FixedVector<4, int> p = box.min;
+    int axis = box.isEmpty() ? -1 : 3;
+    while (axis >= 0 && visit(static_cast<FixedVector<4, int> const&>(p))) {
+        for (axis = 3; axis >= 0 && ++p[axis] == box.max[axis]; --axis) {
+            p[axis] = box.min[axis];
         }
     }
 }
