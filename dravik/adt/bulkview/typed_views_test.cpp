@@ -322,7 +322,12 @@ TEST(TypedViews, ComputePositionsOfAnyWidth) {
 
 TEST(TypedViewTrace, EqualsThePlainArrayAsFarAsItGoes) {
     Testing::BrickOptions const layouts[] = {
-        {}, {.fastestAxis = 2, .padding = 2}, {.fastestAxis = 2, .backwards = true}, {.fastestAxis = 0, .padding = 1}};
+        {},
+        {.padding = 1},
+        {.fastestAxis = 2, .padding = 2},
+        {.fastestAxis = 2, .backwards = true},
+        {.fastestAxis = 1},
+        {.fastestAxis = 0, .padding = 1}};
     for (auto const& layout : layouts) {
         OverBricks over(layout);
         for (auto const read : {&View3::prototypeGetKTrace, &View3::prototypeGetFloatKTrace}) {

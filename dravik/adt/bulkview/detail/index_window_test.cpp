@@ -12,6 +12,8 @@ namespace {
 // Boxes and indices around 0 and around both ends of `int`, every third box empty on some axis.
 template <int N>
 void admitsWhatTheBoxHolds(Testing::Random& random) {
+    IndexWindow<N> window;
+    EXPECT_FALSE(window.admits({}, 0)) << "closed at first";
     for (int round = 0; round < 20000; ++round) {
         OpenEndedRange<4, int> box;
         FixedVector<N, int> index;
@@ -25,13 +27,13 @@ void admitsWhatTheBoxHolds(Testing::Random& random) {
                 inside = inside && box.min[axis] <= index[axis] && index[axis] < box.max[axis];
             }
         }
-        IndexWindow<N> window;
-        EXPECT_FALSE(window.admits(index, box.max[0])) << "closed at first";
         window.open(box);
         ASSERT_EQ(window.admits(index, box.max[0]), inside && box.max[0] != 0) << index << " in " << box;
         ASSERT_FALSE(window.admits(index, 0)) << "the loan has ended";
-        window.close();
-        ASSERT_FALSE(window.admits(index, box.max[0])) << "closed again";
+        if (random.chance(50)) {
+            window.close();
+            ASSERT_FALSE(window.admits(index, box.max[0])) << "closed again";
+        }
     }
 }
 
