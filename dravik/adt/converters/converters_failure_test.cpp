@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 #include <stdexcept>
 #include <vector>
 
@@ -28,7 +28,7 @@ using Testing::refused;
 // A type of 128 bits, so that a chain over it does not fit the stack.
 using Wide = FixedVector<4, int>;
 
-// A host's converter between float and Wide, that may fail in whatever it is asked.
+// A host's converter between float and Wide, which begins with it. May fail in whatever it is asked.
 template <class In, class Out>
 class HostConverter : public IValueConverter {
   public:
@@ -41,13 +41,8 @@ class HostConverter : public IValueConverter {
             if (i % 100 == 0) {
                 callOut("convert");
             }
-            In const& from = static_cast<In const*>(in)[inIndex + i * inStride];
-            Out& to = static_cast<Out*>(out)[outIndex + i * outStride];
-            if constexpr (std::is_same_v<In, float>) {
-                to = Out::Filled(static_cast<int>(from));
-            } else {
-                to = static_cast<Out>(from[3]);
-            }
+            void* const to = static_cast<Out*>(out) + outIndex + i * outStride;
+            std::memcpy(to, static_cast<In const*>(in) + inIndex + i * inStride, sizeof(float));
         }
     }
     void convertContiguous(void const* in, int inIndex, void* out, int outIndex, int count) const override {
@@ -68,19 +63,14 @@ struct Scene {
 
 constexpr Testing::FailureScenario<Scene> kScenarios[] = {
     {"choosing converters", Fails::kAllocations,
-     [](Scene&) {
+     [](Scene& s) {
          ScaleOffset const twice(2, 0);
          for (auto const* from : {&typeid(unsigned char), &typeid(char), &typeid(unsigned short), &typeid(short)}) {
              auto const scaled = Factory::getTypeConverter(*from, typeid(float), twice, /*copyIfSame=*/true);
              auto const back = Factory::getTypeConverter(typeid(float), *from, twice, /*copyIfSame=*/false);
              auto const plain = Factory::getTypeConverter(*from, typeid(int));
              for (auto const& each : {scaled, back, plain, Factory::getTypeConverter(typeid(float), *from)}) {
-                 std::array<float, 64> const in{};
-                 std::array<float, 64> out{};
-                 each->convert(in.data(), out.data());
-                 each->convertStrided(in.data(), 0, 2, out.data(), 0, 2, 10);
-                 each->convertContiguous(in.data(), 0, out.data(), 0, 10);
-                 EXPECT_EQ(out, in);
+                 each->convertStrided(s.in.data(), 0, 2, s.out.data(), 0, 2, 10);
              }
              EXPECT_EQ(Factory::appendTypeConverter(plain, /*withInverse=*/true, *from)->getOutputType(), *from);
          }
@@ -130,17 +120,12 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
              ConverterPtr const copy = Factory::getCopyConverter(bits);
              EXPECT_EQ(copy.get(), &Factory::getCopyConverterRef(bits));
              copy->convertContiguous(s.in.data(), 0, s.out.data(), 0, 1000);
-             copy->convertStrided(s.in.data(), 0, 1, s.out.data(), 0, 0, 1000);
              copy->convertStrided(s.in.data(), 0, 0, s.out.data(), 0, 1, 1000);
-             copy->convert(&s.in[0], &s.out[0]);
              EXPECT_EQ(copy->getInputType(), copy->getOutputType());
          }
          EXPECT_EQ(Factory::getTypeConverter(typeid(float), typeid(float)), nullptr);
          EXPECT_TRUE(TypeRegister::isTypeRegisted(typeid(Int1)) && !TypeRegister::isTypeRegisted(typeid(Scene)));
-         auto const transform = ScaleOffset::getRangeTransform({0.0, 1.0}, {1.0, 3.0});
-         EXPECT_EQ(transform.convertDouble(1), double{transform.convertFloat(1)});
-         auto const squared = ScaleOffset::getComposition(transform, transform);
-         EXPECT_EQ(ScaleOffset::getDifference(squared, transform), transform);
+         EXPECT_EQ(ScaleOffset::getRangeTransform({0.0, 1.0}, {1.0, 3.0}).convertDouble(1), 3);
      }},
 };
 
