@@ -34,9 +34,9 @@ class Conversion {
 
     RunFunction run_;  // whole runs, fast
     RunFunction one_;  // the reference, for single values and for buffers that overlap
-    Linear linear_;
-    int inBytes_;   // per value
-    int outBytes_;  // per value
+    Linear linear_{};  // of scaled conversions alone
+    int inBytes_;      // per value
+    int outBytes_;     // per value
 };
 
 }  // namespace Quorvel::Dravik::Adt::Converters::Detail

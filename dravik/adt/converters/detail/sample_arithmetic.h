@@ -11,8 +11,8 @@ namespace Quorvel::Dravik::Adt::Converters::Detail {
 
 /// Scale and offset as scaled conversions apply them, narrowed to float.
 struct Linear {
-    float scale = 1;
-    float offset = 0;
+    float scale;
+    float offset;
 };
 
 /// The integer nearest to `x`, the even one on a tie. What has none in 32 bits (NaN, infinities, magnitudes from 2^31
