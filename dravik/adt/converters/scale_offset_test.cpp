@@ -108,8 +108,8 @@ TEST(ScaleOffset, ComposesInvertsAndPrintsLikeTheTransformItStandsFor) {
     EXPECT_THAT(ScaleOffset(0, 1).getInverse(), exactly(kInfinity, -kInfinity));
     EXPECT_THAT(ScaleOffset::identity(), exactly(1, 0));
     std::ostringstream out;
-    out << ScaleOffset(2, 1) << ' ' << ScaleOffset(-0.5, -3);
-    EXPECT_EQ(out.str(), "2*x+1 -0.5*x-3");
+    out << ScaleOffset(2, 0) << ' ' << ScaleOffset(-0.5, -3);
+    EXPECT_EQ(out.str(), "2*x+0 -0.5*x-3");
 }
 
 }  // namespace
