@@ -1,15 +1,25 @@
+// Timers, their pool and named timers, by a clock that stands still.
+
 #include "dravik/adt/diagnostics/timer.h"
 
+#include "dravik/adt/diagnostics/named_timer.h"
+#include "dravik/adt/diagnostics/timer_pool.h"
+#include "dravik/adt/testing/child_output.h"
 #include "dravik/adt/testing/manual_counter.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 namespace Quorvel::Dravik::Adt::Logging {
 namespace {
@@ -21,19 +31,19 @@ static_assert(!std::is_constructible_v<Timer, char const*> && !std::is_construct
 static_assert(!std::is_convertible_v<bool, Timer>);
 
 constexpr std::int64_t kMicroseconds = 1000000;  // ticks per second
+constexpr std::int64_t kMilliseconds = 1000;
 
-void measure(Timer& timer, std::int64_t ticks) {
-    timer.start();
-    ManualCounter::advance(ticks);
-    timer.stop();
+std::string printed(Timer const& timer) {
+    std::ostringstream out;
+    out << timer;
+    return out.str();
 }
 
 TEST(Timer, NewOneRunsAndTakesOffNineTenthsOfItsOwnCost) {
     ManualCounter counter(kMicroseconds, /*ticksPerLook=*/11);
     Timer timer(true, "work");
     EXPECT_TRUE(timer.getRunning());
-    EXPECT_EQ(timer.getCount(), 0);
-    EXPECT_EQ(timer.getTotal(), 0.0);
+    EXPECT_EQ(timer.getCount() + timer.getTotal(), 0);
     EXPECT_EQ(timer.getOverhead(), 9 / 1e6) << "11 * 9 / 10 in whole ticks";
     ManualCounter::advance(100);
     timer.stop();
@@ -44,6 +54,7 @@ TEST(Timer, NewOneRunsAndTakesOffNineTenthsOfItsOwnCost) {
     EXPECT_EQ(timer.getLast(), 2 / 1e6);
     EXPECT_EQ(timer.getTotal(), 104 / 1e6);
     EXPECT_EQ(timer.getCount(), 2) << "a stop without a start counts nothing";
+    EXPECT_EQ(timer.getFrequency(), 1e6);
 }
 
 TEST(Timer, DisabledOneIgnoresEverything) {
@@ -51,40 +62,24 @@ TEST(Timer, DisabledOneIgnoresEverything) {
     timer.start();
     timer.stop();
     timer.add(5, 1.0, 1.0);
+    timer.reset();
     EXPECT_FALSE(timer.getEnabled() || timer.getRunning());
-    EXPECT_EQ(timer.getTotal(), 0.0);
-    EXPECT_EQ(timer.getSkip() + timer.getCount() + timer.getVerbose(), 0);
+    EXPECT_EQ(timer.getTotal() + timer.getLast() + timer.getSkip() + timer.getCount() + timer.getVerbose(), 0);
     EXPECT_STREQ(timer.getName(), "");
     EXPECT_STREQ(timer.getValue(), "");
-}
-
-TEST(Timer, WithoutAKnownFrequencyATickIsASecond) {
-    ManualCounter counter(0);
-    Timer timer;
-    ManualCounter::advance(7);
-    timer.stop();
-    EXPECT_EQ(timer.getTotal(), 7.0);
-}
-
-TEST(Timer, NameIsCutAt255Characters) {
-    EXPECT_EQ(Timer(true, std::string(255, 'n').c_str()).getName(), std::string(255, 'n'));
-    EXPECT_EQ(Timer(true, std::string(256, 'n').c_str()).getName(), std::string(255, 'n'));
 }
 
 TEST(Timer, ValueTellsTotalCallsAndOddities) {
     struct Row {
         char const* name;
-        int skip;
-        int calls;
+        int skip, calls;
         std::int64_t ticksPerCall;
         bool running;
         char const* value;
     };
     constexpr Row kRows[] = {
-        {"Microseconds", 0, 1, 5000, false, "5000.0 us"},
         {"LastMicrosecond", 0, 1, 9989, false, "9989.0 us"},
         {"FirstMillisecond", 0, 1, 9990, false, "  10.0 ms"},
-        {"Milliseconds", 0, 1, 500000, false, " 500.0 ms"},
         {"LastMillisecond", 0, 1, 9989999, false, "9990.0 ms"},
         {"FirstSecond", 0, 1, 9990000, false, "  10.0 s "},
         {"TotalOfAllCalls", 0, 4, 5000000, false, "  20.0 s  in 4 calls"},
@@ -101,38 +96,43 @@ TEST(Timer, ValueTellsTotalCallsAndOddities) {
         Timer timer(true, "t", row.skip);
         timer.reset();
         for (int call = 0; call < row.calls; ++call) {
-            measure(timer, row.ticksPerCall);
+            timer.start();
+            ManualCounter::advance(row.ticksPerCall);
+            timer.stop();
         }
         if (row.running) {
             timer.start();
         }
         EXPECT_STREQ(timer.getValue(), row.value) << row.name;
-        std::ostringstream out;
-        out << timer;
-        EXPECT_EQ(out.str(), std::string("t: ") + row.value) << row.name;
+        EXPECT_EQ(printed(timer), std::string("t: ") + row.value) << row.name;
     }
 }
 
 TEST(Timer, AddCountsWholeTicksTowardZeroAndSkipsNone) {
-    ManualCounter counter(10);
+    constexpr double kEndless = std::numeric_limits<double>::infinity();
+    ManualCounter counter(0);
+    EXPECT_EQ(Timer().getFrequency(), 1.0) << "where it is not known";
+    ManualCounter tenths(10);
     Timer timer(true, "t", /*skip=*/2);
     timer.reset();
     timer.add(3, 0.19, -0.19);
     EXPECT_EQ(timer.getTotal(), 0.1);
     EXPECT_EQ(timer.getLast(), -0.1);
     EXPECT_EQ(timer.getCount(), 1) << "three calls less two to skip";
-    timer.add(INT_MAX, std::numeric_limits<double>::infinity(), std::nan(""));
-    EXPECT_GT(timer.getTotal(), 9e17);
+    timer.add(INT_MAX, kEndless, std::nan(""));
+    EXPECT_EQ(timer.getTotal(), 0x1p63 / 10);
     EXPECT_EQ(timer.getLast(), 0.0);
     EXPECT_EQ(timer.getCount(), INT_MAX - 2) << "at its end the count stays";
+    timer.add(INT_MIN, -kEndless, -kEndless);
+    timer.add(INT_MIN, -kEndless, -kEndless);
+    EXPECT_EQ(timer.getTotal(), -0x1p63 / 10);
+    EXPECT_EQ(timer.getCount(), 0);
 }
 
 TEST(Timer, StaysAtTheEndsOfItsNumbers) {
     constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max();
-    {
-        ManualCounter counter(/*ticksPerSecond=*/1, /*ticksPerLook=*/kLast);
-        EXPECT_EQ(Timer().getOverhead(), 0.9 * static_cast<double>(kLast));
-    }
+    ManualCounter fast(/*ticksPerSecond=*/1, /*ticksPerLook=*/kLast);
+    EXPECT_EQ(Timer().getOverhead(), 0.9 * static_cast<double>(kLast));
     ManualCounter counter(1);
     Timer timer(true, "t", /*skip=*/INT_MIN);
     EXPECT_EQ(timer.getCount(), INT_MAX);
@@ -144,29 +144,181 @@ TEST(Timer, StaysAtTheEndsOfItsNumbers) {
     EXPECT_EQ(timer.getTotal(), -static_cast<double>(kLast));
 }
 
-TEST(Timer, EnvironmentNumbers) {
+TEST(TimerPool, KeepsOneIdleTimerPerFullName) {
+    TimerPool pool(true, /*verbose=*/0);
+    std::string const longName(300, 'n');
+    Timer* const first = pool.getTimerByName((longName + "1").c_str());
+    EXPECT_FALSE(first->getRunning() || first->getVerbose() != 0);
+    EXPECT_EQ(first->getName(), longName.substr(0, 255));
+    EXPECT_EQ(pool.getTimerByName((longName + "1").c_str()), first);
+    EXPECT_NE(pool.getTimerByName((longName + "2").c_str()), first) << "only the timer's own copy of the name is cut";
+    EXPECT_EQ(pool.getTimerByName(nullptr), pool.getTimerByName(""));
+    pool.getTimerByName("b");
+    pool.getTimerByName("B");
+    std::string initials;
+    for (Timer const* timer : pool.getAllTimers()) {
+        initials += std::string(timer->getName()).substr(0, 1) + "|";
+    }
+    EXPECT_EQ(initials, "|B|b|n|n|");
+}
+
+TEST(TimerPool, AddsResetsAndCopiesUnlessDisabled) {
+    for (bool const enabled : {true, false}) {
+        TimerPool pool(enabled, /*verbose=*/4);
+        Timer* const timer = pool.getTimerByName("a");
+        EXPECT_TRUE(timer->getEnabled() == enabled && timer->getVerbose() == (enabled ? 4 : 0));
+        EXPECT_EQ(pool.getTimerByName("b") != timer, enabled) << "one dead timer for all names";
+        pool.addToTimer(timer, 2, 3.0, 1.0);
+        pool.addToTimer(nullptr, 2, 3.0, 1.0);
+        pool.setVerbose(3);
+        auto const copies = pool.copyAllTimers(/*reset=*/true);
+        ASSERT_EQ(copies.size(), enabled ? 2u : 0u);
+        if (enabled) {
+            EXPECT_EQ(printed(copies[0]), "a: 3000.0 ms in 2 calls");
+            EXPECT_EQ(copies[0].getLast(), 1.0);
+            EXPECT_EQ(copies[0].getVerbose(), 3);
+        }
+        EXPECT_EQ(timer->getCount(), 0);
+        EXPECT_EQ(pool.getTimerByName("later")->getVerbose(), enabled ? 3 : 0);
+        timer->start();
+        pool.resetAll();
+        EXPECT_FALSE(timer->getRunning());
+        EXPECT_EQ(Testing::outputOfChild([&] { pool.printAll(); }), "");
+    }
+}
+
+TEST(TimerPool, ReportListsWhatMeasuredOrRuns) {
+    auto const report = Testing::outputOfChild([] {
+        TimerPool pool;
+        pool.addToTimer(pool.getTimerByName("read"), 3, 0.5, 0.1);
+        pool.addToTimer(pool.getTimerByName("quiet"), 3, 0.5, 0.1);
+        pool.getTimerByName("quiet")->setVerbose(0);
+        pool.getTimerByName("idle");
+        pool.getTimerByName("running")->start();
+        pool.addToTimer(pool.getTimerByName(std::string(50, 'f').c_str()), 1, 20, 20);
+        pool.addToTimer(pool.getTimerByName(std::string(51, 'g').c_str()), 1, 20, 20);
+    });
+    std::string const expected = "\nTiming results:\n  " + std::string(50, 'f') + "     20.0 s \n  " +
+                                 std::string(51, 'g') + "\n" + std::string(50, ' ') + "   20.0 s \n  read" +
+                                 std::string(46, ' ') + "    500.0 ms in 3 calls\n  running" + std::string(43, ' ') +
+                                 "   No calls logged STILL RUNNING (forgot to Stop?)\nEnd of report\n\n";
+    EXPECT_EQ(report, expected);
+}
+
+TEST(NamedTimer, LapsReachThePoolTogetherWhateverItHolds) {
+    ManualCounter counter(kMilliseconds);
+    TimerPool pool(true, /*verbose=*/0);
+    Timer* const pooled = pool.getTimerByName("work");
+    pool.addToTimer(pooled, 5, 5.0, 1.0);
+    pooled->start();
+    std::optional<NamedTimer> timer(std::in_place, "work", &pool);
+    ManualCounter::advance(100);
+    timer->lapEnd();
+    ManualCounter::advance(1000);
+    timer->lapEnd();
+    timer->start();
+    ManualCounter::advance(20);
+    EXPECT_EQ(pooled->getCount(), 5);
+    timer->stop();
+    pooled->stop();
+    EXPECT_EQ(printed(*pooled), "work: 6240.0 ms in 8 calls") << "with the 1120 that the pooled one itself ran";
+    timer->start();
+    NamedTimer copy("other", &pool);
+    copy = *timer;
+    ManualCounter::advance(3);
+    timer.reset();
+    copy.stop();
+    EXPECT_EQ(printed(*pooled), "work: 6243.0 ms in 9 calls") << "copies share one measurement";
+    EXPECT_EQ(pooled->getLast(), 0.003);
+    EXPECT_EQ(pool.getTimerByName("other")->getCount(), 0) << "assignment leaves the measurement it replaces";
+    NamedTimer nowhere("work", nullptr);
+    nowhere.start();
+    nowhere.stop("%s", "nothing");
+}
+
+TEST(NamedTimer, PrintsAsMuchAsItsVerbosityAsksFor) {
+    std::string const starting = "work" + std::string(46, ' ') + " is starting\n";
+    std::string const lap = "work took 0.2000 seconds\n";
+    std::string const text = "work took 0.0300 seconds. 7 of %\n";
+    std::string const report =
+        "\nTiming results:\n  work" + std::string(46, ' ') + "    230.0 ms in 2 calls\nEnd of report\n\n";
+    std::string const expected[] = {
+        "", report, text + report, lap + text + report, starting + lap + starting + text + report};
+    for (int verbose = 0; verbose <= 4; ++verbose) {
+        auto const output = Testing::outputOfChild([verbose] {
+            ManualCounter counter(kMilliseconds);
+            TimerPool pool(true, verbose);
+            NamedTimer timer("work", &pool);
+            ManualCounter::advance(200);
+            timer.lapEnd();
+            timer.start();
+            ManualCounter::advance(30);
+            timer.stop("%d of %%\n", 7);
+            timer.stop("not running");
+        });
+        EXPECT_EQ(output, expected[verbose]) << "verbosity " << verbose;
+    }
+}
+
+TEST(NamedTimer, EnvironmentSwitchesTheReportAtTheEndOfTheProcess) {
     struct Row {
         char const* name;
-        std::string value;
+        std::optional<std::string> value;
         int number;
     };
     Row const rows[] = {
+        {"NotSet", std::nullopt, -1},
         {"Empty", "", -1},
-        {"Number", "3", 3},
-        {"NumberAndMore", " 12 monkeys", 12},
         {"Negative", "-2", -2},
-        {"Word", "yes", 0},
-        {"Huge", "99999999999999999999", INT_MAX},
-        {"LongestThatFits", std::string(254, '0') + "7", 7},
-        {"TooLong", std::string(255, '0') + "7", -1},
+        {"Zero", "0", 0},
+        {"Word", "on", 0},
+        {"One", "1", 1},
+        {"NumberAndMore", " 1 monkey", 1},
+        {"LongestThatFits", std::string(254, '0') + "1", 1},
+        {"TooLong", std::string(255, '0') + "1", -1},
     };
-    constexpr char const* kVariable = "DRAVIK_ADT_TIMER_TEST";
-    ASSERT_EQ(unsetenv(kVariable), 0);
-    EXPECT_EQ(Timer::getNumericEnv(kVariable), -1);
     for (Row const& row : rows) {
-        ASSERT_EQ(setenv(kVariable, row.value.c_str(), /*overwrite=*/1), 0);
-        EXPECT_EQ(Timer::getNumericEnv(kVariable), row.number) << row.name;
+        auto const output = Testing::outputOfChild([&row] {
+            row.value ? setenv("DRAVIK_TIMERS", row.value->c_str(), /*overwrite=*/1) : unsetenv("DRAVIK_TIMERS");
+            static ManualCounter counter(kMilliseconds);
+            for (int call = 0; call < 3; ++call) {
+                NamedTimer timer("work");
+                ManualCounter::advance(2);
+            }
+            std::printf("%d %d", TimerPool::getInstance().isEnabled(), Timer::getNumericEnv("DRAVIK_TIMERS"));
+        });
+        std::string const report =
+            "\nTiming results:\n  work" + std::string(46, ' ') + "   6000.0 us in 3 calls\nEnd of report\n\n";
+        EXPECT_EQ(output, (row.number < 0 ? "0 " : "1 ") + std::to_string(row.number) + (row.number > 0 ? report : ""))
+            << row.name;
     }
+    setenv("DRAVIK_TIMERS", "99999999999999999999", /*overwrite=*/1);
+    EXPECT_EQ(Timer::getNumericEnv("DRAVIK_TIMERS"), INT_MAX);
+}
+
+TEST(NamedTimer, MeasuresOfOneNameOnManyThreadsAreAllCounted) {
+    TimerPool pool(true, /*verbose=*/0);
+    std::atomic<bool> done = false;
+    std::thread watcher([&] {
+        while (!done) {
+            pool.copyAllTimers(/*reset=*/false);
+            pool.setVerbose(0);
+        }
+    });
+    std::vector<std::thread> workers;
+    for (int worker = 0; worker < 4; ++worker) {
+        workers.emplace_back([&] {
+            for (int round = 0; round < 250; ++round) {
+                NamedTimer const shared("shared", &pool);
+                NamedTimer const own(("own " + std::to_string(round % 3)).c_str(), &pool);
+            }
+        });
+    }
+    std::for_each(workers.begin(), workers.end(), [](std::thread& worker) { worker.join(); });
+    done = true;
+    watcher.join();
+    EXPECT_EQ(pool.getTimerByName("shared")->getCount(), 1000);
+    EXPECT_EQ(pool.getAllTimers().size(), 4u);
 }
 
 }  // namespace
