@@ -156,7 +156,9 @@ bool CacheFilter::remove(IsGone isGone) noexcept {
             continue;
         }
         any = any || goneCount != 0;
-        goneCount != 0 ? takeOut(isGone, dropped) : void();
+        if (goneCount != 0) {
+            takeOut(isGone, dropped);
+        }
         if (goneCount <= dropped.capacity()) {
             return any;
         }
