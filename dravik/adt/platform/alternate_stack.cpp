@@ -14,12 +14,9 @@ std::size_t pageByteSize() noexcept {
     return size;
 }
 
-/// Enough for the saved registers of this processor and for a host's own handler behind ours, in whole pages.
+/// Enough for the saved registers of this processor and for a host's own handler behind ours.
 std::size_t stackByteSize() noexcept {
-    static std::size_t const size = [] {
-        std::size_t const wanted = (64 << 10) + static_cast<std::size_t>(sysconf(_SC_MINSIGSTKSZ));
-        return (wanted + pageByteSize() - 1) / pageByteSize() * pageByteSize();
-    }();
+    static auto const size = (64 << 10) + static_cast<std::size_t>(sysconf(_SC_MINSIGSTKSZ));
     return size;
 }
 

@@ -12,7 +12,7 @@ namespace Quorvel::Dravik::Adt::Detail {
 /// Where a box ends or starts along one axis, and its extents on the others.
 template <int N>
 struct IndexBoxFace {
-    std::array<int, 2 * N> coordinates{};
+    std::array<int, 2 * N - 1> coordinates;
 
     IndexBoxFace(IndexBox<N> const& box, int axis, int at) noexcept {
         std::size_t place = 0;

@@ -9,8 +9,7 @@ namespace Quorvel::Dravik::Adt::Detail {
 
 /// A rounded place and the lengths of its cells.
 ///
-/// Parts are always cut from the place as it was at first. Where the grid has grown since, the outermost parts reach
-/// out to its new boundary.
+/// The grid grows with whatever is added beyond its place: the outermost parts reach out to the ends of int.
 template <int N>
 class IndexGrid {
   public:
@@ -27,10 +26,9 @@ class IndexGrid {
             place_.min.data()[axis] = clipped(floorDivided(range.min.data()[axis], step) * step);
             place_.max.data()[axis] = clipped(-floorDivided(-std::int64_t{range.max.data()[axis]}, step) * step);
         }
-        reach_ = place_;
     }
 
-    /// The place at first, in whose terms parts are named.
+    /// What the grid is divided of, and in whose terms parts are named.
     Box const& place() const noexcept { return place_; }
 
     /// Whether the part is no longer than the granularity on any axis.
@@ -67,23 +65,15 @@ class IndexGrid {
         return count;
     }
 
-    /// The part with its outer boundaries where the grid ends now.
+    /// All that belongs to the part: an outermost one has no outer boundary.
     Box reach(Box part) const noexcept {
         for (int axis = 0; axis < N; ++axis) {
             int& low = part.min.data()[axis];
             int& high = part.max.data()[axis];
-            low = low == place_.min.data()[axis] ? reach_.min.data()[axis] : low;
-            high = high == place_.max.data()[axis] ? reach_.max.data()[axis] : high;
+            low = low == place_.min.data()[axis] ? std::numeric_limits<int>::min() : low;
+            high = high == place_.max.data()[axis] ? std::numeric_limits<int>::max() : high;
         }
         return part;
-    }
-
-    /// Moves the outer boundary to take in `box`.
-    void growTo(Box const& box) noexcept {
-        for (int axis = 0; axis < N; ++axis) {
-            reach_.min.data()[axis] = std::min(reach_.min.data()[axis], box.min.data()[axis]);
-            reach_.max.data()[axis] = std::max(reach_.max.data()[axis], box.max.data()[axis]);
-        }
     }
 
   private:
@@ -127,7 +117,6 @@ class IndexGrid {
 
     Point granularity_;
     Box place_;
-    Box reach_;
 };
 
 }  // namespace Quorvel::Dravik::Adt::Detail

@@ -41,7 +41,6 @@ class IndexSetTree {
     void add(Box const& box) {
         boxes_.expect(box);
         if (grid_) {
-            grid_->growTo(box);
             addToGrid(Pool::kRoot, grid_->place(), box);
         } else {
             boxes_.addTo(Pool::kRoot, box);
