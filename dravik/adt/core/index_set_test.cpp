@@ -269,7 +269,8 @@ class IndexSetLaws : public testing::Test {
             set = std::move(moved);
             EXPECT_EQ(moved, Set());
         } else {
-            std::vector<Box> list(static_cast<std::size_t>(random.between(0, 40)));
+            int const length = random.chance(50) ? random.between(0, 40) : random.between(15, 18);
+            std::vector<Box> list(static_cast<std::size_t>(length));
             std::generate(list.begin(), list.end(), [&] { return anyBox(); });
             set = Set(list);
             bitmap.set(universe(), false);
@@ -389,6 +390,7 @@ TYPED_TEST(IndexSetLaws, AFullGridStoresItsCellsInTheOrderOfTheCuts) {
 TYPED_TEST(IndexSetLaws, TheRulesHoldUntilASubtreeIsTooDeep) {
     constexpr int N = TestFixture::kAxes;
     // Far from zero costs are summed in another way, and the greatest gaps count alike.
+    constexpr int kFar = 1 << 28;
     constexpr int kGreatest = (1 << 30) / -TestFixture::universe().min.data()[0];
     auto apart = lattice<N>(N == 1 ? 300 : N == 2 ? 17 : N == 3 ? 7 : 4);
     int compared = 0;
@@ -400,12 +402,13 @@ TYPED_TEST(IndexSetLaws, TheRulesHoldUntilASubtreeIsTooDeep) {
             boxes.swap(apart);
         }
         int const scale = round == 0 ? 1 : this->random.oneOf({1, 1, kGreatest});
+        int const shift = scale == 1 ? this->random.oneOf({0, -kFar, kFar}) : 0;
         IndexSet<N, int> set;
         Testing::IndexSetRules<N> rules;
         for (auto box : boxes) {
             for (int axis = 0; axis < N; ++axis) {
-                box.min[axis] *= scale;
-                box.max[axis] *= scale;
+                box.min[axis] = box.min[axis] * scale + shift;
+                box.max[axis] = box.max[axis] * scale + shift;
             }
             bool const adding = round == 0 || this->random.chance(70);
             adding ? set.add(box) : set.remove(box);
@@ -461,7 +464,9 @@ void expectShallow(std::vector<OpenEndedRange<N, int>> const& boxes, char const*
     };
     std::for_each(boxes.begin(), boxes.end(), [&](auto const& each) { set.add(each); });
     expectHolds(0);
-    EXPECT_TRUE(set == (IndexSet<N, int>(boxes)));
+    IndexSet<N, int> const bulk(boxes);
+    EXPECT_TRUE(set == bulk);
+    EXPECT_LE(depthOf(bulk), std::ceil(std::log2(boxes.size()) / 2)) << "balanced, four to a node";
     std::size_t const removed = boxes.size() * 9 / 10;
     std::for_each(boxes.begin(), boxes.begin() + static_cast<std::ptrdiff_t>(removed), [&](auto const& each) {
         set.remove(each);
@@ -490,11 +495,14 @@ TEST(IndexSet, StaysShallowInWhateverOrderItGrows) {
 TEST(IndexSet, TakesAMillionBoxesUpwardsAndDownwards) {
     auto boxes = lattice<2>(1000);
     std::reverse(boxes.begin() + 500'000, boxes.end());
+    auto const before = Testing::liveMemory();
     Set2 set;
     for (auto const& each : boxes) {
         set.add(each);
     }
     EXPECT_EQ(set.size(), 4'000'000);
+    EXPECT_LE(Testing::liveMemory().byteSize - before.byteSize, 64 * 1'000'000)
+        << "rebuilding gives up what it replaces";
 }
 
 TEST(IndexSet, OfManyBoxesMergesWhatTouches) {

@@ -91,13 +91,14 @@ TEST(SharedArray, RefusesWhatItsNumbersCannotTell) {
         std::length_error)
         << "positions beyond 64 bits";
     EXPECT_THROW(Array::Make({}, typeid(void), 0), std::invalid_argument);
+    EXPECT_EQ(Array::DenseStrides({{}, {2, 1, INT_MAX}})[0], INT_MAX) << "just fits";
     EXPECT_EQ(Array::DenseStrides({{}, {1, 50000, 50000}})[0], INT_MAX) << "an axis of one index takes no step";
 }
 
-SharedArray<1> unallocated(int length, SharedBuffer buffer, int bufferOffset = 0) {
+SharedArray<1> unallocated(int length, SharedBuffer buffer, int bufferOffset = 0, int bitSize = 8) {
     using Index = FixedVector<1, int>;
-    return {
-        ArrayRef<1>({Index(0), Index(length)}, Index(1), nullptr, bufferOffset, typeid(char), 8), std::move(buffer)};
+    ArrayRef<1> const array({Index(0), Index(length)}, Index(1), nullptr, bufferOffset, typeid(char), bitSize);
+    return {array, std::move(buffer)};
 }
 
 SharedBuffer bufferOf(std::uint32_t byteSize) {
@@ -117,11 +118,13 @@ TEST(SharedArray, AllocatesInTheStorageItHasOrInANewOne) {
         {"NewStorage", unallocated(8, {}), true, true, 8},
         {"NewStorageLater", unallocated(8, {}), false, false, 8},
         {"OffsetIsRoomBefore", unallocated(8, {}, 2), true, true, 10},
+        {"NoBits", unallocated(8, {}, 0, 0), true, true, 0},
+        {"NegativeBits", unallocated(8, {}, 0, -8), true, true, 0},
         {"LargeEnough", unallocated(8, bufferOf(8)), true, true, 8},
         {"TooSmallGivesNothing", unallocated(8, bufferOf(7)), true, false, 7},
         {"TooSmallTakesAway", unallocated(8, SharedBuffer::createFromExternal(external, 4, true)), true, false, 4},
     };
-    rows[5].array.setData(external);
+    std::end(rows)[-1].array.setData(external);
     for (Row& row : rows) {
         auto const owner = row.array.buffer().getOwner();
         row.array.allocate(row.allocateNow);
@@ -140,6 +143,9 @@ TEST(SharedArray, ChangesNothingWhenItCannotAllocate) {
     SharedArray<2> huge(
         ArrayRef<2>({{0, 0}, {65536, 65536}}, {65536, 1}, nullptr, 0, typeid(char), 8), bufferOf(0xFFFFFFFF));
     EXPECT_THROW(huge.allocate(/*allocateNow=*/false), std::length_error) << "one byte more than the owner can have";
+    huge.setRange({{0, 0}, {65535, 65537}});
+    huge.setStrides({65537, 1});
+    EXPECT_NO_THROW(huge.allocate(/*allocateNow=*/false)) << "as many bytes as an owner can have";
 
     auto array = unallocated(4, {});
     array.ensureAllocated(/*wanted=*/false);
