@@ -1,8 +1,8 @@
 #include "dravik/adt/core/extent.h"
 #include "dravik/adt/core/index_set.h"
+#include "dravik/adt/core/lightweight_mutex.h"
 #include "dravik/adt/core/shared_array.h"
 #include "dravik/adt/core/shared_buffer.h"
-#include "dravik/adt/core/threading_mutex.h"
 
 #include "dravik/adt/exceptions/memory_exception.h"
 #include "dravik/adt/testing/failure_loop.h"
@@ -56,7 +56,6 @@ struct Scene {
     Array made;
     Set set = checkered(0);
     Set const other = checkered(1);
-    Threading::Mutex mutex;
     float floats[16] = {};
 };
 
@@ -143,17 +142,6 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          std::string const text = s.set.toString();
          EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 64);
          EXPECT_TRUE(s.set.getAnyRange() == s.set.getAnyRange(Set::Point{0, 0}));
-     }},
-    {"misusing a lock", Fails::kAllocations,
-     [](Scene& s) {
-         Threading::Mutex::Lock lock(s.mutex);
-         refused<boost::lock_error>([&] { lock.lock(); });
-         lock.unlock();
-         refused<boost::lock_error>([&] { lock.unlock(); });
-     },
-     [](Scene& s, bool) {
-         EXPECT_TRUE(s.mutex.try_lock());
-         s.mutex.unlock();
      }},
     {"values on the stack", Fails::kNothing,
      [](Scene& s) {
