@@ -512,35 +512,39 @@ TEST(IndexSet, OfManyBoxesIsMergedAndFillsItsNodes) {
 
 TEST(IndexSet, OutOfMemoryItHoldsWhatItHeldAndAPartOfTheChange) {
     auto const universe = Set2::Box::OfSize({48, 48});
+    auto const survives = [&](char const* change, Set2 const& before, auto const& act) {
+        Set2 after = before;
+        act(after);
+        bool const adding = before.size() < after.size();
+        auto const check = [&](Set2 const& set, bool completed) {
+            Modelled<2> sound{set, IndexBitmap<2>(universe)};
+            Testing::forEachPoint(universe, [&](Set2::Point const& point) {
+                sound.bitmap.set({point, point + Set2::Point(1, 1)}, set.contains(point));
+            });
+            sound.expectSound();
+            EXPECT_TRUE(set.isSubset(adding ? before : after) && (adding ? after : before).isSubset(set));
+            EXPECT_TRUE(!completed || set == after);
+        };
+        // A copy has no room to spare.
+        Testing::failEverywhere<Testing::AllocationFailure>(
+            change, [&] { return Set2(before); }, act, check);
+    };
+    auto boxes = lattice<2>(16);
     Set2 holes;
-    for (auto const& each : lattice<2>(8)) {
-        holes.add(each.min + each.min + Set2::Point(1, 1));
+    for (auto const& each : boxes) {
+        holes.add(each.min);
     }
-    for (bool const grid : {false, true}) {
-        Set2 before = grid ? Set2({10, 10}, universe) : Set2();
-        for (auto const& each : lattice<2>(8)) {
-            before.add(Set2::Box{each.min + each.min, each.max + each.max});
+    for (Set2 set : {Set2(), Set2({10, 10}, universe)}) {
+        for (std::size_t i = 0; i < boxes.size(); i += 3) {
+            set.add(boxes[i]);
         }
-        for (bool const adding : {true, false}) {
-            auto const act = [&](Set2& set) { adding ? set.add(Set2::Box{{2, 3}, {45, 44}}) : set.remove(holes); };
-            Set2 after = before;
-            act(after);
-            auto const check = [&](Set2 const& set, bool completed) {
-                Modelled<2> sound{set, IndexBitmap<2>(universe)};
-                Testing::forEachPoint(universe, [&](Set2::Point const& point) {
-                    sound.bitmap.set({point, point + Set2::Point(1, 1)}, set.contains(point));
-                });
-                sound.expectSound();
-                EXPECT_TRUE((adding ? set : before).isSubset(adding ? before : set));
-                EXPECT_TRUE((adding ? after : set).isSubset(adding ? set : after));
-                EXPECT_TRUE(!completed || set == after);
-            };
-            // A copy has no room to spare.
-            auto const makeScene = [&] { return Set2(before); };
-            Testing::failEverywhere<Testing::AllocationFailure>(
-                adding ? "IndexSet::add" : "IndexSet::remove", makeScene, act, check);
-        }
+        survives("IndexSet::add", set, [](Set2& changed) { changed.add(Set2::Box{{2, 3}, {45, 44}}); });
+        survives("IndexSet::remove", set, [&](Set2& changed) { changed.remove(holes); });
     }
+    std::shuffle(boxes.begin(), boxes.end(), Random().engine());
+    survives("rebuilding an IndexSet", Set2(boxes[0]), [&](Set2& changed) {
+        std::for_each(boxes.begin(), boxes.end(), [&](auto const& each) { changed.add(each); });
+    });
 }
 
 }  // namespace
