@@ -1,6 +1,7 @@
 #include "dravik/adt/diagnostics/detail/histogram_tally.h"
 
 #include <algorithm>
+#include <bit>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -65,6 +66,29 @@ struct BlockEnds {
     bool allNumbers;
 };
 
+// A bit for each sample of a block.
+using BlockMask = std::uint64_t;
+static_assert(kBlock == 64);
+
+// The samples for which `isTaken`, asked about four at a time, has all bits set.
+template <class Condition>
+BlockMask maskOf(float const* samples, Condition isTaken) noexcept {
+    BlockMask mask = 0;
+    for (std::size_t at = 0; at < kBlock; at += kLanes) {
+        Ints const bits = isTaken(loaded(samples + at)) & Ints{1, 2, 4, 8};
+        mask |= static_cast<BlockMask>(bits[0] | bits[1] | bits[2] | bits[3]) << at;
+    }
+    return mask;
+}
+
+// Calls `use` with the place of each bit that is set.
+template <class Use>
+void forEach(BlockMask mask, Use use) noexcept {
+    for (; mask != 0; mask &= mask - 1) {
+        use(static_cast<std::size_t>(std::countr_zero(mask)));
+    }
+}
+
 }  // namespace
 
 void HistogramTally::placeFixed(float low, float high) noexcept {
@@ -121,7 +145,7 @@ void HistogramTally::add(float value) noexcept {
 
 void HistogramTally::add(float const* first, std::size_t count) noexcept {
     for (; count >= kBlock; first += kBlock, count -= kBlock) {
-        if (!addBlockInside(first)) {
+        if (!addBlockInside(first) && !addMixedBlock(first)) {
             addScattered(first, kBlock);
         }
     }
@@ -135,11 +159,42 @@ bool HistogramTally::addBlockInside(float const* samples) noexcept {
         !((ends.highest - origin) * density < placeLimit())) {
         return false;
     }
-    addBlockInside(samples, ends.lowest, ends.highest);
+    addBlockInside(samples, samples, ends.lowest, ends.highest);
     return true;
 }
 
-void HistogramTally::addBlockInside(float const* samples, float lowest, float highest) noexcept {
+bool HistogramTally::addMixedBlock(float const* samples) noexcept {
+    constexpr std::size_t kMostBins = std::size_t{1} << 24;  // up to here float knows their number
+    if (!(density >= 0) || bins.size() > kMostBins) {
+        return false;
+    }
+    float const limit = placeLimit();
+    BlockMask const insiders =
+        maskOf(samples, [&](Floats four) { return (four >= origin) & ((four - origin) * density < limit); });
+    auto const isFinite = [](Floats four) { return (four >= -FLT_MAX) & (four <= FLT_MAX); };
+    if (insiders == 0 || (flexible && (maskOf(samples, isFinite) & ~insiders) != 0)) {
+        return false;
+    }
+    // In the place of each outsider one that is inside is counted, and then taken back; no sum changes by -0.
+    float const substitute = samples[std::countr_zero(insiders)];
+    float counted[kBlock];
+    float summands[kBlock];
+    std::copy_n(samples, kBlock, counted);
+    std::copy_n(samples, kBlock, summands);
+    forEach(~insiders, [&](std::size_t at) {
+        counted[at] = substitute;
+        summands[at] = -0.0f;
+        add(samples[at]);
+    });
+    BlockEnds const ends(counted);
+    addBlockInside(counted, summands, ends.lowest, ends.highest);
+    int const outsiders = std::popcount(~insiders);
+    bins[static_cast<std::size_t>(binIndex(substitute))] -= outsiders;
+    inside.count -= static_cast<std::uint32_t>(outsiders);
+    return true;
+}
+
+void HistogramTally::addBlockInside(float const* samples, float const* summands, float lowest, float highest) noexcept {
     int places[kBlock];
     for (std::size_t at = 0; at < kBlock; ++at) {
         places[at] = static_cast<int>((samples[at] - origin) * density);
@@ -148,7 +203,7 @@ void HistogramTally::addBlockInside(float const* samples, float lowest, float hi
     double sum = inside.sum;
     double squares = inside.squares;
     for (std::size_t at = 0; at < kBlock; ++at) {
-        double const wide = samples[at];
+        double const wide = summands[at];
         ++counts[places[at]];
         sum += wide;
         squares += wide * wide;

@@ -71,7 +71,10 @@ struct HistogramTally {
     void addOutside(float value, int bin) noexcept;
     /// Whether the samples of a block are numbers and all inside the bins; then counts them.
     bool addBlockInside(float const* samples) noexcept;
-    void addBlockInside(float const* samples, float lowest, float highest) noexcept;
+    /// Counts a block of which some lie outside or are no numbers, unless the range has to grow for one of them.
+    bool addMixedBlock(float const* samples) noexcept;
+    /// Counts where `samples` lie and sums up `summands`.
+    void addBlockInside(float const* samples, float const* summands, float lowest, float highest) noexcept;
     void addScattered(float const* first, std::size_t count) noexcept;
     /// Counts samples until one lies outside the bins or is no number; where that one is.
     float const* addWhileInside(float const* first, float const* end) noexcept;
