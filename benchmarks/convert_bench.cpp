@@ -1,5 +1,5 @@
-// Conversions of runs of 16384 samples in cache, beside the memory copy that moves as many bytes in and out together, a
-// plain loop compiled for this machine, and, where it is installed, OpenCV's Mat::convertTo.
+// Conversions of runs in cache, beside the memory copy that moves as many bytes in and out together, loops compiled for
+// this machine, plain and with Highway, and, where it is installed, OpenCV's Mat::convertTo.
 
 #include "report.h"
 
@@ -9,6 +9,10 @@
 #include <opencv2/core.hpp>
 #endif
 
+#define HWY_COMPILE_ONLY_STATIC
+#include <hwy/highway.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -29,7 +33,33 @@ using Benchmarks::Report;
 using Benchmarks::Wanted;
 using Converters::ValueConverterFactory;
 
-constexpr int kCount = 16384;
+namespace hn = hwy::HWY_NAMESPACE;
+
+/// Samples from 16 bytes into a page on, which is where the allocator puts large blocks: no figure hangs on what was
+/// allocated before.
+template <class T>
+class Buffer {
+  public:
+    explicit Buffer(std::size_t count) : bytes_(count * sizeof(T) + 2 * kPage), count_(count) {
+        auto const address = reinterpret_cast<std::uintptr_t>(bytes_.data());
+        first_ = reinterpret_cast<T*>(bytes_.data() + (kPage - address % kPage) + 16);
+    }
+    Buffer(Buffer const&) = delete;
+    Buffer& operator=(Buffer const&) = delete;
+
+    T* data() { return first_; }
+    T* begin() { return first_; }
+    T* end() { return first_ + count_; }
+    std::size_t size() const { return count_; }
+    T& operator[](std::size_t k) { return first_[k]; }
+
+  private:
+    static constexpr std::size_t kPage = 4096;
+
+    std::vector<unsigned char> bytes_;
+    std::size_t count_;
+    T* first_;
+};
 
 template <class T>
 struct Name;
@@ -77,98 +107,172 @@ D narrowed(T value) {
 }
 
 template <class S, class D>
-void plainLoop(S const* __restrict in, D* __restrict out) {
-    for (int k = 0; k < kCount; ++k) {
-        out[k] = narrowed<D>(in[k]);
+void plainLoop(S const* __restrict in, std::ptrdiff_t stride, D* __restrict out, int count) {
+    if (stride == 1) {
+        for (int k = 0; k < count; ++k) {
+            out[k] = narrowed<D>(in[k]);
+        }
+        return;
     }
-}
-
-template <class S, class D>
-void plainStridedLoop(S const* __restrict in, std::ptrdiff_t stride, D* __restrict out) {
-    for (int k = 0; k < kCount; ++k) {
+    for (int k = 0; k < count; ++k) {
         out[k] = narrowed<D>(in[k * stride]);
     }
 }
 
 template <class S, class D>
-void plainScaledLoop(S const* __restrict in, D* __restrict out, double scale, double offset) {
-    for (int k = 0; k < kCount; ++k) {
+void plainScaledLoop(S const* __restrict in, D* __restrict out, int count, double scale, double offset) {
+    for (int k = 0; k < count; ++k) {
         out[k] = narrowed<D>(static_cast<float>(scale * in[k] + offset));
+    }
+}
+
+// `char` holds what signed char holds.
+template <class T>
+using Number = std::conditional_t<std::is_same_v<T, char>, signed char, T>;
+
+// One conversion of Highway's where there is one, else by way of 32-bit integers.
+template <class S, class D>
+void highwayLoop(S const* in, D* out, int count) {
+    using Wider = std::conditional_t<(sizeof(S) > sizeof(D)), Number<S>, Number<D>>;
+    hn::Rebind<Number<S>, hn::ScalableTag<Wider>> const from;
+    hn::Rebind<Number<D>, hn::ScalableTag<Wider>> const to;
+    constexpr bool kBothInteger = std::is_integral_v<S> && std::is_integral_v<D>;
+    for (int k = 0; k < count; k += static_cast<int>(hn::Lanes(from))) {
+        auto const v = hn::LoadU(from, reinterpret_cast<Number<S> const*>(in + k));
+        auto* const result = reinterpret_cast<Number<D>*>(out + k);
+        if constexpr (kBothInteger && sizeof(S) < sizeof(D)) {
+            hn::StoreU(hn::PromoteTo(to, v), to, result);
+        } else if constexpr (kBothInteger && sizeof(S) > sizeof(D) && std::is_signed_v<Number<S>>) {
+            hn::StoreU(hn::DemoteTo(to, v), to, result);
+        } else if constexpr (std::is_same_v<S, int>) {
+            hn::StoreU(hn::ConvertTo(to, v), to, result);
+        } else if constexpr (std::is_same_v<S, float>) {
+            hn::StoreU(hn::DemoteTo(to, hn::NearestInt(v)), to, result);
+        } else {
+            hn::Rebind<std::int32_t, decltype(to)> const ints;
+            hn::StoreU(hn::ConvertTo(to, hn::PromoteTo(ints, v)), to, result);
+        }
+    }
+}
+
+// Not between integers of the same width, from unsigned ones to narrower ones, nor from signed ones to wider unsigned.
+template <class S, class D>
+constexpr bool highwayConverts() {
+    constexpr bool kFromSigned = std::is_signed_v<Number<S>>;
+    if (std::is_same_v<S, D> || sizeof(S) == sizeof(D)) {
+        return std::is_same_v<D, float> && !std::is_same_v<S, float>;
+    }
+    return sizeof(S) > sizeof(D) ? kFromSigned : !kFromSigned || std::is_signed_v<Number<D>>;
+}
+
+// What no conversion can do without: loads every sample and stores as many bytes as come out.
+template <class S, class D>
+void loadAndStore(S const* in, std::ptrdiff_t stride, D* out, int count) {
+    using Vector [[gnu::vector_size(64)]] = unsigned;
+    constexpr std::size_t kLoads = sizeof(S) > sizeof(D) ? sizeof(S) / sizeof(D) : 1;
+    constexpr std::size_t kStores = sizeof(D) > sizeof(S) ? sizeof(D) / sizeof(S) : 1;
+    constexpr std::size_t kSamples = kLoads * sizeof(Vector) / sizeof(S);
+    for (std::size_t k = 0; k < static_cast<std::size_t>(count); k += kSamples) {
+        Vector all{};
+        for (std::size_t load = 0; load < kLoads; ++load) {
+            Vector v{};
+            if (stride == 1) {
+                std::memcpy(&v, in + k + load * sizeof(v) / sizeof(S), sizeof v);
+            } else {
+                for (std::size_t lane = 0; lane < 16; ++lane) {
+                    std::memcpy(&v[lane], in + static_cast<std::ptrdiff_t>(k + load * 16 + lane) * stride, 4);
+                }
+            }
+            all |= v;
+        }
+        for (std::size_t store = 0; store < kStores; ++store) {
+            std::memcpy(out + k + store * sizeof(all) / sizeof(D), &all, sizeof all);
+        }
     }
 }
 
 // Samples that mostly fit the narrower types, as they do in practice.
 template <class T>
-std::vector<T> samples(int count) {
+void fill(Buffer<T>& buffer) {
     std::mt19937 random(1);
     std::normal_distribution<double> distribution(60, 40);
-    std::vector<T> values(static_cast<std::size_t>(count));
-    for (T& value : values) {
+    for (T& value : buffer) {
         value = narrowed<T>(static_cast<float>(distribution(random)));
     }
-    return values;
 }
 
 /// What a conversion may cost beside each of its peers.
 struct Goals {
     Wanted copy = {}, best = {}, loop = {}, openCv = {};
+    bool tellBound = false;  ///< also beside loads and stores alone
 };
 
 constexpr char const* kMemcpy = "memcpy";
 constexpr char const* kLoop = "plain loop";
+constexpr char const* kHighway = "Highway";
 constexpr char const* kOpenCv = "OpenCV";
+constexpr char const* kLoadAndStore = "loads and stores alone";
 
 /// One pair of types: what takes part, and that it makes of the samples what our converter makes of them.
 template <class S, class D>
 class Pair {
   public:
-    Pair(ScaleOffset const& transform, int stride)
+    Pair(ScaleOffset const& transform, int count, int stride)
         : contest_(std::string(Name<S>::kText) + " → " + Name<D>::kText),
+          count_(count),
           stride_(stride),
           isScaled_(!(transform == ScaleOffset::identity())),
           scale_(static_cast<float>(transform.getScale())),
           offset_(static_cast<float>(transform.getOffset())),
           converter_(ValueConverterFactory::getTypeConverter(typeid(S), typeid(D), transform, false)),
-          in_(samples<S>(kCount * stride)),
-          out_(kCount),
-          from_(kCount * (sizeof(S) + sizeof(D)) / 2),
-          to_(from_.size()) {}
+          in_(static_cast<std::size_t>(count * stride)),
+          out_(static_cast<std::size_t>(count)),
+          from_(out_.size() * (sizeof(S) + sizeof(D)) / 2),
+          to_(from_.size()) {
+        fill(in_);
+    }
 
     void measure(Report& report, Goals const& goals) {
         enter("", 0, [this] { convert(); });
         enter(kLoop, 0, [this] { loop(); });
+        if constexpr (highwayConverts<S, D>()) {
+            if (!isScaled_ && stride_ == 1) {
+                enter(kHighway, 0, [this] { highwayLoop(in_.data(), out_.data(), count_); });
+            }
+        }
         enterOpenCv();
-        contest_.enter(kMemcpy, [this] {
+        enterUnchecked(kLoadAndStore, [this] { loadAndStore(in_.data(), stride_, out_.data(), count_); });
+        enterUnchecked(kMemcpy, [this] {
             std::memcpy(to_.data(), from_.data(), to_.size());
             keep(to_.data());
-            return 0;
         });
         contest_.run();
         report.ratio(contest_, "", kMemcpy, goals.copy);
         if (goals.best.atMost != 0) {
-            report.ratioToBest(contest_, "", {kLoop, kOpenCv}, goals.best);
+            report.ratioToBest(contest_, "", {kLoop, kHighway, kOpenCv}, goals.best);
         } else {
             report.ratio(contest_, "", kLoop, goals.loop);
             report.ratio(contest_, "", kOpenCv, goals.openCv);
+        }
+        if (goals.tellBound) {
+            report.ratio(contest_, "", kLoadAndStore);
         }
     }
 
   private:
     void convert() {
         if (stride_ == 1) {
-            converter_->convertContiguous(in_.data(), 0, out_.data(), 0, kCount);
+            converter_->convertContiguous(in_.data(), 0, out_.data(), 0, count_);
         } else {
-            converter_->convertStrided(in_.data(), 0, stride_, out_.data(), 0, 1, kCount);
+            converter_->convertStrided(in_.data(), 0, stride_, out_.data(), 0, 1, count_);
         }
     }
 
     void loop() {
         if (isScaled_) {
-            plainScaledLoop(in_.data(), out_.data(), double{scale_}, double{offset_});
-        } else if (stride_ == 1) {
-            plainLoop(in_.data(), out_.data());
+            plainScaledLoop(in_.data(), out_.data(), count_, double{scale_}, double{offset_});
         } else {
-            plainStridedLoop(in_.data(), stride_, out_.data());
+            plainLoop(in_.data(), stride_, out_.data(), count_);
         }
     }
 
@@ -177,7 +281,7 @@ class Pair {
         using CvIn = std::conditional_t<std::is_same_v<S, char>, schar, S>;
         using CvOut = std::conditional_t<std::is_same_v<D, char>, schar, D>;
         // A column of a matrix is what OpenCV has for a strided run.
-        cv::Mat const all(kCount, stride_, cv::DataType<CvIn>::type, in_.data());
+        cv::Mat const all(count_, stride_, cv::DataType<CvIn>::type, in_.data());
         cv::Mat const source = stride_ == 1 ? all.reshape(1, 1) : all.col(0);
         cv::Mat const destination(source.rows, source.cols, cv::DataType<CvOut>::type, out_.data());
         // It scales in single precision.
@@ -196,7 +300,9 @@ class Pair {
     void enter(std::string const& name, double difference, Work work) {
         std::fill(out_.begin(), out_.end(), D{});
         work();
-        expected_ = expected_.empty() ? out_ : expected_;
+        if (expected_.empty()) {
+            expected_.assign(out_.begin(), out_.end());
+        }
         for (std::size_t k = 0; k < out_.size(); ++k) {
             if (std::abs(static_cast<double>(out_[k]) - static_cast<double>(expected_[k])) > difference) {
                 std::fprintf(
@@ -205,6 +311,11 @@ class Pair {
                 std::exit(EXIT_FAILURE);
             }
         }
+        enterUnchecked(name, work);
+    }
+
+    template <class Work>
+    void enterUnchecked(std::string const& name, Work work) {
         contest_.enter(name, [this, work] {
             work();
             keep(out_.data());
@@ -213,23 +324,27 @@ class Pair {
     }
 
     Contest contest_;
+    int count_;
     int stride_;
     bool isScaled_;
     float scale_, offset_;
     boost::shared_ptr<IValueConverter const> converter_;
-    std::vector<S> in_;
-    std::vector<D> out_, expected_;
-    std::vector<char> from_, to_;
+    Buffer<S> in_;
+    Buffer<D> out_;
+    std::vector<D> expected_;
+    Buffer<char> from_, to_;
 };
 
-bool bitOf(std::vector<unsigned char> const& bytes, std::size_t bit) {
+bool bitOf(Buffer<unsigned char>& bytes, std::size_t bit) {
     return (bytes[bit / 8] >> bit % 8 & 1) != 0;
 }
 
+constexpr int kCount = 16384;  // where nothing else is said
+
 void measureBits(Report& report, int inBit, int outBit) {
     auto const converter = ValueConverterFactory::getCopyConverter(1);
-    std::vector<unsigned char> const in = samples<unsigned char>(kCount / 8 + 2);
-    std::vector<unsigned char> out(in.size()), copied(in.size());
+    Buffer<unsigned char> in(kCount / 8 + 2), out(in.size()), copied(in.size());
+    fill(in);
     std::vector<bool> boolsIn(kCount + 8), boolsOut(kCount + 8);
     for (std::size_t bit = 0; bit < boolsIn.size(); ++bit) {
         boolsIn[bit] = bitOf(in, bit);
@@ -265,12 +380,18 @@ void measureBits(Report& report, int inBit, int outBit) {
 /// Every pair of a group of conversions.
 class Group {
   public:
-    Group(char const* subject, char const* about, Goals const& goals, ScaleOffset const& transform = {}, int stride = 1)
-        : report_(subject, about), goals_(goals), transform_(transform), stride_(stride) {}
+    Group(
+        std::string subject, std::string about, Goals const& goals, ScaleOffset const& transform = {},
+        int count = kCount, int stride = 1)
+        : report_(std::move(subject), std::move(about)),
+          goals_(goals),
+          transform_(transform),
+          count_(count),
+          stride_(stride) {}
 
     template <class S, class... Ds>
     Group& from() {
-        (Pair<S, Ds>(transform_, stride_).measure(report_, goals_), ...);
+        (Pair<S, Ds>(transform_, count_, stride_).measure(report_, goals_), ...);
         return *this;
     }
 
@@ -278,6 +399,7 @@ class Group {
     Report report_;
     Goals goals_;
     ScaleOffset transform_;
+    int count_;
     int stride_;
 };
 
@@ -286,21 +408,32 @@ using I8 = char;
 using U16 = unsigned short;
 using I16 = short;
 
-}  // namespace
+constexpr char const* kTraffic =
+    "as fast as loads and stores alone: the rest is the way to the second-level cache and back, which no loop avoids. "
+    "memcpy leaves out a part of it, since its string instruction does not fetch the lines that it fills.";
 
-int main() {
-    ScaleOffset const scaled(0.37, 3.1);
+void measureUnscaled(int count) {
+    std::string const runs = ", runs of " + std::to_string(count);
     Group(
-        "Conversion: integers, and integers to float",
-        "Runs of 16384 samples; memcpy moves as many bytes, half of them in and half of them out.",
-        {.copy = {1.15}, .best = {0.9}})
+        "Conversion: integers, and integers to float" + runs,
+        "memcpy moves as many bytes, half of them in and half of them out.",
+        {.copy = {1.15, kTraffic}, .best = {0.9, kTraffic}, .tellBound = true}, {}, count)
         .from<U8, I8, I16, int, float>()
         .from<I8, U8, I16, int, float>()
         .from<U16, U8, I8, I16, int, float>()
         .from<I16, U8, I8, U16, int, float>()
         .from<int, U8, I8, U16, I16, float>();
-    Group("Conversion: float to integers", "Runs of 16384 samples.", {.openCv = {0.6}}).from<float, U8, I8, U16, I16>();
-    Group("Conversion: 8 and 16 bits scaled", "Runs of 16384 samples, times 0.37, plus 3.1.", {.openCv = {0.6}}, scaled)
+    Group(
+        "Conversion: float to integers" + runs, "To the nearest, saturated.",
+        {.openCv = {0.6, kTraffic}, .tellBound = true}, {}, count)
+        .from<float, U8, I8, U16, I16>();
+}
+
+void measureScaled() {
+    ScaleOffset const scaled(0.37, 3.1);
+    Group(
+        "Conversion: 8 and 16 bits scaled", "Runs of 16384, times 0.37, plus 3.1.",
+        {.openCv = {0.6, kTraffic}, .tellBound = true}, scaled)
         .from<U8, U8, I8, U16, I16, int, float>()
         .from<I8, U8, I8, U16, I16, int, float>()
         .from<U16, U8, I8, U16, I16, int, float>()
@@ -308,10 +441,20 @@ int main() {
     Group(
         "Conversion: int and float scaled",
         "As above. The plain loop computes in double precision, with the same bits as result; OpenCV does not.",
-        {.loop = {0.5}}, scaled)
+        {.loop = {0.5}, .tellBound = true}, scaled)
         .from<int, U8, I8, U16, I16, float>()
         .from<float, U8, I8, U16, I16, float>();
-    Group("Conversion: every 7th float to integers", "16384 samples; OpenCV converts a column.", {.best = {0.6}}, {}, 7)
+}
+
+}  // namespace
+
+int main() {
+    measureUnscaled(16384);
+    measureUnscaled(2048);
+    measureScaled();
+    Group(
+        "Conversion: every 7th float to integers", "Runs of 16384; OpenCV converts a column.",
+        {.best = {0.6}, .tellBound = true}, {}, kCount, 7)
         .from<float, U8, I8, U16, I16>();
     Report bits("Conversion: one-bit runs", "16384 bits, copied from one place in a byte to another.");
     measureBits(bits, 3, 3);

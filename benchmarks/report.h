@@ -25,7 +25,7 @@ struct Wanted {
 /// tools/performance.py counts the rows by their last two columns.
 class Report {
   public:
-    Report(char const* subject, char const* about) : subject_(subject), about_(about) {}
+    Report(std::string subject, std::string about) : subject_(std::move(subject)), about_(std::move(about)) {}
     Report(Report const&) = delete;
     Report& operator=(Report const&) = delete;
     ~Report() { print(); }
@@ -95,7 +95,7 @@ class Report {
     }
 
     void print() const {
-        std::printf("## %s\n\n%s\n\n", subject_, about_);
+        std::printf("## %s\n\n%s\n\n", subject_.c_str(), about_.c_str());
         std::printf("| what | beside | figure | half of the rounds | at most | |\n|---|---|---|---|---|---|\n");
         for (Row const& row : rows_) {
             std::printf(
@@ -130,8 +130,8 @@ class Report {
         }
     }
 
-    char const* subject_;
-    char const* about_;
+    std::string subject_;
+    std::string about_;
     std::vector<Row> rows_;
 };
 
