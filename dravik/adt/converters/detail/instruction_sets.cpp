@@ -58,9 +58,10 @@ SetList setsOfThisProcessor() noexcept {
     return list;
 }
 
-// The magnitudes of a 16-bit type stay below 2^16, those of an 8-bit one below 2^8 (-2^15 and -2^7 included).
+// The magnitudes of a 16-bit type stay below 2^16, those of an 8-bit one below 2^8 (-2^15 and -2^7 included). Of int
+// the fused form takes none above 2^24.
 int bitsOf(SampleType in) noexcept {
-    return in <= SampleType::Char ? 8 : 16;
+    return in <= SampleType::Char ? 8 : in < SampleType::Int ? 16 : 24;
 }
 
 // Finite values other than 0 are odd multiples of a power of two below another one: 2^low divides x, and |x| < 2^high.
@@ -77,8 +78,8 @@ struct BitSpan {
     int high;
 };
 
-// Whether scale * x + offset, for every integer x of type `in`, has no more bits than a double: then rounding it to
-// double and on to float is the same as rounding it to float at once.
+// Whether scale * x + offset, for every integer x of type `in` that the fused form takes, has no more bits than a
+// double: then rounding it to double and on to float is the same as rounding it to float at once.
 bool sumsAreExact(SampleType in, Linear const& linear) noexcept {
     constexpr int kDoubleBits = 53;
     BitSpan const scale(linear.scale);

@@ -322,6 +322,34 @@ struct Scaling {
     Arithmetic scaled;
 };
 
+// 32-bit integers in single precision as long as float has all of a step.
+template <class D>
+class ScalingWithinFloat {
+  public:
+    static constexpr std::size_t kValues = 4 * kFloatLanes;
+    static constexpr std::size_t kTogether = 1;
+
+    explicit HWY_INLINE ScalingWithinFloat(Linear const& linear) : fused_(linear), exact_(linear) {}
+
+    HWY_INLINE void operator()(std::int32_t const* in, D* out) const {
+        IntTag const ints;
+        // From -2^24 to 2^24 - 1, moved up by 2^24, no bit but the lowest 25 is set.
+        Ints bits = hn::Zero(ints);
+        for (std::size_t k = 0; k < kValues; k += kFloatLanes) {
+            bits = hn::Or(bits, hn::Add(hn::LoadU(ints, in + k), hn::Set(ints, 1 << 24)));
+        }
+        if (HWY_LIKELY(hn::AllTrue(ints, hn::Eq(hn::ShiftRight<25>(bits), hn::Zero(ints))))) {
+            fused_(in, out);
+        } else {
+            exact_(in, out);
+        }
+    }
+
+  private:
+    Scaling<std::int32_t, D, ScaledFused<std::int32_t>> fused_;
+    Scaling<std::int32_t, D, ScaledInDouble<std::int32_t>> exact_;
+};
+
 // Float to 8 or 16 bits without doubles. The double form rounds the sum to double and to float, by far less than the
 // distance `guard`; so what two fused sums round to, one with a lower and one with a higher offset, encloses its
 // result. Where they agree, and they do unless the sum lies next to a tie, that is the result. NaN, infinities and what
@@ -371,12 +399,9 @@ class GuardedScaling {
 
 // ---- Runs and their tables.
 
+// Whole steps, as many as there are; moves the pointers behind them and returns how many values are left.
 template <class Step, class S, class D>
-void runSteps(void const* in, void* out, std::ptrdiff_t count, Linear const& linear) {
-    Step const step(linear);
-    auto const* source = static_cast<S const*>(in);
-    auto* destination = static_cast<D*>(out);
-    auto remaining = static_cast<std::size_t>(count);
+HWY_INLINE std::size_t runWholeSteps(Step const& step, S const*& source, D*& destination, std::size_t remaining) {
     if constexpr (Step::kTogether > 1) {
         constexpr std::size_t kRow = Step::kTogether * Step::kValues;
         for (; remaining >= kRow; remaining -= kRow) {
@@ -392,6 +417,48 @@ void runSteps(void const* in, void* out, std::ptrdiff_t count, Linear const& lin
         source += Step::kValues;
         destination += Step::kValues;
     }
+    return remaining;
+}
+
+// Shorter runs, those of strided conversions among them, are over before it pays.
+constexpr std::size_t kStepsWorthAligning = 8;
+
+// How many values lie before the first whole vector in memory, on the side that moves more bytes; less than a step.
+template <class S, class D>
+HWY_INLINE std::size_t valuesBeforeAligned(S const* source, D const* destination) {
+    constexpr std::size_t kVectorBytes = hn::MaxLanes(Tag<std::uint8_t>());
+    using Wider = std::conditional_t<(sizeof(S) > sizeof(D)), S, D>;
+    auto const address = sizeof(S) > sizeof(D) ? reinterpret_cast<std::uintptr_t>(source)
+                                               : reinterpret_cast<std::uintptr_t>(destination);
+    return (0 - address) % kVectorBytes / sizeof(Wider);
+}
+
+template <class Step, class S, class D>
+void runSteps(void const* in, void* out, std::ptrdiff_t count, Linear const& linear) {
+    Step const step(linear);
+    auto const* source = static_cast<S const*>(in);
+    auto* destination = static_cast<D*>(out);
+    auto remaining = static_cast<std::size_t>(count);
+    bool const areApart =
+        static_cast<void const*>(source + remaining) <= out || static_cast<void const*>(destination + remaining) <= in;
+    if (areApart && remaining >= Step::kValues) {
+        // What the first and the last step do once more, they do from the same input. An access that spans two lines
+        // of the cache costs two.
+        std::size_t const head = valuesBeforeAligned(source, destination);
+        if (head != 0 && remaining >= kStepsWorthAligning * Step::kValues) {
+            step(source, destination);
+            source += head;
+            destination += head;
+            remaining -= head;
+        }
+        remaining = runWholeSteps(step, source, destination, remaining);
+        if (remaining > 0) {
+            std::size_t const back = Step::kValues - remaining;
+            step(source - back, destination - back);
+        }
+        return;
+    }
+    remaining = runWholeSteps(step, source, destination, remaining);
     if (remaining > 0) {
         // The rest goes through a full step beside the buffers, of which nothing more may be touched.
         alignas(64) S restIn[Step::kValues] = {};
@@ -445,8 +512,10 @@ struct Scaled {
 template <class S, class D>
 struct Fused {
     static constexpr RunFunction pick() {
-        if constexpr (!HWY_NATIVE_FMA || std::is_same_v<S, int>) {
+        if constexpr (!HWY_NATIVE_FMA || pickScaling<S, D, ScaledInDouble>() == nullptr) {
             return nullptr;
+        } else if constexpr (std::is_same_v<S, int>) {
+            return runSteps<ScalingWithinFloat<Number<D>>, S, Number<D>>;
         } else if constexpr (std::is_same_v<S, float> && sizeof(D) < 4) {
             return runSteps<GuardedScaling<Number<D>>, S, Number<D>>;
         } else {
