@@ -15,7 +15,7 @@ class PairTable {
   public:
     /// `Cell<S, D>::kEntry` for every pair of types S and D.
     template <template <class, class> class Cell>
-    static constexpr PairTable Of() noexcept {
+    static consteval PairTable Of() noexcept {
         return withRows<Cell>(SampleTypes());
     }
 
@@ -27,14 +27,14 @@ class PairTable {
     using Row = std::array<Entry, kSampleTypeCount>;
 
     template <template <class, class> class Cell, class... S>
-    static constexpr PairTable withRows(TypeList<S...>) noexcept {
+    static consteval PairTable withRows(TypeList<S...>) noexcept {
         PairTable table;
         table.rows_ = {row<Cell, S>(SampleTypes())...};
         return table;
     }
 
     template <template <class, class> class Cell, class S, class... D>
-    static constexpr Row row(TypeList<D...>) noexcept {
+    static consteval Row row(TypeList<D...>) noexcept {
         return {Cell<S, D>::kEntry...};
     }
 

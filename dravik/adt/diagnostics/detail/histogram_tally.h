@@ -57,8 +57,7 @@ struct HistogramTally {
     /// The bin of `value`, limited to [0, bins.size()].
     std::size_t nearestBin(float value) const noexcept;
 
-    void add(float value) noexcept;
-    /// The same bits as adding one by one.
+    /// Counts samples, in the same bits as one by one.
     void add(float const* first, std::size_t count) noexcept;
 
     friend bool operator==(HistogramTally const& left, HistogramTally const& right) noexcept;
@@ -66,6 +65,7 @@ struct HistogramTally {
     bool isLaidOutAs(HistogramTally const& other) const noexcept;
 
   private:
+    void add(float value) noexcept;
     void growFor(float value, int bin) noexcept;
     void mergeBins(std::uint32_t factor, bool towardsEnd) noexcept;
     void addOutside(float value, int bin) noexcept;
