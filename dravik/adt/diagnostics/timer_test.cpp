@@ -142,6 +142,11 @@ TEST(Timer, StaysAtTheEndsOfItsNumbers) {
     timer.stop();
     EXPECT_EQ(timer.getLast(), -static_cast<double>(kLast));
     EXPECT_EQ(timer.getTotal(), -static_cast<double>(kLast));
+    timer.start();
+    ManualCounter::advance(kLast);
+    ManualCounter::advance(kLast - 20);
+    timer.stop();
+    EXPECT_EQ(timer.getLast(), static_cast<double>(kLast));
 }
 
 TEST(TimerPool, KeepsOneIdleTimerPerFullName) {
