@@ -10,15 +10,11 @@
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
 #include "dravik/adt/bulkdef/view/composite_view_def.h"
 
-#include "dravik/adt/exceptions/not_implemented_exception.h"
-#include "dravik/adt/exceptions/plain_exception.h"
 #include "dravik/adt/testing/failure_loop.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <unordered_map>
-#include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkDef {
 namespace {
@@ -29,40 +25,29 @@ using namespace Transform;
 using namespace View;
 using Testing::callOut;
 using Testing::Fails;
-using Testing::refused;
 
 // A host's definition below `Base` that may fail in whatever it is asked.
-template <class Root, class Base>
-class Host : public Base, public IPrintable {
-  public:
-    int getHashCode() const override { return callOut("getHashCode"), 7; }
-    void print(std::ostream& out) const override { callOut("print"), out << "Host"; }
-
-  protected:
+template <class Self, class Root, class Base>
+struct Host : Base, IPrintable {
+    int getHashCode() const override { return 7; }
+    void print(std::ostream& out) const override { out << "Host"; }
     bool compare(Root const& other) const override {
-        return callOut("compare"), dynamic_cast<Host const*>(&other) != nullptr;
+        return callOut("compare"), dynamic_cast<Self const*>(&other) != nullptr;
     }
+    std::unique_ptr<Root> makeClone() const override { return callOut("makeClone"), std::make_unique<Self>(); }
 };
 
-struct HostSource : Host<SourceDef, SourceDef> {
-    std::unique_ptr<SourceDef> makeClone() const override {
-        return callOut("makeClone"), std::make_unique<HostSource>();
-    }
-};
+struct HostSource : Host<HostSource, SourceDef, SourceDef> {};
 
-struct HostTransform : Host<TransformDef, TransformDef> {
+struct HostTransform : Host<HostTransform, TransformDef, TransformDef> {
     unsigned int numInputs() const override { return callOut("numInputs"), 3; }
     unsigned int numOutputs() const override { return 1; }
-    std::unique_ptr<TransformDef> makeClone() const override {
-        return callOut("makeClone"), std::make_unique<HostTransform>();
-    }
 };
 
 // Shows the target moved by ten.
-struct HostView : Host<ViewDef, ArrayViewDef> {
+struct HostView : Host<HostView, ViewDef, ArrayViewDef> {
     AxisExtent viewToTargetAxisExtent(AxisExtent const& axis) const override { return moved(axis, 10); }
     AxisExtent targetToViewAxisExtent(AxisExtent const& axis) const override { return moved(axis, -10); }
-    std::unique_ptr<ViewDef> makeClone() const override { return callOut("makeClone"), std::make_unique<HostView>(); }
 
   private:
     static AxisExtent moved(AxisExtent axis, int by) {
@@ -86,12 +71,6 @@ struct Scene {
         out = set;
     }
 
-    template <class Use>
-    void forEach(Use use) {
-        use(file), use(item), use(decimate), use(minMax), use(multires), use(entity), use(derived), use(complete);
-        use(subset), use(static_cast<ViewDef const&>(host)), use(*inverse);
-    }
-
     BulkFileDef file{name('f'), BulkFileDef::FILEFORMAT_VIRSET};
     BulkFileDef nextFile{name('f') + "g", BulkFileDef::FILEFORMAT_OTHER};
     ProjectItemDef item{name('t'), name('d'), name('p'), name('i')};
@@ -104,7 +83,6 @@ struct Scene {
     DerivedEntityDef derived{HostTransform()}, unary{multires, entity};
     CompleteViewDef complete;
     Subset subset{{ExtentImpl<int>{1, 2, 5}, ExtentImpl<int>{9, -1, 10}}};
-    boost::shared_ptr<ArrayViewDef const> inverse = subset.inverse();
     HostView host;
     Converter converter{static_cast<ViewDef const&>(host)};
     Converter::Set set{Converter::Range{{0, 0}, {4, 4}}}, out;
@@ -127,29 +105,11 @@ void isAssigned(Scene& scene, bool completed) {
 }
 
 constexpr Testing::FailureScenario<Scene> kScenarios[] = {
-    {"cloning each kind", Fails::kBoth, [](Scene& s) { s.forEach([](auto const& def) { def.clone(); }); }},
-    {"printing each kind", Fails::kCalls,
+    {"cloning each kind", Fails::kBoth,
      [](Scene& s) {
-         Testing::HostStream out;
-         s.forEach([&](auto const& def) { out << def; });
-         out << s.converter;
-     }},
-    {"comparing and hashing each kind", Fails::kCalls,
-     [](Scene& s) { s.forEach([](auto const& def) { EXPECT_TRUE(def.equals(def) && def.getHashCode() != 0); }); }},
-    {"asking each kind", Fails::kNothing,
-     [](Scene& s) {
-         ProjectItemDef const& item = s.item;
-         EXPECT_TRUE(item.datastoreType() == s.item.datastoreType() && item.datastoreId() == s.item.datastoreId());
-         EXPECT_TRUE(item.parentId() == s.item.parentId() && item.itemId() == s.item.itemId());
-         EXPECT_TRUE(item.bulkScalar() == s.item.bulkScalar() && item.bulkOffset() == s.item.bulkOffset());
-         EXPECT_EQ(std::as_const(s.file).fileFormat(), s.file.fileFormat());
-         EXPECT_EQ(BulkFileDef::getFileFormatString(s.file.fileFormat()).size(), 17u);
-         EXPECT_NE(s.decimate.getDecimation(), s.decimate.getOffset());
-         EXPECT_EQ(s.minMax.getBinSize()[1], s.multires.getFactor());
-         EXPECT_EQ(&s.unary.transform(), s.unary.transformPtr().get());
-         EXPECT_EQ(UnaryTransDef::Cast(&s.unary.transform())->numOutputs(), s.unary.numInputs());
-         EXPECT_EQ(&s.entity.source(), s.entity.sourcePtr().get());
-         s.subset.setSubset(Subset::Cast(&s.subset)->subset());
+         auto const clone = [](auto const&... defs) { (defs.clone(), ...); };
+         clone(s.file, s.item, s.decimate, s.minMax, s.multires, s.entity, s.derived, s.complete, s.subset, s.host);
+         clone(*s.subset.inverse());
      }},
     {"assigning a file", Fails::kAllocations, assign<&Scene::file, &Scene::nextFile>,
      isAssigned<&Scene::file, &Scene::nextFile>},
@@ -159,8 +119,6 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      isAssigned<&Scene::multires, &Scene::nextMultires>},
     {"assigning an entity", Fails::kAllocations, assign<&Scene::unary, &Scene::derived>,
      isAssigned<&Scene::unary, &Scene::derived>},
-    {"changing a file", Fails::kAllocations, [](Scene& s) { s.file.setFileName(name('g') + name('h')); },
-     [](Scene& s, bool completed) { EXPECT_EQ(s.file.fileName(), completed ? name('g') + name('h') : name('f')); }},
     {"setting an input", Fails::kBoth, [](Scene& s) { s.derived.setInput(1, s.entity); },
      [](Scene& s, bool completed) { EXPECT_EQ(s.derived.getInputPtr(1) != nullptr, completed); }},
     {"setting a source", Fails::kBoth,
@@ -170,24 +128,6 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          EXPECT_NE(s.entity.sourcePtr(), before);
      },
      [](Scene& s, bool) { EXPECT_NE(s.entity.sourcePtr(), nullptr); }},
-    {"refusing", Fails::kAllocations,
-     [](Scene& s) {
-         refused<Exceptions::PlainException>([&] { s.source.toString(); });
-         refused<Exceptions::PlainException>([&] { s.derived.getInput(2); });
-         refused<std::invalid_argument>([&] { s.derived.getInput(3); });
-         refused<std::invalid_argument>([&] { s.derived.getInputPtr(3); });
-         refused<std::invalid_argument>([&] { s.derived.setInput(3, s.entity); });
-         refused<Exceptions::NotImplementedException>([&] { CompositeViewDef::difference(s.host, s.subset); });
-         refused<std::invalid_argument>([] { Converter(boost::shared_ptr<ViewDef const>()); });
-     }},
-    {"finding by definition", Fails::kBoth,
-     [](Scene& s) {
-         using Key = boost::shared_ptr<EntityDef const>;
-         std::unordered_map<Key, int, std::hash<Key>, EqualDefinitions> open;
-         open.emplace(s.derived.clone(), 1);
-         open.emplace(s.entity.clone(), 2);
-         EXPECT_EQ(open.find(s.entity)->second, 2);
-     }},
     {"composing views", Fails::kBoth,
      [](Scene& s) {
          auto const composed = CompositeViewDef::compose(s.subset, s.host);

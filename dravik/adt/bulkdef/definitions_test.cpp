@@ -1,4 +1,4 @@
-// What holds for every definition: the contract of the four roots.
+// What holds for every definition, and what sources, transforms and entities do beyond that.
 
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
@@ -7,36 +7,56 @@
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
+#include "dravik/adt/exceptions/plain_exception.h"
 #include "dravik/adt/testing/modelled_views.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <sstream>
+#include <stdexcept>
 #include <typeinfo>
 #include <unordered_map>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkDef {
 namespace {
 
-using Entity::DerivedEntityDef;
-using Entity::SourceEntityDef;
-using Source::BulkFileDef;
-using Source::ProjectItemDef;
+using namespace Entity;
+using namespace Source;
+using namespace Transform;
 using Testing::Random;
-using Transform::DecimateDef;
-using Transform::MinMaxDef;
-using Transform::MultiresDef;
+using testing::ThrowsMessage;
 
 static_assert(Definition<View::ArraySubsetDef<3>> && Definition<EntityDef const> && !Definition<std::string>);
+static_assert(
+    !std::is_constructible_v<DerivedEntityDef, TransformDef const&, EntityDef const&>, "unary transforms only");
 
 template <class Def>
 std::string text(Def const& def) {
     return (std::ostringstream() << def).str();
 }
 
+BulkFileDef file(char const* name) {
+    return {name, BulkFileDef::FILEFORMAT_OTHER};
+}
+
+// A transform of a host: the difference of two data sets. By itself it accepts every other transform.
+class DifferenceDef : public TransformDef {
+  public:
+    unsigned int numInputs() const override { return 2; }
+    unsigned int numOutputs() const override { return 1; }
+    int getHashCode() const override { return 1; }
+
+  protected:
+    bool compare(TransformDef const&) const override { return true; }
+    std::unique_ptr<TransformDef> makeClone() const override { return std::make_unique<DifferenceDef>(); }
+};
+
 TEST(Definitions, PrintOneReadableLine) {
-    BulkFileDef const file("/data/a \"b\"\n\x10.vol", BulkFileDef::FILEFORMAT_TORVAN_A);
-    EXPECT_EQ(text(file), R"(BulkFileDef("/data/a \"b\"\x0a\x10.vol", FILEFORMAT_TORVAN_A))");
+    BulkFileDef const odd("/data/a \"b\"\\\n\x10\x7f.vol", BulkFileDef::FILEFORMAT_TORVAN_A);
+    EXPECT_EQ(text(odd), R"(BulkFileDef("/data/a \"b\"\\\x0a\x10\x7f.vol", FILEFORMAT_TORVAN_A))");
     SourceEntityDef const entity(BulkFileDef("a", static_cast<BulkFileDef::FileFormat>(42)));
     DerivedEntityDef derived(MinMaxDef({4, 4, 2}), entity);
     EXPECT_EQ(text(derived), R"(DerivedEntityDef(MinMaxDef((4,4,2)), SourceEntityDef(BulkFileDef("a", 42))))");
@@ -50,15 +70,18 @@ TEST(Definitions, PrintOneReadableLine) {
     View::ArraySubsetDef<2> const subset({ExtentImpl<int>{10, 2, 5}, ExtentImpl<int>{9, -1, 10}});
     EXPECT_EQ(text(*subset.inverse()), "InverseArrayViewDef(ArraySubsetDef(10:2:5 x 9:-1:10))");
     EXPECT_EQ(text(View::CompleteViewDef()), "CompleteViewDef");
+    EXPECT_EQ(text(DifferenceDef()), "Quorvel::Dravik::Adt::BulkDef::(anonymous namespace)::DifferenceDef");
 }
 
 // A file of a host: its compare() accepts its own class only, as a derived class has to, or is the one it inherits.
 class ArchivedFile : public BulkFileDef {
   public:
     using BulkFileDef::BulkFileDef;
+    mutable int questions = 0;
 
   protected:
     bool compare(SourceDef const& other) const override {
+        ++questions;
         return dynamic_cast<ArchivedFile const*>(&other) != nullptr && BulkFileDef::compare(other);
     }
 };
@@ -68,108 +91,67 @@ class LinkedFile : public BulkFileDef {
 };
 
 TEST(Definitions, AreEqualWhenEitherSideAcceptsTheOther) {
-    BulkFileDef const file("a", BulkFileDef::FILEFORMAT_OTHER);
     ArchivedFile const archived("a", BulkFileDef::FILEFORMAT_OTHER);
     LinkedFile const linked("a", BulkFileDef::FILEFORMAT_OTHER);
-    EXPECT_FALSE(file.equals(archived)) << "the file alone would say yes";
-    EXPECT_FALSE(archived.equals(file));
+    EXPECT_FALSE(file("b").equals(archived));
+    EXPECT_EQ(archived.questions, 0) << "the other side is asked only after a yes";
+    EXPECT_FALSE(file("a").equals(archived)) << "the file alone would say yes";
+    EXPECT_EQ(archived.questions, 1);
+    EXPECT_FALSE(archived.equals(file("a")));
     EXPECT_TRUE(archived.equals(archived));
-    EXPECT_TRUE(file.equals(linked) && linked.equals(file)) << "neither says no";
+    EXPECT_TRUE(file("a").equals(linked) && linked.equals(file("a"))) << "neither says no";
 }
 
-// An entity of a host that writes down when it is asked, and prints as the host left it.
-class Asked : public EntityDef {
-  public:
-    Asked(char name, bool answer, std::string& log) : name_(name), answer_(answer), log_(log) {}
-    int getHashCode() const override { return 1; }
-
-  protected:
-    bool compare(EntityDef const&) const override {
-        log_ += name_;
-        return answer_;
-    }
-    std::unique_ptr<EntityDef> makeClone() const override { return std::make_unique<Asked>(*this); }
-
-  private:
-    char name_;
-    bool answer_;
-    std::string& log_;
-};
-
-TEST(Definitions, AskTheOtherSideSecondAndOnlyAfterAYes) {
-    std::string log;
-    Asked const yes('y', true, log);
-    Asked const no('n', false, log);
-    EXPECT_FALSE(no.equals(yes));
-    EXPECT_EQ(log, "n");
-    EXPECT_FALSE(yes.equals(no));
-    EXPECT_EQ(log, "nyn");
-    EXPECT_EQ(text(yes), "Quorvel::Dravik::Adt::BulkDef::(anonymous namespace)::Asked");
-}
-
-// A definition and what it describes, in a notation of its own: equal definitions are those with equal notations.
-template <class Root>
-struct Described {
-    boost::shared_ptr<Root const> def;
-    std::string notation;
-};
-
-Described<SourceDef> randomSource(Random& random) {
+boost::shared_ptr<SourceDef const> randomSource(Random& random) {
     auto const letter = [&] { return random.oneOf<std::string>({"", "a", "b"}); };
     if (random.chance(50)) {
-        std::string const name = letter();
-        int const format = random.oneOf({0, 1, 42});
-        return {
-            BulkFileDef(name, static_cast<BulkFileDef::FileFormat>(format)).clone(),
-            "file " + name + " " + std::to_string(format)};
+        return BulkFileDef(letter(), static_cast<BulkFileDef::FileFormat>(random.oneOf({0, 1, 42}))).clone();
     }
-    std::string const type = letter(), store = letter(), parent = letter(), item = letter();
-    return {
-        ProjectItemDef(type, store, parent, item, letter(), letter()).clone(),
-        "item " + type + "/" + store + "/" + parent + "/" + item};
+    return ProjectItemDef(letter(), letter(), letter(), letter(), letter(), letter()).clone();
 }
 
-Described<TransformDef> randomTransform(Random& random) {
+boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.between(-1, 0); };
-    FixedVector<4, int> const first(any(), any(), any(), any());
-    FixedVector<4, int> const second(any(), any(), any(), any());
-    FixedVector<3, int> const bins(any(), any(), any());
-    switch (random.between(0, 3)) {
+    switch (random.between(0, 4)) {
     case 0:
-        return {MultiresDef(bins[0], random.oneOf<std::string>({"a", "b"})).clone(), "levels " + text(bins[0])};
+        return MultiresDef(any(), random.oneOf<std::string>({"a", "b"})).clone();
     case 1:
-        return {MinMaxDef(bins).clone(), "bins " + text(bins)};
+        return MinMaxDef({any(), any(), any()}).clone();
+    case 2:
+        return DifferenceDef().clone();
     default:
-        return {DecimateDef(first, second).clone(), "decimate " + text(first) + text(second)};
+        return DecimateDef({any(), any(), any(), any()}, {any(), any(), any(), any()}).clone();
     }
 }
 
-Described<EntityDef> randomEntity(Random& random, int depth) {
+boost::shared_ptr<EntityDef const> randomEntity(Random& random, int depth) {
     if (depth == 0 || random.chance(40)) {
-        auto const source = randomSource(random);
-        return {SourceEntityDef(*source.def).clone(), "at " + source.notation};
+        return SourceEntityDef(*randomSource(random)).clone();
     }
-    auto const transform = randomTransform(random);
-    DerivedEntityDef entity(*transform.def);
-    if (random.chance(20)) {
-        return {entity.clone(), transform.notation + " of nothing"};
+    DerivedEntityDef entity(*randomTransform(random));
+    EXPECT_EQ(entity.numInputs(), UnaryTransDef::Cast(&entity.transform()) != nullptr ? 1u : 2u);
+    for (unsigned slot = 0; slot < entity.numInputs(); ++slot) {
+        random.chance(30) ? void() : entity.setInput(slot, *randomEntity(random, depth - 1));
     }
-    auto const input = randomEntity(random, depth - 1);
-    entity.setInput(0, *input.def);
-    return {entity.clone(), transform.notation + " of " + input.notation};
+    return entity.clone();
 }
 
-Described<ViewDef> describedView(Random& random) {
-    auto const view = random.chance(50) ? Testing::randomSubset<1>(random) : Testing::randomView(random, 1);
-    std::ostringstream notation;
-    notation << text(*view.def).substr(0, 5);
+// What a definition describes: equal definitions are those with equal notations. Its text says as much, and what takes
+// no part in equality as well.
+std::string notation(auto const& def) {
+    static std::regex const besides(R"re(, scalar "\w*", offset "\w*"|, "\w"\))re");
+    return std::regex_replace(text(def), besides, "");
+}
+// The text of a view tells steps that do not matter; what it shows is listed index by index.
+std::string notation(Testing::ModelledView const& view) {
+    std::string notation = text(*view.def).substr(0, 5);
     for (auto const& axis : view.axes) {
-        notation << (axis ? " axis" : "");
+        notation += axis ? " axis" : "";
         for (auto const& [viewIndex, targetIndex] : axis.value_or(std::map<int, int>())) {
-            notation << ' ' << viewIndex << '>' << targetIndex;
+            notation += text(viewIndex) + ">" + text(targetIndex) + " ";
         }
     }
-    return {view.def, notation.str()};
+    return notation;
 }
 
 // Definitions of one root, kept in a table of their own and found again by notation.
@@ -179,19 +161,17 @@ void expectKeys(Generate generate) {
     std::unordered_map<Key, std::string, std::hash<Key>, EqualDefinitions> table;
     std::unordered_map<std::string, Key> byNotation;
     for (int round = 0; round < 1500; ++round) {
-        Described<Root> const one = generate();
-        Described<Root> const other = generate();
-        ASSERT_EQ(one.def->equals(*other.def), one.notation == other.notation) << *one.def << " and " << *other.def;
-        ASSERT_EQ(other.def->equals(*one.def), one.notation == other.notation) << *one.def << " and " << *other.def;
-        table.emplace(one.def, one.notation);
-        auto const& first = *byNotation.emplace(one.notation, one.def).first->second;
-        ASSERT_EQ(one.def->getHashCode(), first.getHashCode()) << *one.def << " and " << first;
-        auto const clone = one.def->clone();
-        ASSERT_NE(clone, one.def);
-        ASSERT_EQ(typeid(*clone), typeid(*one.def));
-        ASSERT_EQ(text(*clone), text(*one.def));
-        ASSERT_EQ(table.find(Key(clone))->second, one.notation) << "by pointer";
-        ASSERT_EQ(table.find(*clone)->second, one.notation) << "by reference";
+        std::pair<Key, std::string> const one = generate(), other = generate();
+        Root const& def = *one.first;
+        ASSERT_EQ(def.equals(*other.first), one.second == other.second) << def << " and " << *other.first;
+        ASSERT_EQ(other.first->equals(def), one.second == other.second) << def << " and " << *other.first;
+        table.insert(one);
+        Root const& first = *byNotation.emplace(one.second, one.first).first->second;
+        ASSERT_EQ(def.getHashCode(), first.getHashCode()) << def << " and " << first;
+        auto const clone = def.clone();
+        ASSERT_TRUE(clone != one.first && typeid(*clone) == typeid(def) && text(*clone) == text(def));
+        ASSERT_EQ(table.find(Key(clone))->second, one.second) << "by pointer";
+        ASSERT_EQ(table.find(*clone)->second, one.second) << "by reference";
     }
     EXPECT_EQ(table.size(), byNotation.size());
     EXPECT_FALSE(table.contains(Key()));
@@ -200,10 +180,14 @@ void expectKeys(Generate generate) {
 
 TEST(Definitions, AreKeysByWhatTheyDescribe) {
     Random random;
-    expectKeys<SourceDef>([&] { return randomSource(random); });
-    expectKeys<TransformDef>([&] { return randomTransform(random); });
-    expectKeys<EntityDef>([&] { return randomEntity(random, 3); });
-    expectKeys<ViewDef>([&] { return describedView(random); });
+    auto const noted = [](auto def) { return std::pair(def, notation(*def)); };
+    expectKeys<SourceDef>([&] { return noted(randomSource(random)); });
+    expectKeys<TransformDef>([&] { return noted(randomTransform(random)); });
+    expectKeys<EntityDef>([&] { return noted(randomEntity(random, 3)); });
+    expectKeys<ViewDef>([&] {
+        auto const view = random.chance(50) ? Testing::randomSubset<1>(random) : Testing::randomView(random, 1);
+        return std::pair(view.def, notation(view));
+    });
 }
 
 TEST(Definitions, HashTheirFieldsInOrder) {
@@ -222,10 +206,105 @@ TEST(Definitions, HashTheirFieldsInOrder) {
     EXPECT_EQ(subset.getHashCode(), 19);
     EXPECT_EQ(subset.inverse()->getHashCode(), 19);
     EXPECT_EQ(View::CompleteViewDef().getHashCode(), 27);
-    EXPECT_EQ(SourceEntityDef(ProjectItemDef("", "", "", "a")).getHashCode(), 11 * 5 + 'a');
-    EXPECT_EQ(
-        DerivedEntityDef(MinMaxDef({1, 2, 3}), SourceEntityDef(ProjectItemDef("", "", "", "a"))).getHashCode(),
-        mix({1, 2, 3}, 15));
+    SourceEntityDef const entity(ProjectItemDef("", "", "", "a"));
+    EXPECT_EQ(entity.getHashCode(), 11 * 5 + 'a');
+    EXPECT_EQ(DerivedEntityDef(MinMaxDef({1, 2, 3}), entity).getHashCode(), mix({1, 2, 3}, 15));
+}
+
+TEST(BulkFileDef, NamesItsFormatsBothWays) {
+    constexpr std::pair<char const*, int> kFormats[] = {
+        {"FILEFORMAT_UNKNOWN", 0},  {"FILEFORMAT_OTHER", 1},     {"FILEFORMAT_BRANTEL", 10},
+        {"FILEFORMAT_FOLMAR", 11},  {"FILEFORMAT_QUENDA", 12},   {"FILEFORMAT_VIRSET", 13},
+        {"FILEFORMAT_HALDOR", 14},  {"FILEFORMAT_TORVAN_A", 20}, {"FILEFORMAT_TORVAN_B", 21},
+        {"FILEFORMAT_SPINDRA", 30}, {"FILEFORMAT_WYNDEL_A", 40}, {"FILEFORMAT_WYNDEL_B", 41},
+    };
+    auto const nameOf = [](int value) {
+        return BulkFileDef::getFileFormatString(static_cast<BulkFileDef::FileFormat>(value));
+    };
+    for (auto const& [name, value] : kFormats) {
+        EXPECT_EQ(BulkFileDef::getFileFormat(name), value) << name;
+        EXPECT_EQ(nameOf(value), name);
+    }
+    EXPECT_EQ(nameOf(2) + nameOf(-1), "FILEFORMAT_UNDEFINEDFILEFORMAT_UNDEFINED");
+    for (char const* const name : {"FILEFORMAT_UNDEFINED", "", "fileformat_other", " FILEFORMAT_OTHER"}) {
+        EXPECT_EQ(BulkFileDef::getFileFormat(name), BulkFileDef::FILEFORMAT_UNKNOWN) << name;
+    }
+}
+
+TEST(Definitions, HandOutWhatTheyHold) {
+    ProjectItemDef item("T", "D", "P", "I", "", "");
+    auto const fields = [](ProjectItemDef const& i) {
+        return i.datastoreType() + i.datastoreId() + i.parentId() + i.itemId() + i.bulkScalar() + i.bulkOffset();
+    };
+    EXPECT_EQ(fields(item), "TDPI10");
+    item.datastoreType() = "t", item.datastoreId() = "d", item.parentId() = "p", item.itemId() = "i";
+    item.bulkScalar() = item.bulkOffset() = "";
+    EXPECT_EQ(fields(item), "tdpi");
+    EXPECT_EQ(fields(*ProjectItemDef::Cast(item.clone().get())), "tdpi10") << "no scale is 1, no offset is 0";
+    BulkFileDef link = file("a");
+    link.fileName() += "b";
+    link.fileFormat() = BulkFileDef::FILEFORMAT_HALDOR;
+    BulkFileDef const& sameLink = link;
+    EXPECT_EQ(sameLink.fileName() + text(int{sameLink.fileFormat()}), "ab14");
+    for (SourceDef const* const source : {static_cast<SourceDef const*>(&item), static_cast<SourceDef const*>(&link)}) {
+        EXPECT_THAT(
+            [&] { source->toString(); },
+            ThrowsMessage<std::exception>("[SourceDef::toString] Default implementation not supported."));
+    }
+    EXPECT_EQ(BulkFileDef::ClassName + ProjectItemDef::ClassName, "BulkFileDefProjectItemDef");
+    EXPECT_EQ(ProjectItemDef::VellomarDataStoreType, "Vellomar");
+    EXPECT_EQ(MultiresDef(2, MultiresDef::FirstValid + MultiresDef::Decimation).getName(), "FirstValidDecimation");
+    EXPECT_EQ(DecimateDef({1, 2, 3, 4}, {5, 6, 7, 8}).getOffset()[3], 8);
+    EXPECT_EQ(UnaryTransDef::Cast(DifferenceDef().clone().get()), nullptr);
+}
+
+TEST(DerivedEntityDef, RefusesWhatIsNotThere) {
+    DerivedEntityDef entity{DifferenceDef()};
+    entity.setInput(0, SourceEntityDef(file("a")));
+    EXPECT_EQ(entity.getInputPtr(1), nullptr);
+    EXPECT_THAT(
+        [&] { entity.getInput(1); },
+        ThrowsMessage<Exceptions::PlainException>("[DerivedEntityDef::getInput] Input entity is not set."));
+    for (unsigned const slot : {2u, ~0u}) {
+        EXPECT_THAT(
+            [&] { entity.getInput(slot); },
+            ThrowsMessage<std::invalid_argument>("[DerivedEntityDef::getInput] Index is out of range."));
+        EXPECT_THAT(
+            [&] { entity.getInputPtr(slot); },
+            ThrowsMessage<std::invalid_argument>("[DerivedEntityDef::getInputPtr] Index is out of range."));
+        EXPECT_THAT(
+            [&] { entity.setInput(slot, entity); },
+            ThrowsMessage<std::invalid_argument>("[DerivedEntityDef::setInput] Index is out of range."));
+    }
+}
+
+TEST(EntityDefs, ShareOrCloneWhatTheyHold) {
+    SourceEntityDef const source(file("a"));
+    auto const sourceClone = source.clone();
+    EXPECT_NE(SourceEntityDef::Cast(sourceClone.get())->sourcePtr(), source.sourcePtr()) << "a clone has its own";
+    EXPECT_EQ(SourceEntityDef(source).sourcePtr(), source.sourcePtr()) << "a copy shares";
+    DerivedEntityDef derived(MultiresDef(2, "a"), source);
+    auto const clone = derived.clone();
+    EXPECT_EQ(DerivedEntityDef::Cast(clone.get())->transformPtr(), derived.transformPtr());
+    EXPECT_EQ(DerivedEntityDef::Cast(clone.get())->getInputPtr(0), derived.getInputPtr(0));
+    EXPECT_NE(derived.getInputPtr(0).get(), &source);
+    derived.setInput(0, derived);
+    EXPECT_TRUE(derived.getInput(0).equals(*clone)) << "the slot holds what the entity was";
+    DerivedEntityDef const taken(std::move(derived));                          // NOLINT(performance-move-const-arg)
+    EXPECT_TRUE(derived.equals(taken)) << "moving leaves a definition whole";  // NOLINT(bugprone-use-after-move)
+}
+
+// A chain that asked both sides at every level would ask 2^60 times.
+TEST(DerivedEntityDef, ComparesLongChainsInOnePass) {
+    auto const chain = [](char const* name) {
+        boost::shared_ptr<EntityDef const> entity = SourceEntityDef(file(name)).clone();
+        for (int level = 0; level < 60; ++level) {
+            entity = DerivedEntityDef(MultiresDef(2, ""), *entity).clone();
+        }
+        return entity;
+    };
+    EXPECT_TRUE(chain("a")->equals(*chain("a")));
+    EXPECT_FALSE(chain("a")->equals(*chain("b")));
 }
 
 }  // namespace

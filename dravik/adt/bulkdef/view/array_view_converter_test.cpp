@@ -10,45 +10,34 @@
 #include <climits>
 #include <sstream>
 #include <unordered_set>
-#include <vector>
 
 namespace Quorvel::Dravik::Adt::BulkDef::View {
 namespace {
 
 using Extent = ExtentImpl<int>;
+using ViewPtr = boost::shared_ptr<ViewDef const>;
 using testing::ElementsAre;
-using Testing::ForeignView;
 using Testing::ModelledView;
 using testing::ThrowsMessage;
 
 static_assert(!std::is_convertible_v<CompleteViewDef const&, ArrayViewConverter<2>>);
 
-// Sends axis 0 to axis 1, axis 1 out of sight, and axis 2 to axis 0.
-class RotatedView : public ArrayViewDef {
-  public:
-    AxisExtent viewToTargetAxisExtent(AxisExtent const& axis) const override {
-        return {axis.first == 0 ? 1 : axis.first == 1 ? 3 : 0, axis.second};
-    }
-    AxisExtent targetToViewAxisExtent(AxisExtent const& axis) const override { return axis; }
-    int getHashCode() const override { return 1; }
-
-  protected:
-    bool compare(ViewDef const&) const override { return true; }
-    std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<RotatedView>(); }
-};
+ArrayViewConverter<1> through(Extent const& subset) {
+    return ArrayViewConverter<1>(ArraySubsetDef<1>(ExtentK<1, int>(subset)));
+}
 
 TEST(ArrayViewConverter, TakesCompleteAndArrayViews) {
     using Converter = ArrayViewConverter<2>;
-    boost::shared_ptr<ViewDef const> const foreign = boost::make_shared<ForeignView const>();
-    boost::shared_ptr<ViewDef const> const none;
-    boost::shared_ptr<ViewDef const> const view =
+    ViewPtr const foreign = boost::make_shared<Testing::ForeignView const>();
+    ViewPtr const view =
         boost::make_shared<ArraySubsetDef<2> const>(ExtentK<2, int>(Extent{10, 2, 5}, Extent{0, 1, 8}));
     for (bool const inverse : {false, true}) {
         EXPECT_THAT(
             [&] { Converter(*foreign, inverse); },
             ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] Unknown view type"));
         EXPECT_THAT(
-            [&] { Converter(none, inverse); }, ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] null view"));
+            [&] { Converter(ViewPtr(), inverse); },
+            ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] null view"));
         EXPECT_TRUE(Converter(CompleteViewDef(), inverse).isIdentity());
         EXPECT_EQ(Converter(CompleteViewDef::Instance(), inverse).inverse().getViewPtr(), nullptr);
     }
@@ -67,6 +56,17 @@ TEST(ArrayViewConverter, TakesCompleteAndArrayViews) {
         Converter(view), Converter(*view), Converter(inverted), Converter(CompleteViewDef())};
     EXPECT_EQ(keys.size(), 3u);
 }
+
+// Sends axis 0 to axis 1, axis 1 out of sight, and axis 2 to axis 0.
+struct RotatedView : ArrayViewDef {
+    AxisExtent viewToTargetAxisExtent(AxisExtent const& axis) const override {
+        return {axis.first == 0 ? 1 : axis.first == 1 ? 3 : 0, axis.second};
+    }
+    AxisExtent targetToViewAxisExtent(AxisExtent const& axis) const override { return axis; }
+    int getHashCode() const override { return 1; }
+    bool compare(ViewDef const&) const override { return true; }
+    std::unique_ptr<ViewDef> makeClone() const override { return std::make_unique<RotatedView>(); }
+};
 
 TEST(ArrayViewConverter, FollowsAxesWhereTheyGo) {
     ArrayViewConverter<3> const rotate{RotatedView()};
@@ -99,42 +99,32 @@ TEST(ArrayViewConverter, PutsEmptyBoxesWhereTheViewBegins) {
         {"EndsOfInt", {INT_MAX - 4, 1, 5}, box(0, 5), box(INT_MAX - 4, INT_MAX)},
     };
     for (Row const& row : rows) {
-        ArrayViewConverter<1> const converter{ArraySubsetDef<1>(ExtentK<1, int>(row.subset))};
         Box out;
-        converter.convertRegion(row.given, &out);
+        through(row.subset).convertRegion(row.given, &out);
         EXPECT_EQ(out, row.converted) << row.name;
     }
-    ArrayViewConverter<1> const identity{CompleteViewDef()};
-    EXPECT_EQ(identity.convert(box(3, 1)), box(3, 1));
+    EXPECT_EQ(ArrayViewConverter<1>(CompleteViewDef()).convert(box(3, 1)), box(3, 1));
 }
 
 TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
+    using Array = ArrayConstRef<1>;
+    using Point = FixedVector<1, int>;
     auto const array = [](int min, int max, int stride) {
-        return ArrayConstRef<1>(
-            {FixedVector<1, int>(min), FixedVector<1, int>(max)}, FixedVector<1, int>(stride), nullptr, 5, typeid(char),
-            8);
+        return Array({Point(min), Point(max)}, Point(stride), nullptr, 5, typeid(char), 8);
     };
-    ArrayViewConverter<1> const decimated{ArraySubsetDef<1>(ExtentK<1, int>(Extent{10, -2, 5}))};
-    ArrayViewConverter<1> const shifted{ArraySubsetDef<1>(ExtentK<1, int>(Extent{10, 1, 5}))};
-    ArrayConstRef<1> out = array(1, 2, 3);
+    auto const decimated = through({10, -2, 5});
+    auto const reversed = through({9, -1, 10});
+    Array out = array(1, 2, 3);
     EXPECT_THAT(
         [&] { decimated.convertArray(array(3, 9, 1), &out); },
         ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] Target view is decimated, cannot convert array."))
         << "comes before the test for the outside";
     EXPECT_THAT(
-        [&] { shifted.convertArray(array(3, 7, 1), &out); },
+        [&] {
+            through({10, 1, 5}).convertArray(array(3, 7, 1), &out);
+        },
         ThrowsMessage<Exceptions::NotSupportedException>(
             "Unsupported: [ArrayViewConverter::convertArray] Given array is (partially) outside the view."));
-    EXPECT_EQ(out, array(1, 2, 3)) << "untouched";
-    EXPECT_EQ(decimated.convert(array(2, 3, 7)), array(6, 7, -3)) << "one index fits any stride";
-    EXPECT_EQ(decimated.convert(array(2, 3, INT_MIN)), array(6, 7, 1 << 30));
-    ArrayViewConverter<1> const single{ArraySubsetDef<1>(ExtentK<1, int>(Extent{4, 0, 1}))};
-    EXPECT_EQ(single.convert(array(0, 1, 7)), array(4, 5, 7));
-
-    ArrayViewConverter<1> const atTheEnd{ArraySubsetDef<1>(ExtentK<1, int>(Extent{INT_MAX, -2, 5}))};
-    EXPECT_THROW(atTheEnd.convert(array(0, 2, 1)), std::invalid_argument) << "the box ends with int";
-    ArrayViewConverter<1> const reversed{ArraySubsetDef<1>(ExtentK<1, int>(Extent{9, -1, 10}))};
-    EXPECT_EQ(reversed.convert(array(0, 2, INT_MAX - 5)).bufferOffset(), INT_MAX);
     for (int const stride : {INT_MAX - 4, INT_MIN}) {
         EXPECT_THAT(
             [&] { reversed.convertArray(array(0, 2, stride), &out); },
@@ -142,91 +132,72 @@ TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
                 "[ArrayViewConverter::convertArray] The array is too large to be read backwards."))
             << stride;
     }
+    EXPECT_EQ(out, array(1, 2, 3)) << "untouched";
+    EXPECT_EQ(reversed.convert(array(0, 2, INT_MAX - 5)).bufferOffset(), INT_MAX);
+    EXPECT_THROW(through({INT_MAX, -2, 5}).convert(array(0, 2, 1)), std::invalid_argument) << "the box ends with int";
+    EXPECT_EQ(decimated.convert(array(2, 3, 7)), array(6, 7, -3)) << "one index fits any stride";
+    EXPECT_EQ(decimated.convert(array(2, 3, INT_MIN)), array(6, 7, 1 << 30));
+    EXPECT_EQ(through({4, 0, 1}).convert(array(0, 1, 7)), array(4, 5, 7));
 }
 
 TEST(ArrayViewConverter, AddsConvertedSetsToWhatIsThere) {
     using Set = IndexSet<2, int>;
     ArrayViewConverter<2> const converter{ArraySubsetDef<2>({Extent{10, 2, 5}, Extent{7, -1, 8}})};
-    Set view;
-    view.add({{0, 0}, {2, 3}});
+    Set view({{0, 0}, {2, 3}}), target({{10, 5}, {13, 8}});
     view.add({{4, 5}, {9, 20}});  // beyond the view on both axes
     view.add({{7, 0}, {8, 1}});   // outside
-    Set target;
-    target.add({{10, 5}, {13, 8}});
     target.add({{18, 0}, {19, 3}});
     EXPECT_EQ(converter.convert(view), target);
-
     Set out({{100, 0}, {101, 1}});
     converter.convertRegion(view, &out);
     EXPECT_EQ(out.size(), target.size() + 1);
     ArrayViewConverter<2>(CompleteViewDef()).convertRegion(view, &out);
     EXPECT_EQ(out, view);
-    Set both = view;
-    both.add(target);
     converter.convertRegion(view, &view);
-    EXPECT_EQ(view, both) << "a set that converts into itself";
+    out.add(target);
+    EXPECT_EQ(view, out) << "a set that converts into itself";
 }
 
-// What the model says of the box or array [min, max) on one axis.
+// What the model says of the indices [min, max) on one axis.
 struct Image {
+    Image(ModelledView::Axis const& map, int min, int max) {
+        for (int index = min; index < max; ++index) {
+            if (map && !map->contains(index)) {
+                clipped = true;
+                continue;
+            }
+            targets.push_back(map ? map->at(index) : index);
+            auto const last = targets.rbegin();
+            decimated = decimated || (targets.size() > 1 && std::abs(last[0] - last[1]) > 1);
+        }
+    }
+
     std::vector<int> targets;  // of the indices that are seen, in their order
-    int min, max;              // around the targets
-    bool decimated, clipped;
+    bool decimated = false, clipped = false;
 };
-
-Image imageOf(ModelledView::Axis const& map, int min, int max) {
-    Image image{{}, INT_MAX, INT_MIN, false, false};
-    for (int index = min; index < max; ++index) {
-        auto const found = map ? map->find(index) : std::map<int, int>::const_iterator();
-        if (map && found == map->end()) {
-            image.clipped = true;
-            continue;
-        }
-        int const target = map ? found->second : index;
-        image.decimated = image.decimated || (!image.targets.empty() && std::abs(target - image.targets.back()) > 1);
-        image.targets.push_back(target);
-        image.min = std::min(image.min, target);
-        image.max = std::max(image.max, target + 1);
-    }
-    return image;
-}
-
-// Every index along every edge from the first corner leads to the sample that it led to, under its new name.
-template <int N>
-void expectSameSamples(
-    ArrayConstRef<N> const& array, ArrayConstRef<N> const& converted, std::vector<Image> const& images) {
-    FixedVector<N, int> corner;
-    for (int axis = 0; axis < N; ++axis) {
-        corner[axis] = images[static_cast<std::size_t>(axis)].targets.front();
-    }
-    for (int axis = 0; axis < N; ++axis) {
-        FixedVector<N, int> index = array.range().min;
-        FixedVector<N, int> target = corner;
-        for (int const place : images[static_cast<std::size_t>(axis)].targets) {
-            target[axis] = place;
-            ASSERT_EQ(converted.position(target), array.position(index)) << array << " at " << index;
-            ++index[axis];
-        }
-    }
-}
 
 template <int N>
 void expectConvertsLikeItsModel(ModelledView const& view, Testing::Random& random) {
     ArrayViewConverter<N> const converter(view.def);
-    OpenEndedRange<N, int> box;
-    OpenEndedRange<N, int> expected;
-    std::vector<Image> images;
+    OpenEndedRange<N, int> box, expected;
+    FixedVector<N, int> strides, index, target;
     bool decimated = false, clipped = false, empty = false;
     for (int axis = 0; axis < N; ++axis) {
         box.min[axis] = random.between(-5, 8);
         box.max[axis] = box.min[axis] + random.oneOf({0, 1, 1, 2, 3, 6});
-        auto const image = imageOf(view.axes[static_cast<std::size_t>(axis)], box.min[axis], box.max[axis]);
-        images.push_back(image);
-        empty = empty || image.targets.empty();
+        strides[axis] = random.between(-9, 9);
+        Image const image(view.axes[static_cast<std::size_t>(axis)], box.min[axis], box.max[axis]);
         decimated = decimated || image.decimated;
         clipped = clipped || image.clipped;
-        expected.min[axis] = image.min;
-        expected.max[axis] = image.max;
+        empty = empty || image.targets.empty();
+        if (!empty) {
+            auto const [low, high] = std::minmax_element(image.targets.begin(), image.targets.end());
+            expected.min[axis] = *low;
+            expected.max[axis] = *high + 1;
+            auto const place = random.between<std::size_t>(0, image.targets.size() - 1);
+            index[axis] = box.min[axis] + static_cast<int>(place);
+            target[axis] = image.targets[place];
+        }
     }
     auto const converted = converter.convert(box);
     ASSERT_EQ(converted.isEmpty(), empty) << converter << " of " << box;
@@ -234,10 +205,6 @@ void expectConvertsLikeItsModel(ModelledView const& view, Testing::Random& rando
     ASSERT_EQ(converter.inverse().inverse().convert(box), converted);
     ASSERT_EQ(converter.inverse().convertExtents(converter.convert(ExtentK<N, int>(box))).isEmpty(), empty);
 
-    FixedVector<N, int> strides;
-    for (int& stride : strides) {
-        stride = random.between(-9, 9);
-    }
     char const memory = 0;
     ArrayConstRef<N> const array(box, strides, &memory, random.between(-99, 99), typeid(float), 32);
     if (decimated) {
@@ -248,9 +215,7 @@ void expectConvertsLikeItsModel(ModelledView const& view, Testing::Random& rando
         auto const moved = converter.convert(array);
         ASSERT_EQ(moved.range(), converted);
         ASSERT_TRUE(moved.data() == &memory && moved.valueType() == typeid(float) && moved.bitSize() == 32);
-        if (!empty) {
-            ASSERT_NO_FATAL_FAILURE(expectSameSamples<N>(array, moved, images)) << converter;
-        }
+        ASSERT_TRUE(empty || moved.position(target) == array.position(index)) << converter << " of " << array;
     }
 }
 

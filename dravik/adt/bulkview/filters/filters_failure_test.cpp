@@ -8,18 +8,14 @@
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/typed_3d_views.h"
-#include "dravik/adt/converters/value_converter_factory.h"
-#include "dravik/adt/exceptions/plain_exception.h"
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/failure_loop.h"
 #include "dravik/adt/testing/lending_accessor.h"
-#include "dravik/adt/testing/modelled_views.h"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 #include <numeric>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -30,7 +26,6 @@ using Testing::BrickAccessor;
 using Testing::callOut;
 using Testing::Fails;
 using Testing::PlainArray;
-using Testing::refused;
 using Accessor = std::unique_ptr<IBufferAccessor>;
 using Bricks = BrickAccessor<float>;
 using Index = FixedVector<4, int>;
@@ -138,7 +133,7 @@ void showBoth(Scene& s, bool) {
         float const sample = view->get(5, 4, 10);
         EXPECT_EQ(view->get(0, 0, 0) - sample, s.data.at({}) - s.data.at(kLast));
     }
-    std::thread([&] { refused<ProxyFilter::Error>([&] { s.controller->setTarget(nullptr); }); }).join();
+    std::thread([&] { Testing::refused<ProxyFilter::Error>([&] { s.controller->setTarget(nullptr); }); }).join();
 }
 
 Accessor inMemory(float first) {
@@ -147,8 +142,25 @@ Accessor inMemory(float first) {
     return std::make_unique<Accessors::MemoryAccessor>(array);
 }
 
+// Copies floats.
+struct HostConverter : IValueConverter {
+    std::type_info const& getInputType() const override { return typeid(float); }
+    std::type_info const& getOutputType() const override { return typeid(float); }
+    void convert(void const*, void*) const override {}
+    void convertStrided(
+        void const* in, int inIndex, int inStride, void* out, int outIndex, int outStride, int count) const override {
+        callOut("convert");
+        for (int k = 0; k < count; ++k) {
+            static_cast<float*>(out)[outIndex + k * outStride] = static_cast<float const*>(in)[inIndex + k * inStride];
+        }
+    }
+    void convertContiguous(void const* in, int inIndex, void* out, int outIndex, int count) const override {
+        convertStrided(in, inIndex, 1, out, outIndex, 1, count);
+    }
+};
+
 Accessor converted(Accessor target) {
-    auto const copy = Converters::ValueConverterFactory::getCopyConverter(32);
+    auto const copy = boost::make_shared<HostConverter>();
     return ValueConvertFilter::Apply(std::move(target), 4, copy, copy);
 }
 
@@ -165,20 +177,6 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          auto const view = FilterFactory::MakeView(FilterFactory::MakeView(s.makeBricks(), turned), turned);
          s.reads(*s.proxied(cached(view->createClone()))->createClone(), {0, 1, 7, 0}, {0, 4, 7, 0});
      }},
-    {"refusing filters", Fails::kAllocations,
-     [](Scene& s) {
-         using Factory = FilterFactory;
-         refused<std::invalid_argument>([] { Factory::MakeView(nullptr, Testing::ForeignView()); });
-         refused<std::invalid_argument>([] { SubsetFilter::MakeSubset(nullptr, {}); });
-         refused<std::invalid_argument>([] { CacheFilter::Apply(nullptr, 1, 1, 1); });
-         refused<std::invalid_argument>([] { ProxyFilter::MakeProxy(nullptr, nullptr); });
-         refused<std::invalid_argument>([] { ValueConvertFilter::Apply(nullptr, 4, nullptr, nullptr); });
-         refused<Exceptions::PlainException>([&] { Factory::MakeView(inMemory(0), Testing::ForeignView()); });
-         refused<std::invalid_argument>([&] { SubsetFilter::MakeSubset(inMemory(0), {{}, {7, 1, 1, 1}}); });
-         refused<ProxyFilter::Error>([&] { s.controller->setTarget(nullptr); });
-         refused<ProxyFilter::Error>([] { ProxyFilter::Error("text").clone()->throwClone(); });
-     },
-     [](Scene&, bool) {}, layProxies},
     {"caching until all but one block goes", Fails::kBoth,
      [](Scene& s) {
          for (Index const& p : {Index(), kLast, Index(0, 4, 0, 0), Index()}) {
@@ -245,17 +243,54 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          s.view.set(5, 4, 7, 4711.0f);
          s.view.setCacheHint(true);
          s.copy = s.view;
+         s.view.set(0, 0, 0, 4712.0f);  // in a longer row
          EXPECT_EQ(s.view.get(0, 0, 1), s.data.at({0, 0, 1, 0}));
+         s.view.set(5, 4, 10, 4713.0f);
          EXPECT_EQ(s.view.get(5, 4, 7), 4711.0f);
      },
-     [](Scene& s, bool) {
+     [](Scene& s, bool completed) {
          EXPECT_EQ(s.view.get(5, 4, 6), s.data.at({5, 4, 6, 0}));
+         auto written = s.data;
+         written.at({5, 4, 7, 0}) = 4711, written.at({}) = 4712, written.at(kLast) = 4713;
+         Testing::forEachIndex(written.box(), [&](Index const& p) {
+             float const actual = s.bricks->brickAt(p)->at(p);
+             bool const isRight = actual == written.at(p) || (!completed && actual == s.data.at(p));
+             EXPECT_TRUE(isRight) << p << " holds " << actual;
+             return isRight;
+         });
      },
-     [](Scene& s) { s.view.init(converted(s.proxied(cached(s.makeBricks())))); }},
+     [](Scene& s) {
+         auto bricks = s.makeBricks();
+         s.bricks = bricks.get();
+         s.view.init(converted(s.proxied(cached(std::move(bricks)))));
+     }},
 };
 
 TEST(Filters, SurviveEveryFailure) {
     Testing::failInEach(kScenarios);
+}
+
+TEST(ValueConvertFilter, KeepsALoanOrEmptiesItWhereItFails) {
+    Scene s;
+    s.lay(converted);
+    BufferHandle handle;
+    auto const ask = [&](AdtEnums::Access access) { s.chain->getBuffer({}, access, handle); };
+    auto const failing = [](int call, auto act) {
+        Testing::ArmedFailure const armed(Testing::CallFailure::plan(), call, Testing::Failing::kOnce);
+        act();
+    };
+    ask(AdtEnums::ReadWrite);
+    *static_cast<float*>(handle.buffer()) = 7;
+    EXPECT_THROW(failing(0, [&] { s.chain->dispose(/*flag=*/true); }), Testing::CallOutError);
+    EXPECT_THROW(failing(0, [&] { ask(AdtEnums::Read); }), Testing::CallOutError);
+    EXPECT_EQ(*static_cast<float*>(handle.buffer()), 7) << "still lent";
+    EXPECT_THROW(failing(1, [&] { ask(AdtEnums::Read); }), Testing::CallOutError);
+    EXPECT_TRUE(handle.isNull() && handle.sampleCount() == 0 && handle.owner() != nullptr);
+    EXPECT_EQ(s.bricks->brickAt({})->at({}), 7);
+    ask(AdtEnums::ReadWrite);
+    *static_cast<float*>(handle.buffer()) = 8;
+    failing(0, [&] { handle.reset(/*releaseOwner=*/true); });
+    EXPECT_EQ(s.bricks->brickAt({})->at({}), 7) << "nobody could be told";
 }
 
 }  // namespace

@@ -138,11 +138,13 @@ TEST(SubsetFilters, RelabelABlockLiterally) {
             Range4{{row.min, 0, 0, 0}, {row.max, 1, 1, 1}}, {row.stride, 0, 0, 0}, row.offset};
         EXPECT_EQ(handle.info(), expected) << row.name;
     }
-    BufferHandle::ArrayInfo const volume{Range4{{0, 0, 0, 0}, {1000, 1, 1, 1}}, {6'000'000, 0, 0, 0}, 0};
+    BufferHandle::ArrayInfo volume{Range4{{0, 0, 0, 0}, {1000, 1, 1, 1}}, {6'000'000, 0, 0, 0}, 0};
     auto const farAway = Range4{{400, 0, 0, 0}, {500, 1, 1, 1}};
     EXPECT_THROW(lentThrough<SubsetRangeFilter>(farAway, volume), std::length_error);
     EXPECT_THROW(lentThrough<SubsetExtentFilter>(extentOf({0, 400, 2}), volume), std::length_error);
-    EXPECT_EQ(lentThrough<SubsetExtentFilter>(extentOf({1, 400, 1}), volume).info().offset, 6'000'000)
+    EXPECT_THROW(lentThrough<SubsetExtentFilter>(extentOf({999, -400, 2}), volume), std::length_error);
+    volume.range = {{300, 0, 0, 0}, {500, 1, 1, 1}};
+    EXPECT_EQ(lentThrough<SubsetExtentFilter>(extentOf({0, 400, 3}), volume).info().offset, 600'000'000)
         << "the step of a single index reaches nowhere";
 }
 
