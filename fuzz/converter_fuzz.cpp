@@ -78,11 +78,13 @@ struct Walk {
     int size;
 };
 
+/// Some of them from the input, which has to last for further rounds; the others count up.
 Bytes anyBytes(Input& input, std::size_t count) {
     Bytes bytes(count);
+    int given = std::max(input.between(-40, 40), 0);
     unsigned char filler = input.take<unsigned char>();
     for (unsigned char& byte : bytes) {
-        byte = input.isEmpty() ? filler++ : input.take<unsigned char>();
+        byte = given-- > 0 ? input.take<unsigned char>() : filler++;
     }
     return bytes;
 }
@@ -150,10 +152,12 @@ void checkBits(Input& input) {
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     using namespace Quorvel::Dravik::Adt::Fuzz;
     Input input(data, size);
-    if (input.flag()) {
-        checkRuns(input);
-    } else {
-        checkBits(input);
+    for (int rounds = 0; rounds < 60 && (rounds == 0 || !input.isEmpty()); ++rounds) {
+        if (input.flag()) {
+            checkRuns(input);
+        } else {
+            checkBits(input);
+        }
     }
     return 0;
 }

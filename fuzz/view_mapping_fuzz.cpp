@@ -89,7 +89,8 @@ void checkMappings(Extent const& seen, Extent const& wanted, Input& input) {
     require(seen.count > 0 || (inTarget.isEmpty() && inView.isEmpty()), "indices of nothing", seen, inTarget, inView);
     for (int round = 0; round < 4; ++round) {
         if (!inTarget.isEmpty()) {
-            Wide const target = indexAt(inTarget, atSomePlace(input, inTarget.count));
+            // Steps that leave int wrap, and so do the indices that they lead to.
+            Wide const target = static_cast<int>(indexAt(inTarget, atSomePlace(input, inTarget.count)));
             auto const place = placeOf(seen, target);
             require(place && placeOf(wanted, *place), "a target index out of nowhere", seen, wanted, inTarget);
         }
@@ -100,7 +101,8 @@ void checkMappings(Extent const& seen, Extent const& wanted, Input& input) {
         }
         if (!wanted.isEmpty()) {
             Wide const index = indexAt(wanted, atSomePlace(input, wanted.count));
-            bool const isInView = index >= 0 && index < seen.count;
+            bool const isInView = index >= 0 && index < seen.count &&
+                                  (inTarget.count < 2 || isInt(indexAt(inTarget, inTarget.count - 1)));
             require(!isInView || placeOf(inTarget, indexAt(seen, index)), "lost in the target", seen, wanted, inTarget);
             auto const place = placeOf(seen, index);
             // Of a common step that leaves int one index is kept.
