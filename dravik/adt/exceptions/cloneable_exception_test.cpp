@@ -1,5 +1,6 @@
 #include "dravik/adt/exceptions/cloneable_exception.h"
 
+#include "dravik/adt/exceptions/access_violation_exception.h"
 #include "dravik/adt/exceptions/cloned_str_exception.h"
 #include "dravik/adt/exceptions/memory_exception.h"
 #include "dravik/adt/exceptions/nested_exception.h"
@@ -7,15 +8,20 @@
 #include "dravik/adt/exceptions/not_supported_exception.h"
 #include "dravik/adt/exceptions/object_disposed_exception.h"
 #include "dravik/adt/exceptions/plain_exception.h"
+#include "dravik/adt/exceptions/system_error.h"
 #include "dravik/adt/exceptions/unknown_exception.h"
+#include "dravik/adt/testing/failure_loop.h"
+#include "dravik/adt/testing/fault_situations.h"
 
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <array>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
 namespace {
@@ -29,12 +35,11 @@ static_assert(std::is_copy_assignable_v<NotSupportedException> && !std::is_copy_
 static_assert(std::is_nothrow_copy_constructible_v<PlainException>);
 static_assert(!std::is_base_of_v<std::runtime_error, PlainException>);
 
-class Nested : public NestedException {
-  public:
-    Nested() = default;
-    template <class... Inner>
-    explicit Nested(std::string const& outerMsg, Inner const&... inner) : NestedException(outerMsg, inner...) {}
-
+struct Nested : NestedException {
+    template <class... Arguments>
+    explicit Nested(Arguments const&... arguments) : NestedException(arguments...) {}
+    Nested(Nested const&) = default;
+    Nested& operator=(Nested const&) = default;
     ConstPtr clone() const override { return boost::make_shared<Nested>(*this); }
     [[noreturn]] void throwClone() const override { throw Nested(*this); }
 };
@@ -52,20 +57,23 @@ ConstPtr captured(Thrown const& thrown) {
     }
 }
 
-TEST(CloneableExceptions, AreTakenByTheFirstKindThatFitsAndThrownAgainWhole) {
-    struct Row {
-        ConstPtr exception;
-        std::type_info const& type;
-        char const* message;
-        std::type_info const* source = nullptr;
-    };
-    char text[] = "text";
+/// What a thrown exception becomes when it is captured.
+struct Kind {
+    ConstPtr exception;
+    std::type_info const& type;
+    char const* message;
+    std::type_info const* source = nullptr;
+};
+
+std::vector<Kind> everyKind() {
+    static char text[] = "text";
     std::bad_alloc const noMemory;
-    Row const rows[] = {
+    return {
         {captured(NotImplementedException("T")), typeid(NotImplementedException), "Not implemented: T"},
         {captured(NotSupportedException("T")), typeid(NotSupportedException), "Unsupported: T"},
         {captured(NotSupportedException("W", "T")), typeid(NotSupportedException), "[W] Unsupported: T"},
         {captured(ObjectDisposedException("T")), typeid(ObjectDisposedException), "Use of disposed object: T"},
+        {captured(SystemError(2)), typeid(SystemError), "[SystemError] No such file or directory"},
         {captured(Nested("A", ClonedStrException("B"))), typeid(Nested), "A: B"},
         {captured(MemoryException(noMemory, "C", 3000000)), typeid(MemoryException),
          "Failed to allocate 3 MiB memory: std::bad_alloc exception in C", &typeid(std::bad_alloc)},
@@ -84,7 +92,10 @@ TEST(CloneableExceptions, AreTakenByTheFirstKindThatFitsAndThrownAgainWhole) {
          "Quorvel::Dravik::Adt::Exceptions::PlainException: Why.", &typeid(PlainException)},
         {captured(42), typeid(UnknownException), "Caught exception of unknown type.", &typeid(void)},
     };
-    for (Row const& row : rows) {
+}
+
+TEST(CloneableExceptions, AreTakenByTheFirstKindThatFitsAndThrownAgainWhole) {
+    for (Kind const& row : everyKind()) {
         SCOPED_TRACE(row.type.name());
         ASSERT_TRUE(row.exception);
         auto const* const cloned = dynamic_cast<ClonedException const*>(row.exception.get());
@@ -196,6 +207,57 @@ TEST(NestedException, CopiesChangeApartAndShareTheirInnerException) {
     EXPECT_EQ(source.msg(), "A: B");
     copy.setInnerException(ConstPtr());
     EXPECT_EQ(copy.msg(), "X");
+}
+
+/// Runs what returns 1.
+void run(int (*fn)(void*)) {
+    ConstPtr failure;
+    int const result = ClonedException::runAndCatchException(fn, nullptr, &failure);
+    EXPECT_NE(result == 1, failure != nullptr);
+}
+
+struct Scene {
+    Nested nested{"a text of more than fifteen characters", std::runtime_error("T")};
+};
+
+constexpr Testing::FailureScenario<Scene> kScenarios[] = {
+    {"capturing, cloning and throwing each kind", Testing::Fails::kBoth,
+     [](Scene&) {
+         for (Kind const& kind : everyKind()) {
+             Testing::refused<ICloneableException>([&] { kind.exception->clone()->throwClone(); });
+         }
+     }},
+    {"capturing what becomes of a call", Testing::Fails::kBoth,
+     [](Scene&) { run([](void*) { return Testing::callOut("fn"), int(std::vector<char>(1).size()); }); }},
+    {"capturing a fault", Testing::Fails::kAllocations,
+     [](Scene&) { run([](void*) { return Testing::readNull(), 1; }); }},
+    {"filtering faults", Testing::Fails::kAllocations,
+     [](Scene&) {
+         for (std::uint32_t const code : {0xC0000005, 0xC00000FD}) {
+             EXCEPTION_RECORD const record{.code = code, .address = reinterpret_cast<void const*>(&run)};
+             EXCEPTION_POINTERS pointers{&record};
+             ConstPtr clone;
+             SystemException::sehFilterException(code, &pointers, &clone);
+             Testing::refused<SystemException>([&] { clone->clone()->throwClone(); });
+         }
+     }},
+    {"changing a nested exception", Testing::Fails::kAllocations,
+     [](Scene& s) {
+         s.nested.setOuterMsg("another text of more than fifteen characters");
+         s.nested.setInnerException(std::logic_error("T"));
+         s.nested = Nested(std::string(100, 'x'), s.nested);
+     },
+     [](Scene& s, bool) { EXPECT_EQ(s.nested.msg(), s.nested.outerMsg() + ": " + s.nested.innerException()->msg()); }},
+};
+
+TEST(Exceptions, SurviveEveryFailure) {
+    Testing::failUntilMade("registering a handler", [] {
+        ClonedException::registerExceptionHandler([large = std::array<char, 100>()] {
+            Testing::callOut("handler");
+            return large[0] == 0 ? ConstPtr() : UnknownException().clone();
+        });
+    });
+    Testing::failInEach(kScenarios);
 }
 
 }  // namespace
