@@ -88,24 +88,20 @@ std::string threadState() {
     return text.str();
 }
 
-void expectFault(FaultSituation const& situation) {
-    SCOPED_TRACE(situation.name);
-    std::string const before = threadState();
-    auto const fault =
-        runGuarded([](void* run) { reinterpret_cast<void (*)()>(run)(); }, reinterpret_cast<void*>(situation.run));
-    EXPECT_EQ(threadState(), before);
-    ASSERT_TRUE(fault);
-    EXPECT_EQ(fault->kind, situation.kind);
-    if (situation.kind == FaultKind::accessViolation) {
-        EXPECT_EQ(fault->access, situation.access);
-        EXPECT_TRUE(situation.address == FaultSituation::kAnyAddress || fault->address == situation.address);
-        EXPECT_EQ(fault->instruction == fault->address, situation.access == FaultAccess::execute);
-    }
-}
-
 void expectAllFaults() {
     for (FaultSituation const& situation : Testing::faultSituations()) {
-        expectFault(situation);
+        SCOPED_TRACE(situation.name);
+        std::string const before = threadState();
+        auto const fault =
+            runGuarded([](void* run) { reinterpret_cast<void (*)()>(run)(); }, reinterpret_cast<void*>(situation.run));
+        EXPECT_EQ(threadState(), before);
+        ASSERT_TRUE(fault);
+        EXPECT_EQ(fault->kind, situation.kind);
+        if (situation.kind == FaultKind::accessViolation) {
+            EXPECT_EQ(fault->access, situation.access);
+            EXPECT_TRUE(situation.address == FaultSituation::kAnyAddress || fault->address == situation.address);
+            EXPECT_EQ(fault->instruction == fault->address, situation.access == FaultAccess::execute);
+        }
     }
 }
 
@@ -114,22 +110,24 @@ struct RunsAtTheEnd {
     ~RunsAtTheEnd() { body(); }
 };
 
+template <class Handler>
+struct sigaction actionOf(Handler handler, int flags, int blocked = SIGUSR2) {
+    struct sigaction action = {};
+    if constexpr (std::is_convertible_v<Handler, FaultSignals::Handler>) {
+        action.sa_sigaction = handler;
+        flags |= SA_SIGINFO;
+    } else {
+        action.sa_handler = handler;
+    }
+    action.sa_flags = flags;
+    sigaddset(&action.sa_mask, blocked);
+    return action;
+}
+
 /// Installs a disposition for one test.
 class HostAction {
   public:
-    template <class Handler>
-    HostAction(int signal, Handler handler, unsigned flags, int blocked = SIGUSR2) : signal_(signal) {
-        struct sigaction action = {};
-        if constexpr (std::is_same_v<Handler, FaultSignals::Handler>) {
-            action.sa_sigaction = handler;
-            flags |= SA_SIGINFO;
-        } else {
-            action.sa_handler = handler;
-        }
-        action.sa_flags = static_cast<int>(flags);
-        sigaddset(&action.sa_mask, blocked);
-        sigaction(signal_, &action, &before_);
-    }
+    HostAction(int signal, struct sigaction const& action) : signal_(signal) { sigaction(signal_, &action, &before_); }
     ~HostAction() { sigaction(signal_, &before_, nullptr); }
 
   private:
@@ -259,8 +257,7 @@ TEST(FaultGuard, UsesTheHostsAlternateStackWhereItIsLargeEnough) {
 TEST(FaultGuard, LeavesAnAlternateStackThatIsInUseOrNew) {
     {
         HostStack const host(40 << 10);
-        HostAction const action(
-            SIGUSR2, +[](int) { EXPECT_TRUE(guarded(readNull)); }, SA_ONSTACK);
+        HostAction const action(SIGUSR2, actionOf([](int) { EXPECT_TRUE(guarded(readNull)); }, SA_ONSTACK));
         std::raise(SIGUSR2);
         EXPECT_TRUE(host.isInstalled());
     }
@@ -325,8 +322,9 @@ TEST(FaultGuard, ServesManyThreadsAtOnce) {
 // What follows is about the host's own handlers.
 
 struct HandlerLog {
-    int calls, signal, code;
-    bool hasInfo, isUserSignalBlocked, isOwnSignalBlocked;
+    int calls = 0, signal = 0, code = 0;
+    bool hasInfo = false, isUserSignalBlocked = false, isOwnSignalBlocked = false;
+    friend bool operator==(HandlerLog const&, HandlerLog const&) = default;
 };
 HandlerLog handlerLog;
 
@@ -334,6 +332,10 @@ void note(int signal, siginfo_t* info, void*) {
     bool const hasInfo = info != nullptr && info->si_signo == signal;
     int const code = hasInfo ? info->si_code : 0;
     handlerLog = {handlerLog.calls + 1, signal, code, hasInfo, isBlocked(SIGUSR2), isBlocked(signal)};
+}
+void noteTwice(int signal, siginfo_t* info, void* context) {
+    note(signal, info, context);
+    note(signal, info, context);
 }
 void notePlainly(int signal) {
     note(signal, nullptr, nullptr);
@@ -346,41 +348,37 @@ void escapeByJump(int) {
 
 TEST(HostHandlers, GetSentSignalsInTheirOwnStyle) {
     for (int const signal : kFaultSignals) {
-        SCOPED_TRACE(signal);
-        {
-            HostAction const host(signal, note, SA_RESTART);
+        struct Row {
+            char const* name;
+            struct sigaction action;
+            HandlerLog log;
+            bool restarts;  ///< system calls that the signal interrupts
+        };
+        Row const rows[] = {
+            {"WithInfo", actionOf(note, SA_RESTART), {1, signal, SI_TKILL, true, true, true}, true},
+            {"OtherFlags", actionOf(note, SA_RESTART | SA_NODEFER), {1, signal, SI_TKILL, true, true, false}, true},
+            {"OtherMask", actionOf(note, SA_RESTART, SIGUSR1), {1, signal, SI_TKILL, true, false, true}, true},
+            {"OtherHandler", actionOf(noteTwice, SA_RESTART), {2, signal, SI_TKILL, true, true, true}, true},
+            {"ForOneTime", actionOf(notePlainly, SA_NODEFER | SA_RESETHAND), {1, signal, 0, false, true, false}, false},
+            {"Ignored", actionOf(SIG_IGN, 0), {}, true},
+        };
+        for (Row const& row : rows) {
+            SCOPED_TRACE(testing::Message() << row.name << signal);
+            HostAction const host(signal, row.action);
             handlerLog = {};
-            EXPECT_FALSE(guarded([signal] {
-                EXPECT_TRUE((currentAction(signal).sa_flags & SA_RESTART) != 0) << "system calls are interrupted";
+            EXPECT_FALSE(guarded([&] {
+                EXPECT_EQ((currentAction(signal).sa_flags & SA_RESTART) != 0, row.restarts);
                 std::raise(signal);
             }));
-            EXPECT_EQ(handlerLog.calls, 1);
-            EXPECT_EQ(handlerLog.signal, signal);
-            EXPECT_TRUE(handlerLog.hasInfo && handlerLog.isUserSignalBlocked && handlerLog.isOwnSignalBlocked);
-            HostAction const withAnotherMask(signal, note, SA_RESTART, SIGUSR1);
-            EXPECT_FALSE(guarded([signal] { std::raise(signal); }));
-            EXPECT_FALSE(handlerLog.isUserSignalBlocked);
-            auto const noteTwice = [](int number, siginfo_t* info, void* context) {
-                note(number, info, context);
-                note(number, info, context);
-            };
-            HostAction const another(signal, +noteTwice, SA_RESTART, SIGUSR1);
-            EXPECT_FALSE(guarded([signal] { std::raise(signal); }));
-            EXPECT_EQ(handlerLog.calls, 1 + 1 + 2);
+            EXPECT_TRUE(handlerLog == row.log);
+            bool const isUsedUp = (row.action.sa_flags & static_cast<int>(SA_RESETHAND)) != 0;
+            EXPECT_EQ(currentAction(signal).sa_handler, isUsedUp ? SIG_DFL : row.action.sa_handler);
         }
-        HostAction const host(signal, notePlainly, SA_NODEFER | SA_RESETHAND);
-        handlerLog = {};
-        EXPECT_FALSE(guarded([signal] { std::raise(signal); }));
-        EXPECT_EQ(handlerLog.calls, 1);
-        EXPECT_FALSE(handlerLog.isOwnSignalBlocked);
-        EXPECT_TRUE(currentAction(signal).sa_handler == SIG_DFL) << "a handler for one time stands for a second one";
-        HostAction const nobody(signal, SIG_IGN, 0);
-        EXPECT_FALSE(guarded([signal] { std::raise(signal); }));
     }
 }
 
 TEST(HostHandlers, GetMemoryErrorsOfTheMachine) {
-    HostAction const host(SIGBUS, note, 0);
+    HostAction const host(SIGBUS, actionOf(note, 0));
     for (int const code : {BUS_MCEERR_AR, BUS_MCEERR_AO}) {
         handlerLog = {};
         siginfo_t info = {};
@@ -392,7 +390,7 @@ TEST(HostHandlers, GetMemoryErrorsOfTheMachine) {
 }
 
 TEST(HostHandlers, DoNotSeeFaultsOfAGuardedThreadButThoseOfOthers) {
-    HostAction const host(SIGSEGV, escapeByJump, SA_NODEFER);
+    HostAction const host(SIGSEGV, actionOf(escapeByJump, SA_NODEFER));
     guarded([] {
         expectAllFaults();
         onThread([] {
@@ -425,13 +423,13 @@ TEST(HostHandlersDeathTest, DefaultsEndTheProcessAsWithoutUs) {
     EXPECT_EXIT(unguardedFault(), testing::KilledBySignal(SIGSEGV), "");
     EXPECT_EXIT(guarded([] { std::raise(SIGBUS); }), testing::KilledBySignal(SIGBUS), "");
     auto const ignoredFault = [&] {
-        HostAction const host(SIGSEGV, SIG_IGN, 0);
+        HostAction const host(SIGSEGV, actionOf(SIG_IGN, 0));
         unguardedFault();
     };
     EXPECT_EXIT(ignoredFault(), testing::KilledBySignal(SIGSEGV), "");
     auto const circle = [] {  // between ours and one that has saved ours
         guarded([] { beneath = currentAction(SIGSEGV); });
-        HostAction const host(SIGSEGV, passAlong, 0, SIGUSR1);
+        HostAction const host(SIGSEGV, actionOf(passAlong, 0, SIGUSR1));
         guarded([] { std::raise(SIGSEGV); });
     };
     EXPECT_EXIT(circle(), testing::KilledBySignal(SIGSEGV), "");
@@ -461,7 +459,7 @@ void uncoverOurs() {
 }
 
 TEST(HostHandlers, MayCoverOursAndCallItForEver) {
-    HostAction const host(SIGSEGV, note, 0);
+    HostAction const host(SIGSEGV, actionOf(note, 0));
     for (int round = 0; round < 20; ++round) {
         coverOurs(round % 2 == 0 ? SA_RESTART : 0);
         passed = 0;
@@ -479,7 +477,7 @@ TEST(HostHandlers, MayCoverOursAndCallItForEver) {
 }
 
 TEST(HostHandlers, AreReachedBelowAnyNumberOfCovers) {
-    HostAction const host(SIGSEGV, note, 0);
+    HostAction const host(SIGSEGV, actionOf(note, 0));
     for (int covers = 1; covers < 12; ++covers) {
         covers < 7 ? coverOurs(0) : uncoverOurs();
         passed = 0;
@@ -492,7 +490,7 @@ TEST(HostHandlers, AreReachedBelowAnyNumberOfCovers) {
 }
 
 TEST(HostHandlers, StillGetSignalsThatFindOurHandlerTooLate) {
-    HostAction const host(SIGSEGV, notePlainly, 0);
+    HostAction const host(SIGSEGV, actionOf(notePlainly, 0));
     struct sigaction ours = {};
     guarded([&ours] {
         ours = currentAction(SIGSEGV);
@@ -500,7 +498,7 @@ TEST(HostHandlers, StillGetSignalsThatFindOurHandlerTooLate) {
         ours.sa_sigaction(SIGSEGV, nullptr, nullptr);
         EXPECT_EQ(handlerLog.calls, 1) << "nobody tells where it came from";
     });
-    HostAction const laterHost(SIGSEGV, note, 0);
+    HostAction const laterHost(SIGSEGV, actionOf(note, 0));
     siginfo_t info = {};
     info.si_signo = SIGSEGV;
     info.si_code = SI_QUEUE;
