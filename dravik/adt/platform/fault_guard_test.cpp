@@ -111,7 +111,7 @@ struct RunsAtTheEnd {
 };
 
 template <class Handler>
-struct sigaction actionOf(Handler handler, int flags, int blocked = SIGUSR2) {
+struct sigaction actionOf(Handler handler, unsigned flags, int blocked = SIGUSR2) {
     struct sigaction action = {};
     if constexpr (std::is_convertible_v<Handler, FaultSignals::Handler>) {
         action.sa_sigaction = handler;
@@ -119,7 +119,7 @@ struct sigaction actionOf(Handler handler, int flags, int blocked = SIGUSR2) {
     } else {
         action.sa_handler = handler;
     }
-    action.sa_flags = flags;
+    action.sa_flags = static_cast<int>(flags);
     sigaddset(&action.sa_mask, blocked);
     return action;
 }
