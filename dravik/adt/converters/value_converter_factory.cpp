@@ -77,7 +77,7 @@ ConverterPtr makeFrom(
     ScaleOffset const& transform) {
     auto const from = sampleTypeNamed(in, Detail::SampleTypes());
     auto const to = sampleTypeNamed(out, Detail::SampleTypes());
-    ConverterPtr const converter = from && to ? table(*from, *to)(transform) : ConverterPtr();
+    ConverterPtr converter = from && to ? table(*from, *to)(transform) : ConverterPtr();
     if (!converter) {
         throw Exceptions::NotImplementedException(
             std::string("ValueConverterFactory: Missing ") + kind + " conversion from '" +
