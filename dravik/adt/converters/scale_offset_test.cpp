@@ -77,7 +77,9 @@ TEST(ScaleOffset, RangeTransformMapsEndsToEnds) {
     }
     for (double const end : {3.0, 3 + 1e-8}) {
         EXPECT_THAT(
-            [&] { ScaleOffset::getRangeTransform(Range(3, end), Range(0, 1)); },
+            [&] {
+                ScaleOffset::getRangeTransform(Range{3, end}, {0, 1});
+            },
             ThrowsMessage<std::invalid_argument>(
                 "[ScaleOffset::getRangeTransform] Source value range is empty (and target range is not)"));
     }
