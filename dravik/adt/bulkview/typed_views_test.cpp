@@ -35,11 +35,11 @@ static_assert(std::ranges::input_range<TypedViewBox<2, char>>);
 static_assert(!std::is_convertible_v<Typed2dRoView<float>*, IBufferAccessor::IClient*>, "not part of the public face");
 static_assert(View3::ndims() == 3);
 
-// A view over bricks of (2,2,4,1) of ascending numbers on (4,5,6).
+// A view over bricks of (2,2,8,1) of ascending numbers on (4,5,16).
 struct OverBricks {
     explicit OverBricks(Testing::BrickOptions options = {}) {
         std::iota(data.samples().begin(), data.samples().end(), 0.0f);
-        options.brickSize = {2, 2, 4, 1};
+        options.brickSize = {2, 2, 8, 1};
         auto accessor = std::make_unique<Testing::BrickAccessor<float>>(data, options);
         bricks = accessor.get();
         view.init(std::move(accessor));
@@ -53,7 +53,7 @@ struct OverBricks {
         return bricks->requests() - before;
     }
 
-    Testing::PlainArray<float> data{{4, 5, 6, 1}};
+    Testing::PlainArray<float> data{{4, 5, 16, 1}};
     Testing::BrickAccessor<float>* bricks;
     View3 view;
 };
@@ -94,9 +94,9 @@ TEST(TypedViews, NeedAnAccessorForAllButTheEmptyTrace) {
 TEST(TypedViews, CheckTheBoundsOfWhatTheBlockDoesNotHold) {
     OverBricks over;
     for (Index3 const& index :
-         {Index3(4, 0, 0), Index3(-1, 0, 0), Index3(0, 5, 0), Index3(3, 4, 6), Index3(0, 0, INT_MIN)}) {
+         {Index3(4, 0, 0), Index3(-1, 0, 0), Index3(0, 5, 0), Index3(3, 4, 16), Index3(0, 0, INT_MIN)}) {
         std::ostringstream tail;
-        tail << " value outside the view: " << index << " bounds: (4,5,6)";
+        tail << " value outside the view: " << index << " bounds: (4,5,16)";
         std::string const head = "[Adt::BulkView] Index out of bounds. Attempt to ";
         EXPECT_THAT([&] { over.view.get(index); }, ThrowsMessage<ViewBoundsException>(head + "access" + tail.str()));
         EXPECT_THAT([&] { over.view.set(index, 1); }, ThrowsMessage<ViewBoundsException>(head + "set" + tail.str()));
@@ -260,18 +260,25 @@ TEST(TypedViews, LetGoOfTheBlockBeforeTheChainThatLentIt) {
         {"destruction", [](auto& view, auto&) { view.reset(); }},
         {"release", [](auto&, auto& client) { EXPECT_EQ(client.releaseAccessor(), nullptr); }},
     };
+    struct LockedOwner : Testing::CallingOwner {
+        LockedOwner(std::vector<std::string>& itsLog) : CallingOwner([&] { log.emplace_back("owner"); }), log(itsLog) {
+            enableLocking();
+        }
+        void lock() override { log.emplace_back("lock"); }
+        std::vector<std::string>& log;
+    };
     for (Row const& row : kRows) {
-        std::vector<std::string> ended;
+        std::vector<std::string> log;
         auto chain = std::make_unique<LendingAccessor>(Index4(2, 2, 1, 1), [&](auto, auto access, auto& handle) {
-            handle.setOwner(new Testing::CallingOwner([&] { ended.emplace_back("owner"); }));
             handle.update(nullptr, {{{}, {2, 2, 1, 1}}, {}, 0}, access);
+            handle.setOwner(new LockedOwner(log));
         });
-        chain->atEnd = [&] { ended.emplace_back("chain"); };
+        chain->atEnd = [&] { log.emplace_back("chain"); };
         auto& lender = *chain;
         auto view = std::make_unique<View>(std::move(chain));
         view->get(0, 0);
         row.end(view, *lender.client());
-        EXPECT_THAT(ended, ElementsAre("owner", "chain")) << row.name;
+        EXPECT_THAT(log, ElementsAre("lock", "owner", "chain")) << row.name;
     }
 }
 
@@ -331,17 +338,17 @@ TEST(TypedViewTrace, EqualsThePlainArrayAsFarAsItGoes) {
     for (auto const& layout : layouts) {
         OverBricks over(layout);
         for (auto const read : {&View3::prototypeGetKTrace, &View3::prototypeGetFloatKTrace}) {
-            for (int first = 0; first < 6; ++first) {
-                for (int count = -1; count <= 7 - first; ++count) {
-                    std::vector<float> out(8, -1), expected(8, -1);
-                    for (int k = 0; k < count && first + k < 6; ++k) {
+            for (int first = 0; first < 16; ++first) {
+                for (int count = -1; count <= 17 - first; ++count) {
+                    std::vector<float> out(18, -1), expected(18, -1);
+                    for (int k = 0; k < count && first + k < 16; ++k) {
                         expected[static_cast<std::size_t>(k)] = over.expected(3, 2, first + k);
                     }
                     try {
                         (over.view.*read)(3, 2, first, out.data(), count);
-                        EXPECT_LE(first + count, 6);
+                        EXPECT_LE(first + count, 16);
                     } catch (ViewBoundsException const&) {
-                        EXPECT_GT(first + count, 6) << "left the view";
+                        EXPECT_GT(first + count, 16) << "left the view";
                     }
                     EXPECT_EQ(out, expected) << first << " + " << count;
                 }
@@ -351,7 +358,7 @@ TEST(TypedViewTrace, EqualsThePlainArrayAsFarAsItGoes) {
 }
 
 void readBeside(OverBricks& over, Index4 const& p) {
-    over.view.get(p[0], p[1], (p[2] + 4) % 6);
+    over.view.get(p[0], p[1], (p[2] + 8) % 16);
 }
 
 // Whatever happens to the block of the sample that comes next.
@@ -397,8 +404,8 @@ TEST(TypedViewIterator, WalksAnyBoxLastAxisFastest) {
 
 TEST(TypedViewIterator, ReportsWhereItCanNotRead) {
     OverBricks over;
-    auto at = over.view.samples({3, 4, 5}, {1, 1, 3}).begin();
-    EXPECT_EQ(*at, over.expected(3, 4, 5));
+    auto at = over.view.samples({3, 4, 15}, {1, 1, 3}).begin();
+    EXPECT_EQ(*at, over.expected(3, 4, 15));
     EXPECT_THROW(*++at, ViewBoundsException);
     TypedViewIterBase<3, float> none;
     EXPECT_EQ(none, std::default_sentinel);
@@ -426,7 +433,7 @@ float readByIterator(View3& view, Index4 const& p) {
 }
 
 float readByTrace(View3& view, Index4 const& p) {
-    float trace[6];
+    float trace[16];
     view.prototypeGetKTrace(p[0], p[1], 0, trace, p[2] + 1);
     return trace[p[2]];
 }
