@@ -10,22 +10,12 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
-#include <ostream>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::Testing {
 
-/// What operator new gave out and has not got back, in the whole process.
-struct LiveMemory {
-    std::int64_t blockCount = 0;
-    std::int64_t byteSize = 0;
-
-    friend bool operator==(LiveMemory const&, LiveMemory const&) = default;
-    friend std::ostream& operator<<(std::ostream& out, LiveMemory const& memory) {
-        return out << memory.blockCount << " blocks of " << memory.byteSize << " bytes";
-    }
-};
-
-LiveMemory liveMemory() noexcept;
+/// The blocks and the bytes that operator new gave out and has not got back, in the whole process.
+std::pair<std::int64_t, std::int64_t> liveMemory() noexcept;
 
 /// What the calling thread does whenever it gets or gives back memory; nothing while null.
 using MemoryHook = std::function<void()> const*;

@@ -22,8 +22,10 @@ namespace Detail {
 template <class Failure, class MakeScene, class Act, class Check>
 bool failAt(int n, Failing failing, MakeScene& makeScene, Act& act, Check& check) {
     testing::ScopedTrace const trace(
-        __FILE__, __LINE__, testing::Message() << Failure::kName << " " << n << " fails " << nameOf(failing));
-    LiveMemory const before = liveMemory();
+        __FILE__, __LINE__,
+        testing::Message() << Failure::kName << " " << n << " fails"
+                           << (failing == Failing::kOnce ? " once" : " from there on"));
+    auto const before = liveMemory();
     {
         auto scene = makeScene();
         bool completed = false;
@@ -38,7 +40,7 @@ bool failAt(int n, Failing failing, MakeScene& makeScene, Act& act, Check& check
         check(scene, completed);
     }
     EXPECT_TRUE(testing::Test::HasFailure() || liveMemory() == before)
-        << "a leak: " << before << " before, " << liveMemory() << " now";
+        << "a leak: " << liveMemory().first - before.first << " blocks";
     return Failure::plan().happened();
 }
 
@@ -119,7 +121,7 @@ template <class Make>
 void failUntilMade(char const* subject, Make make) {
     bool made = false;
     for (int n = 0; !made && !testing::Test::HasFailure(); ++n) {
-        LiveMemory const before = liveMemory();
+        auto const before = liveMemory();
         try {
             ArmedFailure const armed(AllocationFailure::plan(), n, Failing::kOnce);
             make();

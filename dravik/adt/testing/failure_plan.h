@@ -10,10 +10,6 @@ namespace Quorvel::Dravik::Adt::Testing {
 /// How it goes on after the first failure.
 enum class Failing { kOnce, kFromThereOn };
 
-constexpr char const* nameOf(Failing failing) noexcept {
-    return failing == Failing::kOnce ? "once" : "from there on";
-}
-
 /// Counts events and picks the ones that fail; picks none until it is armed.
 class FailurePlan {
   public:
