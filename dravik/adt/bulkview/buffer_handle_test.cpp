@@ -1,12 +1,12 @@
 #include "dravik/adt/bulkview/buffer_handle.h"
 
+#include "dravik/adt/testing/live_objects.h"
 #include "dravik/adt/testing/random.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <functional>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -26,7 +26,7 @@ static_assert(std::is_same_v<std::underlying_type_t<AdtEnums::Access>, int>);
 using Log = std::vector<std::string>;
 
 // Writes down what happens to it; locks only if told to.
-struct LoggingOwner : BufferHandle::Owner {
+struct LoggingOwner : BufferHandle::Owner, Testing::Counted<Testing::kLoanOwner> {
     LoggingOwner(Log& itsLog, bool locks) : Owner(&itsLog), log(itsLog) {
         if (locks) {
             enableLocking();

@@ -3,6 +3,7 @@
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/testing/brick_accessor.h"
+#include "dravik/adt/testing/counted_storage.h"
 #include "dravik/adt/testing/lending_accessor.h"
 
 #include <gmock/gmock.h>
@@ -153,8 +154,7 @@ TEST(TypedViews, ReadTheNullValueAndAbsorbWritesWithoutMemory) {
         floats.set(2, 2, 1);
         chars.set(2, 2, 1);
     }
-    ArrayRef<4> const unallocated({{}, {3, 4, 1, 1}}, {4, 1, 0, 0}, nullptr, 0, typeid(float), 32);
-    SharedArray<4> const array(unallocated, SharedBuffer(new SharedBuffer::BasicArrayOwner(48)));
+    SharedArray<4> const array = Testing::unallocatedPlane(48);
     Typed2dRwView<float> readFirst(std::make_unique<MemoryAccessor>(array));
     Typed2dRwView<float> wroteFirst(std::make_unique<MemoryAccessor>(array));
     EXPECT_TRUE(std::isnan(readFirst.get(0, 0)));

@@ -1,5 +1,7 @@
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 
+#include "dravik/adt/testing/counted_storage.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,21 +11,17 @@ namespace Quorvel::Dravik::Adt::BulkView::Accessors {
 namespace {
 
 using Position = FixedVector<4, int>;
+using Testing::unallocatedPlane;
 
 SharedArray<2> plane() {
     return SharedArray<2>::Make<float>({{0, 0}, {3, 4}});
 }
 
-// Storage for so many bytes that is there but not allocated.
-SharedArray<4> unallocated(unsigned byteSize) {
-    ArrayRef<4> const array({{}, {3, 4, 1, 1}}, {4, 1, 0, 0}, nullptr, 0, typeid(float), 32);
-    return {array, SharedBuffer(new SharedBuffer::BasicArrayOwner(byteSize))};
-}
-
 TEST(MemoryAccessor, HasTheUpperCornerOfItsArrayAsSizeWhereThereIsStorage) {
     EXPECT_EQ(MemoryAccessor(plane()).getSize(), Position(3, 4, 1, 1));
     EXPECT_EQ(MemoryAccessor(SharedArray<3>::Make<char>({{1, 1, 1}, {3, 4, 5}})).getSize(), Position(3, 4, 5, 1));
-    EXPECT_EQ(MemoryAccessor(unallocated(48)).getSize(), Position(3, 4, 1, 1)) << "storage without memory is enough";
+    EXPECT_EQ(MemoryAccessor(unallocatedPlane(48)).getSize(), Position(3, 4, 1, 1))
+        << "storage without memory is enough";
     MemoryAccessor disposed(plane());
     disposed.dispose(/*flag=*/false);
     EXPECT_EQ(disposed.data().data(), nullptr);
@@ -57,7 +55,7 @@ TEST(MemoryAccessor, LendsAllOfItForReadingOrForBothAndLeavesTheOwner) {
 }
 
 TEST(MemoryAccessor, AllocatesForWritersOnlyAndOnce) {
-    MemoryAccessor accessor(unallocated(48));
+    MemoryAccessor accessor(unallocatedPlane(48));
     auto const clone = accessor.createClone();
     BufferHandle reader, writer, other;
     accessor.getBuffer({}, AdtEnums::Read, reader);
@@ -69,9 +67,9 @@ TEST(MemoryAccessor, AllocatesForWritersOnlyAndOnce) {
     accessor.getBuffer({}, AdtEnums::Read, reader);
     EXPECT_TRUE(other.buffer() == writer.buffer() && reader.buffer() == writer.buffer());
 
-    MemoryAccessor(unallocated(47)).getBuffer({}, AdtEnums::ReadWrite, other);
+    MemoryAccessor(unallocatedPlane(47)).getBuffer({}, AdtEnums::ReadWrite, other);
     EXPECT_TRUE(other.isNull() && other.contains(2, 3)) << "storage that is too small";
-    auto backwards = unallocated(48);
+    auto backwards = unallocatedPlane(48);
     backwards.setStrides({-4, 1, 0, 0});
     EXPECT_THROW(MemoryAccessor(backwards).getBuffer({}, AdtEnums::ReadWrite, reader), std::runtime_error);
     EXPECT_TRUE(reader.buffer() == writer.buffer() && reader.access() == AdtEnums::Read) << "the handle as it was";
