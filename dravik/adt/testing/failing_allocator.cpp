@@ -68,7 +68,7 @@ constexpr std::size_t bytes(std::align_val_t alignment) noexcept {
 
 }  // namespace
 
-std::pair<std::int64_t, std::int64_t> liveMemory() noexcept {
+LiveMemory liveMemory() noexcept {
     return {liveBlockCount.load(std::memory_order_relaxed), liveByteSize.load(std::memory_order_relaxed)};
 }
 

@@ -10,12 +10,18 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
-#include <utility>
 
 namespace Quorvel::Dravik::Adt::Testing {
 
-/// The blocks and the bytes that operator new gave out and has not got back, in the whole process.
-std::pair<std::int64_t, std::int64_t> liveMemory() noexcept;
+/// What operator new gave out and has not got back, in the whole process.
+struct LiveMemory {
+    std::int64_t blockCount = 0;
+    std::int64_t byteSize = 0;
+
+    friend bool operator==(LiveMemory const&, LiveMemory const&) = default;
+};
+
+LiveMemory liveMemory() noexcept;
 
 /// What the calling thread does whenever it gets or gives back memory; nothing while null.
 using MemoryHook = std::function<void()> const*;
