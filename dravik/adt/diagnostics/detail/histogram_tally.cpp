@@ -6,6 +6,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <tuple>
 #include <utility>
 
@@ -189,7 +190,7 @@ bool HistogramTally::addMixedBlock(float const* samples) noexcept {
     BlockEnds const ends(counted);
     addBlockInside(counted, summands, ends.lowest, ends.highest);
     int const outsiders = std::popcount(~insiders);
-    bins[static_cast<std::size_t>(binIndex(substitute))] -= outsiders;
+    counts()[binIndex(substitute)] -= static_cast<std::uint64_t>(outsiders);
     inside.count -= static_cast<std::uint32_t>(outsiders);
     return true;
 }
@@ -282,11 +283,7 @@ void HistogramTally::mergeBins(std::uint32_t factor, bool towardsEnd) noexcept {
     for (std::size_t target = 0; target < merged; ++target) {
         std::size_t const begin = target * factor;
         std::size_t const end = std::min<std::size_t>(begin + factor, bins.size());
-        std::int64_t together = 0;
-        for (std::size_t source = begin; source < end; ++source) {
-            together += bins[source];
-        }
-        bins[target] = together;
+        counts()[target] = std::accumulate(counts() + begin, counts() + end, std::uint64_t{0});
     }
     auto const mergedEnd = bins.begin() + static_cast<std::ptrdiff_t>(merged);
     if (towardsEnd) {
