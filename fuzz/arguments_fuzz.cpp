@@ -238,6 +238,8 @@ void checkBoxes(Input& input) {
             static_cast<unsigned>(sum[axis]) == static_cast<unsigned>(a.min[axis]) + static_cast<unsigned>(b.max[axis]),
             "sum", a, b);
     }
+    int const axis = input.anyInt();
+    require(succeeds(0, [&] { static_cast<void>(a.min[axis]); }) == (0 <= axis && axis < 3), "axis", axis);
     auto shared = a;
     shared.intersect(b);
     require(shared.pointCount() == clamped<std::int64_t>(common), "points", a, b, shared);

@@ -10,6 +10,7 @@
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/typed_3d_views.h"
 #include "dravik/adt/converters/value_converter_factory.h"
+#include "dravik/adt/testing/live_objects.h"
 
 #include "input.h"
 #include "protocol/consumer.h"
@@ -114,6 +115,7 @@ class Script {
         kept_.clear();
         keptModels_.clear();
         require(hosts_.living.empty() && ModelOwner::living().empty(), "somebody is left over");
+        require(Testing::liveObjects().empty(), "something is left over", Testing::liveObjects());
     }
 
   private:

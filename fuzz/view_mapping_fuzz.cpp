@@ -1,13 +1,16 @@
 // Views with arbitrary numbers in them, the ends of int included: what they map where, alone, inverted and composed;
-// extents, boxes and arrays converted through them; and filters made of them over blocks with any strides. Against
+// extents, boxes and arrays converted through them; and filters and typed views over blocks with any strides. Against
 // arithmetic in 128 bits: an error with a text, or the address of the very sample.
 
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
 #include "dravik/adt/bulkdef/view/array_view_converter.h"
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
 #include "dravik/adt/bulkdef/view/composite_view_def.h"
+#include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/filter_factory.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
+#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/bulkview/view_exceptions.h"
 #include "dravik/adt/testing/lending_accessor.h"
 #include "dravik/adt/testing/modelled_views.h"
 
@@ -16,8 +19,10 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <optional>
+#include <stdexcept>
 
 namespace Quorvel::Dravik::Adt::Fuzz {
 namespace {
@@ -283,6 +288,45 @@ void checkBlock(IBufferAccessor& filter, ExtentK<4, int> const& subset, ArrayInf
     }
 }
 
+/// Whatever the hints, the blocks and the limits are, a cache shows what its target lends.
+void checkCache(Index const& size, ArrayInfo const& block, Input& input) {
+    auto const cache =
+        BulkView::Filters::CacheFilter::Apply(lender(size, block), input.anyInt(), input.anyInt(), input.anyInt());
+    for (int requests = input.between(0, 5); requests > 0; --requests) {
+        Index asked;
+        for (int axis = 0; axis < 4; ++axis) {
+            asked[axis] = atSomePlace(input, size[axis]);
+        }
+        BufferHandle handle;
+        auto const access = static_cast<AdtEnums::Access>(input.anyInt());
+        cache->getBuffer(asked, access, handle);
+        require(handle.infoSnapshot() == block, "another block", block, handle.infoSnapshot());
+        require(handle.isCompatibleAccess(access), "lent for something else", access);
+    }
+}
+
+/// Reads a view of no memory at any index, and sends it hints about any box.
+void checkView(std::unique_ptr<IBufferAccessor> chain, Input& input) {
+    Index const size = chain->getSize();
+    BulkView::Typed3dRwView<float> view(std::move(chain));
+    for (int accesses = input.between(0, 5); accesses > 0; --accesses) {
+        FixedVector<3, int> const index(input.anyInt(), input.anyInt(), input.anyInt());
+        bool isInside = true;
+        for (int axis = 0; axis < 3; ++axis) {
+            isInside = isInside && 0 <= index[axis] && index[axis] < size[axis];
+        }
+        try {
+            require(std::isnan(view.get(index)), "a sample out of nowhere", index);
+        } catch (BulkView::ViewBoundsException const&) {
+            require(!isInside, "refused an index inside", index, size);
+        } catch (std::length_error const&) {
+            // The block lies too far from its buffer.
+        }
+        succeeds([&] { view.set(index, 1.0f); });
+        view.setPrefetchHint(index, {input.anyInt(), input.anyInt(), input.anyInt()});
+    }
+}
+
 void checkFilters(Input& input) {
     Index size;
     ExtentK<4, int> subset;
@@ -315,6 +359,12 @@ void checkFilters(Input& input) {
         if (OpenEndedRange<4, int>::OfSize(shown).contains(asked)) {
             succeeds([&] { filter->getBuffer(asked, AdtEnums::Read, handle); });
         }
+        if (!OpenEndedRange<4, int>::OfSize(shown).isEmpty()) {
+            checkView(std::move(filter), input);
+        }
+    }
+    if (!OpenEndedRange<4, int>::OfSize(size).isEmpty()) {
+        checkCache(size, block, input);
     }
 }
 
