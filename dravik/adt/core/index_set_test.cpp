@@ -89,6 +89,7 @@ TEST(IndexSet, StoresIntervalsInTheOrderOfTheRules) {
         {"CoveredBox", {}, {box(2, 3), box(0, 10)}, {}, " L 0 (0-10) , \n"},
         {"CutBack", {}, {box(0, 10)}, {box(5, 12)}, " L 0 (0-5) , \n"},
         {"Split", {}, {box(0, 10)}, {box(3, 5)}, " L 1 (0-3) , \n L 1 (5-10) , \n"},
+        {"CutBackInPlace", {}, {box(0, 8), box(9, 11)}, {box(6, 9)}, " L 1 (0-6) , \n L 1 (9-11) , \n"},
         {"Emptied", {}, {box(3, 10)}, {box(3, 10)}, " L 0 (0-0) , \n"},
         {"EmptiedNode", {}, {box(0, 2), box(4, 6)}, {box(0, 6)}, ""},
         {"OneLeft", {}, {box(0, 2), box(4, 6)}, {box(1, 6)}, " L 0 (0-1) , \n"},
