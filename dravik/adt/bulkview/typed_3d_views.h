@@ -94,15 +94,8 @@ void Typed3dRoView<T, Traits>::copyRuns(Index start, int count, T* out) const {
             out = std::copy_n(first, taken, out);
             return;
         }
-        // Four samples per round; the pointer never moves beyond the last sample taken.
-        std::int64_t place = 0;
-        for (; taken >= 4; taken -= 4, place += 4 * stride, out += 4) {
-            out[0] = first[place];
-            out[1] = first[place + stride];
-            out[2] = first[place + 2 * stride];
-            out[3] = first[place + 3 * stride];
-        }
-        for (; taken > 0; --taken, place += stride) {
+        // One at a time: the processor has more of them under way than an unrolled loop.
+        for (std::int64_t place = 0; taken > 0; --taken, place += stride) {
             *out++ = first[place];
         }
     });
