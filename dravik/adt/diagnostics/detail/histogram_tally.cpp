@@ -10,6 +10,10 @@
 #include <tuple>
 #include <utility>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace Quorvel::Dravik::Adt::Detail {
 namespace {
 
@@ -71,13 +75,22 @@ struct BlockEnds {
 using BlockMask = std::uint64_t;
 static_assert(kBlock == 64);
 
+// A bit for each lane, all of whose bits are set or none.
+int bitsOf(Ints lanes) noexcept {
+#if defined(__SSE2__)
+    return _mm_movemask_ps(std::bit_cast<__m128>(lanes));
+#else
+    Ints const bits = lanes & Ints{1, 2, 4, 8};
+    return bits[0] | bits[1] | bits[2] | bits[3];
+#endif
+}
+
 // The samples for which `isTaken`, asked about four at a time, has all bits set.
 template <class Condition>
 BlockMask maskOf(float const* samples, Condition isTaken) noexcept {
     BlockMask mask = 0;
     for (std::size_t at = 0; at < kBlock; at += kLanes) {
-        Ints const bits = isTaken(loaded(samples + at)) & Ints{1, 2, 4, 8};
-        mask |= static_cast<BlockMask>(bits[0] | bits[1] | bits[2] | bits[3]) << at;
+        mask |= static_cast<BlockMask>(bitsOf(isTaken(loaded(samples + at)))) << at;
     }
     return mask;
 }
