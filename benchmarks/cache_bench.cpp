@@ -106,7 +106,9 @@ void sweepOverBoxes(Report& report, int count) {
     });
     contest.enter("look-up", [&] { return serveAll(positions, [&](Position const& p) { return lookUp(index, p); }); });
     contest.run();
-    report.ratio(contest, "look-up", "array that knows the order", {1.25});
+    report.ratio(
+        contest, "look-up", "array that knows the order",
+        {1.25, "about 1.8 ns beside 1.5 ns: the prediction is tested, and then renewed."});
 }
 
 /// Lends every brick with an owner of its own.
