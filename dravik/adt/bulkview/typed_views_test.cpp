@@ -261,7 +261,8 @@ TEST(TypedViews, LetGoOfTheBlockBeforeTheChainThatLentIt) {
         {"release", [](auto&, auto& client) { EXPECT_EQ(client.releaseAccessor(), nullptr); }},
     };
     struct LockedOwner : Testing::CallingOwner {
-        LockedOwner(std::vector<std::string>& itsLog) : CallingOwner([&] { log.emplace_back("owner"); }), log(itsLog) {
+        explicit LockedOwner(std::vector<std::string>& itsLog)
+            : CallingOwner([&itsLog] { itsLog.emplace_back("owner"); }), log(itsLog) {
             enableLocking();
         }
         void lock() override { log.emplace_back("lock"); }
