@@ -4,20 +4,14 @@
 // shows, which samples have arrived, who was told what, and how many references each owner has.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
-#include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
-#include "dravik/adt/bulkview/filters/subset_filter.h"
-#include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/typed_3d_views.h"
-#include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/testing/live_objects.h"
 
 #include "input.h"
+#include "protocol/chains.h"
 #include "protocol/consumer.h"
-#include "protocol/filters.h"
 #include "protocol/view.h"
-
-#include <boost/make_shared.hpp>
 
 #include <cmath>
 #include <cstring>
@@ -32,25 +26,8 @@ namespace Quorvel::Dravik::Adt::Fuzz {
 namespace {
 
 using BulkView::AdtEnums;
-using namespace BulkView::Filters;
-using Converters::ValueConverterFactory;
-using Controller = ProxyFilter::ProxyTargetController;
+using BulkView::Filters::ProxyFilter;
 using View = BulkView::Typed3dRwView<float>;
-
-/// A chain while it is built, in both worlds.
-struct Chain {
-    std::unique_ptr<IBufferAccessor> real;
-    std::unique_ptr<ModelAccessor> model;
-    bool isFloat = false;
-};
-
-/// What can be put in the place of the targets of some proxies, and how.
-struct Exchange {
-    boost::shared_ptr<Controller> controller;
-    ModelProxy::Proxies proxies;
-    Index size;
-    bool isFloat;
-};
 
 struct PairOfViews {
     View real;
@@ -85,12 +62,8 @@ void setSample(void* memory, std::int64_t place, bool isFloat, short value) {
 
 class Script {
   public:
-    explicit Script(Input& input) : input_(input), data_(anySize()) {
-        modelHosts_.real = &hosts_.living;
-        Chain chain = makeHosts();
-        for (int layers = input_.between(0, 4); layers > 0; --layers) {
-            addLayer(chain);
-        }
+    explicit Script(Input& input) : input_(input), chains_(input) {
+        Chain chain = chains_.makeChain();
         Party& first = addParty();
         first.real.chain = std::move(chain.real);
         first.model.chain = std::move(chain.model);
@@ -112,120 +85,12 @@ class Script {
             isChainFirst ? clearHandles(party) : destroyChain(party);
             check();
         }
-        kept_.clear();
-        keptModels_.clear();
+        chains_.letGo();
         require(hosts_.living.empty() && ModelOwner::living().empty(), "somebody is left over");
         require(Testing::liveObjects().empty(), "something is left over", Testing::liveObjects());
     }
 
   private:
-    Index anySize() {
-        int const longest = input_.between(0, 7) == 0 ? 130 : input_.between(1, 6);
-        return {input_.between(1, 4), input_.between(1, 4), longest, input_.between(1, 2)};
-    }
-
-    HostOptions anyOptions() {
-        HostOptions options;
-        auto& bricks = options.bricks;
-        bricks.brickSize = {input_.between(1, 3), input_.between(1, 3), input_.between(1, 4), input_.between(1, 2)};
-        bricks.brickSize[2] = data_.size()[2] == 130 ? input_.between(60, 130) : bricks.brickSize[2];
-        bricks.fastestAxis = input_.between(0, 3);
-        bricks.padding = input_.between(0, 2);
-        bricks.backwards = input_.flag();
-        bricks.grantedForRead = input_.flag() ? AdtEnums::Read : AdtEnums::ReadWrite;
-        bricks.hasMemory = input_.between(0, 7) != 0;
-        bricks.givesOwner = input_.between(0, 3) != 0;
-        bricks.locksOwner = input_.flag();
-        options.leavesOwner = input_.between(0, 7) == 0;
-        bricks.invalidatesEvery = options.leavesOwner || input_.flag() ? 0 : input_.between(2, 4);
-        return options;
-    }
-
-    Chain makeHosts() {
-        short value = input_.take<unsigned char>();
-        for (short& sample : data_.samples()) {
-            sample = value++;
-        }
-        HostOptions const options = anyOptions();
-        auto real = std::make_unique<Host>(hosts_, data_, options);
-        auto model = std::make_unique<ModelHost>(modelHosts_, data_, options);
-        if (!options.canExchange()) {
-            // Their samples stay as long as the host itself, which loans may outlive here.
-            kept_.push_back(std::make_unique<Testing::BrickAccessor<short>>(*real));
-            keptModels_.push_back(model->keepAlive());
-        }
-        return {std::move(real), std::move(model), /*isFloat=*/false};
-    }
-
-    void addLayer(Chain& chain) {
-        switch (input_.between(0, 3)) {
-        case 0:
-            return addSubset(chain);
-        case 1:
-            return addCache(chain);
-        case 2:
-            return addProxy(chain);
-        default:
-            return addConverter(chain);
-        }
-    }
-
-    void addSubset(Chain& chain) {
-        ExtentK<4, int> subset;
-        Index const size = chain.model->size();
-        for (int axis = 0; axis < 4; ++axis) {
-            int const first = input_.between(0, size[axis] - 1);
-            int const step = input_.between(1, 3);
-            bool const isReversed = input_.flag();
-            int const room = isReversed ? first : size[axis] - 1 - first;
-            subset[axis] = {first, isReversed ? -step : step, input_.between(1, room / step + 1)};
-        }
-        cut(chain, subset);
-    }
-
-    static void cut(Chain& chain, ExtentK<4, int> const& subset) {
-        chain.real = SubsetFilter::MakeSubset(std::move(chain.real), subset);
-        chain.model = std::make_unique<ModelSubset>(std::move(chain.model), subset);
-    }
-
-    void addCache(Chain& chain) {
-        Testing::CacheLimits const limits{input_.between(-1, 100), input_.between(-1, 5), input_.between(-1, 5)};
-        chain.real = CacheFilter::Apply(
-            std::move(chain.real), limits.sampleBudget, limits.halfDensityThreshold, limits.fullDensityThreshold);
-        chain.model = ModelCache::apply(std::move(chain.model), limits);
-    }
-
-    void addProxy(Chain& chain) {
-        Exchange const& added = exchanges_.emplace_back(Exchange{
-            boost::make_shared<Controller>(), std::make_shared<std::set<ModelProxy*>>(), chain.model->size(),
-            chain.isFloat});
-        chain.real = ProxyFilter::MakeProxy(std::move(chain.real), added.controller);
-        chain.model = std::make_unique<ModelProxy>(std::move(chain.model), added.proxies);
-    }
-
-    void addConverter(Chain& chain) {
-        auto const& from = chain.isFloat ? typeid(float) : typeid(short);
-        auto const& to = chain.isFloat ? typeid(short) : typeid(float);
-        chain.isFloat = !chain.isFloat;
-        bool const carriesBack = input_.between(0, 7) != 0;
-        chain.real = ValueConvertFilter::Apply(
-            std::move(chain.real), chain.isFloat ? 4 : 2, ValueConverterFactory::getTypeConverter(from, to),
-            carriesBack ? ValueConverterFactory::getTypeConverter(to, from) : nullptr);
-        chain.model = std::make_unique<ModelConverter>(std::move(chain.model), chain.isFloat, carriesBack);
-    }
-
-    /// Bricks that look from above like the target of a proxy.
-    Chain makeTarget(Exchange const& exchange) {
-        Chain chain = makeHosts();
-        ExtentK<4, int> subset;
-        for (int axis = 0; axis < 4; ++axis) {
-            subset[axis] = {0, 1, exchange.size[axis]};
-        }
-        cut(chain, subset);
-        exchange.isFloat ? addConverter(chain) : void();
-        return chain;
-    }
-
     Party& addParty() { return parties_.emplace_back(static_cast<int>(parties_.size()), events_, modelEvents_); }
     Party& anyParty() { return *std::next(parties_.begin(), input_.between(0, static_cast<int>(parties_.size()) - 1)); }
     std::size_t anyHandle() { return static_cast<std::size_t>(input_.between(0, 2)); }
@@ -335,7 +200,7 @@ class Script {
             if (!model.options().canExchange()) {
                 return;
             }
-            Index const position = anyIndex(data_.box());
+            Index const position = anyIndex(chains_.box());
             model.brickAt(position);  // the record of a brick has to be there before the brick goes
             std::shared_ptr<ModelBrick> old;
             if (input_.flag()) {
@@ -406,11 +271,12 @@ class Script {
     }
 
     void swap() {
-        if (exchanges_.empty()) {
+        auto const& exchanges = chains_.exchanges();
+        if (exchanges.empty()) {
             return;
         }
         auto const& exchange =
-            exchanges_[static_cast<std::size_t>(input_.between(0, static_cast<int>(exchanges_.size()) - 1))];
+            exchanges[static_cast<std::size_t>(input_.between(0, static_cast<int>(exchanges.size()) - 1))];
         if (input_.between(0, 7) == 0) {
             return swapForNothing(*exchange.controller, !exchange.proxies->empty());
         }
@@ -418,7 +284,7 @@ class Script {
         for (ModelProxy* const proxy : *exchange.proxies) {
             byHost[proxy->hostNumber()] = proxy;
         }
-        Chain target = makeTarget(exchange);
+        Chain target = chains_.makeTarget(exchange);
         hosts_.disposed.clear();
         exchange.controller->setTarget(std::move(target.real));
         std::vector<std::unique_ptr<ModelAccessor>> targets;
@@ -434,7 +300,7 @@ class Script {
         }
     }
 
-    static void swapForNothing(Controller& controller, bool isHeard) {
+    static void swapForNothing(ProxyFilter::ProxyTargetController& controller, bool isHeard) {
         bool isRefused = false;
         try {
             controller.setTarget(nullptr);
@@ -603,14 +469,11 @@ class Script {
     }
 
     Input& input_;
-    Testing::PlainArray<short> data_;
-    Host::World hosts_;
-    ModelHost::World modelHosts_;
+    Builder chains_;
+    Host::World& hosts_ = chains_.hosts();
+    ModelHost::World& modelHosts_ = chains_.modelHosts();
     std::vector<Event> events_;
     std::vector<Event> modelEvents_;
-    std::vector<std::unique_ptr<IBufferAccessor>> kept_;
-    std::vector<std::shared_ptr<void const>> keptModels_;
-    std::vector<Exchange> exchanges_;
     std::list<Party> parties_;
     std::list<PairOfViews> views_;
 };
