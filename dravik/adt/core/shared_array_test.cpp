@@ -28,15 +28,11 @@ TEST(SharedArray, WidensInTheSameStorage) {
     auto narrow = SharedArray<2>::Make<float>({{2, 0}, {5, 4}}, {4, 1});
     char* const data = narrow.data();
     SharedArray<4> const wide = narrow;
-    EXPECT_EQ(wide.range(), (OpenEndedRange<4, int>{{2, 0, 0, 0}, {5, 4, 1, 1}}));
-    EXPECT_EQ(wide.strides(), (FixedVector<4, int>(4, 1, 0, 0)));
+    EXPECT_EQ(wide, ArrayRef<4>({{2, 0, 0, 0}, {5, 4, 1, 1}}, {4, 1, 0, 0}, data, 0, typeid(float), 32));
     EXPECT_EQ(wide.position({3, 2, 0, 0}), narrow.position({3, 2}));
-    EXPECT_EQ(wide.valueType(), typeid(float));
-    EXPECT_EQ(wide.bitSize(), 32);
     EXPECT_EQ(wide.buffer().getOwner(), narrow.buffer().getOwner());
     narrow = SharedArray<2>();
     EXPECT_EQ(wide.buffer().getBufferNoAlloc(), data) << "the wide one holds the storage as well";
-    EXPECT_EQ(wide.data(), data);
 }
 
 TEST(SharedArray, MakesZerosInTheLayoutAskedFor) {
@@ -72,8 +68,7 @@ TEST(SharedArray, WrapsTheCallersMemory) {
     auto const array = SharedArray<2>::Wrap<int>(samples, {{0, 0}, {3, 4}}, {-4, 1});
     reinterpret_cast<int*>(array.data())[array.position({0, 2})] = 7;
     EXPECT_EQ(samples[10], 7) << "row 0 lies last";
-    EXPECT_FALSE(array.buffer().isReadOnly());
-    EXPECT_FALSE(array.buffer().isShareable());
+    EXPECT_FALSE(array.buffer().isReadOnly() || array.buffer().isShareable());
     EXPECT_EQ(array.buffer().getBufferByteSize(), 48u);
     EXPECT_THROW(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {1, 13}}), std::invalid_argument);
     EXPECT_EQ(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {2, 4}}).position({1, 0}), 4);

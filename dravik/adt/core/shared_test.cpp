@@ -49,18 +49,16 @@ TEST(Shared, CountsFromNothingAndGoesWithTheLastReference) {
 TEST(Shared, MakesReferencesOnlyToWhatIsReferenced) {
     std::string story;
     auto unreferenced = std::make_unique<Probe>(story);
-    EXPECT_EQ(Probe::createFromPointer(nullptr), nullptr);
-    EXPECT_EQ(Probe::tryCreateFromPointer(nullptr), nullptr);
+    EXPECT_FALSE(Probe::createFromPointer(nullptr) || Probe::tryCreateFromPointer(nullptr));
     EXPECT_THROW(Probe::createFromPointer(unreferenced.get()), boost::bad_weak_ptr);
     EXPECT_EQ(Probe::tryCreateFromPointer(unreferenced.get()), nullptr);
     EXPECT_EQ(unreferenced->getReferenceCount(), 0);
     EXPECT_EQ(story, "");
 
     boost::intrusive_ptr<Probe> const held(unreferenced.release());
-    auto const second = Probe::tryCreateFromPointer(held.get());
-    auto const third = Probe::createFromPointer(held.get());
-    EXPECT_EQ(second, held);
-    EXPECT_EQ(third, held);
+    boost::intrusive_ptr<Shared> const more[] = {
+        Probe::tryCreateFromPointer(held.get()), Probe::createFromPointer(held.get())};
+    EXPECT_TRUE(more[0] == held && more[1] == held);
     EXPECT_EQ(held->getReferenceCount(), 3);
 }
 

@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
-#include <thread>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
 namespace {
@@ -118,15 +117,12 @@ struct Chain {
 
 /// Whether another thread can take the locks; one that cannot is beyond help, and so is the program.
 void expectLocksFree(Chain& chain) {
-    std::packaged_task<void()> take([&chain] { chain.takeLocks(); });
-    auto const taken = take.get_future();
-    std::thread thread(std::move(take));
+    auto const taken = std::async(std::launch::async, [&chain] { chain.takeLocks(); });
     if (taken.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
         std::printf("[  FAILED  ] a lock stayed taken after a fault in %s\n", lastCall);
         std::fflush(stdout);
         std::_Exit(EXIT_FAILURE);
     }
-    thread.join();
 }
 
 TEST(Faults, LeaveNoLockTaken) {
