@@ -33,7 +33,6 @@ struct BrickOptions {
     bool locksOwner = false;                     ///< brackets the changes of its loans by the lock of a brick
     std::recursive_mutex* sharedLock = nullptr;  ///< the lock of all bricks, in place of one of each brick
     int invalidatesEvery = 0;  ///< every so many requests the loan is invalid before it arrives; 0: never
-    bool poisons = true;       ///< false: an exchanged brick keeps its samples for whoever still reads them
     bool readsLate = false;    ///< describes the brick before its samples are read, which may fail
 };
 
@@ -136,9 +135,7 @@ class BrickAccessor : public BulkView::IBufferAccessor, Counted<kAccessor> {
     void change(Index const& position, T const& value) {
         auto const old = exchangeBrick(position, &value);
         client_->bufferInvalidated(old.get());
-        if (store_->options.poisons) {
-            old->poison();
-        }
+        old->poison();
     }
 
     /// Asks for the brick's memory back; what the client made of `value`.
