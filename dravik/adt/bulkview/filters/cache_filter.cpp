@@ -71,8 +71,8 @@ void CacheFilter::reserve() {
     // A limit that is never reached asks for no memory.
     constexpr int kMostReserved = 4096;
     int const entries = std::clamp(index_.limits().fullDensityThreshold, 0, kMostReserved);
-    index_.reserve(entries);
     loans_.reserve(static_cast<std::size_t>(entries));
+    index_.reserve(static_cast<int>(loans_.capacity()));
 }
 
 FixedVector<4, int> CacheFilter::getSize() {

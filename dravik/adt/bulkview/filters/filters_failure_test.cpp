@@ -6,7 +6,6 @@
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
-#include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/typed_3d_views.h"
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/failure_loop.h"
@@ -136,12 +135,6 @@ void showBoth(Scene& s, bool) {
     std::thread([&] { Testing::refused<ProxyFilter::Error>([&] { s.controller->setTarget(nullptr); }); }).join();
 }
 
-Accessor inMemory(float first) {
-    auto const array = SharedArray<3>::Make<float>({{}, {6, 5, 11}});
-    std::iota(reinterpret_cast<float*>(array.data()), reinterpret_cast<float*>(array.data()) + 6 * 5 * 11, first);
-    return std::make_unique<Accessors::MemoryAccessor>(array);
-}
-
 // Copies floats.
 struct HostConverter : IValueConverter {
     std::type_info const& getInputType() const override { return typeid(float); }
@@ -214,10 +207,11 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      [](Scene&, bool) {}, layProxy},
     {"exchanging bricks by bricks", Fails::kBoth, [](Scene& s) { s.controller->setTarget(s.makeBricks()); }, showBoth,
      layProxies},
-    {"exchanging memory by bricks", Fails::kBoth, [](Scene& s) { s.controller->setTarget(s.makeBricks()); }, showBoth,
+    {"exchanging bricks without owners", Fails::kBoth, [](Scene& s) { s.controller->setTarget(s.makeBricks()); },
+     showBoth,
      [](Scene& s) {
          layProxies(s);
-         s.controller->setTarget(inMemory(0));
+         s.controller->setTarget(s.makeBricks(/*givesOwner=*/false));
          s.view.get(0, 0, 0), s.copy.get(0, 0, 0);
      }},
     {"exchanging bricks below a conversion", Fails::kBoth, [](Scene& s) { s.controller->setTarget(s.makeBricks()); },
