@@ -6,18 +6,15 @@
 #include "dravik/adt/testing/index_set_rules.h"
 #include "dravik/adt/testing/random.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <cmath>
 #include <sstream>
-#include <unordered_set>
 
 namespace Quorvel::Dravik::Adt {
 namespace {
 
-using testing::ElementsAre;
 using Testing::IndexBitmap;
 using Testing::Random;
 using Testing::StoredBoxes;

@@ -28,7 +28,7 @@ class IndexGrid {
         }
     }
 
-    /// What the grid is divided of, and in whose terms parts are named.
+    /// What is divided, and in whose terms parts are named.
     Box const& place() const noexcept { return place_; }
 
     /// Whether the part is no longer than the granularity on any axis.
