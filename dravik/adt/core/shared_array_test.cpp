@@ -52,6 +52,7 @@ TEST(SharedArray, MakesZerosInTheLayoutAskedFor) {
         {"Padded", Array::Make<short>({{0, 0, 0}, {2, 2, 3}}, {16, 4, 1}), {16, 4, 1}, 0, 46},
         {"OneBit", Array::Make({{0, 0, 0}, {1, 1, 9}}, typeid(Packed), 1), {9, 9, 1}, 0, 2},
         {"Empty", Array::Make<int>({{0, 0, 0}, {0, 3, 4}}), {12, 4, 1}, 0, 48},
+        {"EmptyInside", Array::Make<int>({{0, 0, 0}, {2, 0, 4}}), {0, 4, 1}, 0, 16},
     };
     for (Row const& row : rows) {
         EXPECT_EQ(row.array.strides(), row.strides) << row.name;
