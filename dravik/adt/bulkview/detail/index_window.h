@@ -43,18 +43,23 @@ class IndexWindow {
             bias_[axis] = turned(min);
             limit_[axis] = turned(max - min - 1u);
         }
-        setSpareLimit(INT_MAX);
+        if constexpr (N < 4) {
+            limit_[N] = INT_MAX;
+        }
         word_ = word;
     }
 
     /// Admits nothing. With all four axes in use there is an exception that no accessor can lend: the index of all
     /// largest numbers, while the word is the smallest.
     void close() noexcept {
-        for (int axis = 0; axis < N; ++axis) {
-            bias_[axis] = turned(INT_MAX);
-            limit_[axis] = turned(0);
+        if constexpr (N < 4) {
+            limit_[N] = -1;
+        } else {
+            for (int axis = 0; axis < N; ++axis) {
+                bias_[axis] = turned(INT_MAX);
+                limit_[axis] = turned(0);
+            }
         }
-        setSpareLimit(-1);
         word_ = INT_MIN;
     }
 
@@ -70,12 +75,6 @@ class IndexWindow {
             empty = empty || range.max.data()[axis] <= range.min.data()[axis];
         }
         return empty;
-    }
-
-    void setSpareLimit(int limit) noexcept {
-        if constexpr (N < 4) {
-            limit_[N] = limit;
-        }
     }
 
     static int turned(unsigned value) noexcept { return static_cast<int>(value ^ 0x80000000u); }
