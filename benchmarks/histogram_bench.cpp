@@ -99,7 +99,7 @@ std::uint64_t statisticsAlone(std::vector<float> const& samples) {
 
 constexpr char const* kSumsInOrder =
     "the sums are formed in the order of the samples, as adding one by one does, so each addition waits for the one "
-    "before: the statistics alone take most of the time.";
+    "before: a loop that does nothing else takes as long.";
 constexpr char const* kSortedOut =
     "every second block of 64 has a sample that lies outside or is no number, and is sorted out before it is counted.";
 constexpr char const* kPutAside =
