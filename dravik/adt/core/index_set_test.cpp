@@ -501,11 +501,20 @@ TEST(IndexSet, OfManyBoxesIsMergedAndFillsItsNodes) {
     EXPECT_EQ(Set2(tiles).toString(), " L 1 (0-10) , (0-5) , \n L 1 (0-10) , (6-11) , \n");
     tiles.push_back({{5, 5}, {20, 20}});
     EXPECT_EQ(Set2(tiles).size(), 100 + 225 - 25);
-    auto const apart = lattice<1>(400);
-    for (std::size_t count = 17; count < apart.size(); ++count) {
-        Set1 const set{std::span(apart).first(count)};
-        ASSERT_EQ(set.size(), 2 * static_cast<int>(count));
+    std::vector<Set2::Box> zigzag;
+    for (int i = 0; i < 400; ++i) {
+        Set2::Point const corner(i % 2 * 3, 3 * i);
+        zigzag.push_back({corner, corner + Set2::Point(2, 2)});
+    }
+    std::shuffle(zigzag.begin(), zigzag.end(), Random().engine());
+    for (std::size_t count = 17; count <= zigzag.size(); ++count) {
+        Set2 const set{std::span(zigzag).first(count)};
+        ASSERT_EQ(set.size(), 4 * static_cast<int>(count));
         ASSERT_EQ(depthOf(set), std::ceil(std::log2(count) / 2)) << count;
+    }
+    int place = 0;
+    for (auto const& [each, depth] : stored(Set2(zigzag))) {
+        EXPECT_NEAR(each.min[1] / 3, place++, 3) << "nodes are neighbourhoods";
     }
 }
 

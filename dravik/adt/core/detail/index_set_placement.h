@@ -227,6 +227,7 @@ class IndexPlacement {
     }
 
     /// Brings what is in the slots `into` and `from` together in `into`, and the last slot into the place of `from`.
+    /// The last one is then free for the box that crowds the node.
     void mergeSlots(Id id, int into, int from) noexcept {
         Node& node = pool_[id];
         Box merged = node.box(into);
@@ -242,9 +243,7 @@ class IndexPlacement {
             adopt(pool_[below], node, from);
             node.setNode(into, below, pool_[below]);
         }
-        int const last = --node.count;
-        node.copySlot(from, node, last);
-        node.clearSlot(last);
+        node.copySlot(from, node, --node.count);
     }
 
     void adopt(Node& node, Node const& source, int slot) noexcept {
