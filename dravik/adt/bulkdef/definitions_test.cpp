@@ -89,6 +89,16 @@ class LinkedFile : public BulkFileDef {
   public:
     using BulkFileDef::BulkFileDef;
 };
+// An entity of a host that accepts its own class only.
+class ArchivedEntity : public SourceEntityDef {
+  public:
+    using SourceEntityDef::SourceEntityDef;
+
+  protected:
+    bool compare(EntityDef const& other) const override {
+        return dynamic_cast<ArchivedEntity const*>(&other) != nullptr && SourceEntityDef::compare(other);
+    }
+};
 
 TEST(Definitions, AreEqualWhenEitherSideAcceptsTheOther) {
     ArchivedFile const archived("a", BulkFileDef::FILEFORMAT_OTHER);
@@ -100,6 +110,8 @@ TEST(Definitions, AreEqualWhenEitherSideAcceptsTheOther) {
     EXPECT_FALSE(archived.equals(file("a")));
     EXPECT_TRUE(archived.equals(archived));
     EXPECT_TRUE(file("a").equals(linked) && linked.equals(file("a"))) << "neither says no";
+    EXPECT_FALSE(SourceEntityDef(linked).equals(ArchivedEntity(linked)));
+    EXPECT_TRUE(ArchivedEntity(linked).equals(ArchivedEntity(linked)));
 }
 
 boost::shared_ptr<SourceDef const> randomSource(Random& random) {
@@ -246,6 +258,9 @@ TEST(Definitions, HandOutWhatTheyHold) {
     link.fileFormat() = BulkFileDef::FILEFORMAT_HALDOR;
     BulkFileDef const& sameLink = link;
     EXPECT_EQ(sameLink.fileName() + text(int{sameLink.fileFormat()}), "ab14");
+    EXPECT_EQ(SourceEntityDef(link).source(), link);
+    link.setFileName("c");
+    EXPECT_EQ(sameLink.fileName(), "c");
     for (SourceDef const* const source : {static_cast<SourceDef const*>(&item), static_cast<SourceDef const*>(&link)}) {
         EXPECT_THAT(
             [&] { source->toString(); },
@@ -253,8 +268,15 @@ TEST(Definitions, HandOutWhatTheyHold) {
     }
     EXPECT_EQ(BulkFileDef::ClassName + ProjectItemDef::ClassName, "BulkFileDefProjectItemDef");
     EXPECT_EQ(ProjectItemDef::VellomarDataStoreType, "Vellomar");
-    EXPECT_EQ(MultiresDef(2, MultiresDef::FirstValid + MultiresDef::Decimation).getName(), "FirstValidDecimation");
-    EXPECT_EQ(DecimateDef({1, 2, 3, 4}, {5, 6, 7, 8}).getOffset()[3], 8);
+    MultiresDef const multires(2, MultiresDef::FirstValid + MultiresDef::Decimation);
+    EXPECT_EQ(multires.getName() + text(multires.getFactor()), "FirstValidDecimation2");
+    EXPECT_TRUE(multires.numInputs() == 1 && multires.numOutputs() == 1);
+    DecimateDef const decimate({1, 2, 3, 4}, {5, 6, 7, 8});
+    EXPECT_TRUE(decimate.getDecimation()[3] == 4 && decimate.getOffset()[3] == 8);
+    EXPECT_EQ(MinMaxDef({4, 4, 2}).getBinSize()[2], 2);
+    View::ArraySubsetDef<1> subset(ExtentK<1, int>({1, 2, 3}));
+    subset.setSubset(ExtentK<1, int>({3, 2, 1}));
+    EXPECT_EQ(subset, View::ArraySubsetDef<1>(ExtentK<1, int>({3, 2, 1})));
     EXPECT_EQ(UnaryTransDef::Cast(DifferenceDef().clone().get()), nullptr);
 }
 

@@ -74,6 +74,7 @@ void answersOnAxes(BufferHandle const& handle, FixedVector<4, int> const& p) {
         offset += (std::int64_t{p[axis]} - info.range.min[axis]) * info.strides[axis];
     }
     ASSERT_EQ(handle.contains(index), inside) << index << " in " << info;
+    ASSERT_TRUE(K != 3 || handle.contains(p[0], p[1], p[2]) == inside) << index << " in " << info;
     ASSERT_EQ(handle.offset(index), offset) << index << " in " << info;
 }
 

@@ -313,7 +313,7 @@ TEST(TypedViews, ComputePositionsOfAnyWidth) {
     float row[] = {0, 1, 2, 3, 4, 5};
     // A row of a large volume lent with the strides of all of it.
     View3 view(lending({1000, 3000, 6, 1}, {{{999, 2999, 0, 0}, {1000, 3000, 6, 1}}, {6'000'000, 2000, 1, 0}, 0}, row));
-    EXPECT_EQ(view.get(999, 2999, 5), 5);
+    EXPECT_EQ(view(999, 2999, 5), 5);
     view.set(999, 2999, 4, -4);
     EXPECT_EQ(view.get(999, 2999, 4), -4);
 

@@ -62,13 +62,18 @@ TEST(OpenEndedRange, CountsPointsInSixtyFourBits) {
 }
 
 TEST(ClosedRange, ContainsWhatLiesBetweenItsBoundsAndEveryEmptyRange) {
-    using Closed1 = ClosedRange<1, int>;
-    EXPECT_TRUE((Closed1{0, 1}.contains({5, 4}) && Closed1{0, 1}.contains({0, 1})));
-    EXPECT_FALSE((Closed1{0, 1}.contains({0, 2}) || Closed1{0, 1}.contains({-1, 0})));
-    ClosedRange<2, int> const closed{{0, 0}, {4, 4}};
-    EXPECT_TRUE(
-        closed.contains({{0, 0}, {4, 4}}) && closed.contains({{1, 9}, {2, 8}}) && closed.contains({{9, 1}, {8, 2}}));
-    EXPECT_FALSE(closed.contains({{1, 1}, {2, 5}}) || closed.contains({{1, -1}, {2, 2}}));
+    struct Row {
+        ClosedRange<1, int> range;
+        bool contained;
+    };
+    constexpr Row kRows[] = {{{0, 4}, true}, {{5, 4}, true}, {{9, -9}, true}, {{0, 5}, false}, {{-1, 2}, false}};
+    // Each range beside a row of its own and as an axis of a box.
+    ClosedRange<2, int> const square{{0, 0}, {4, 4}};
+    for (auto const& [range, contained] : kRows) {
+        EXPECT_EQ((ClosedRange<1, int>{0, 4}.contains(range)), contained) << range;
+        EXPECT_EQ(square.contains({{1, range.min}, {2, range.max}}), contained) << range;
+        EXPECT_EQ(square.contains({{range.min, 1}, {range.max, 2}}), contained) << range;
+    }
 }
 
 }  // namespace

@@ -118,6 +118,7 @@ bool isSame(float left, float right) {
 
 void expectSame(Histogram const& histogram, Model const& model) {
     ASSERT_EQ(histogram.nofSamples(), model.inside.size());
+    ASSERT_EQ(histogram.empty(), model.inside.empty());
     ASSERT_EQ(histogram.underflows(), model.below.size());
     ASSERT_EQ(histogram.overflows(), model.above.size());
     double count = 0, sum = 0, squares = 0;

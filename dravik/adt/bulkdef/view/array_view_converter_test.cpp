@@ -134,6 +134,16 @@ TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
     }
     EXPECT_EQ(out, array(1, 2, 3)) << "untouched";
     EXPECT_EQ(reversed.convert(array(0, 2, INT_MAX - 5)).bufferOffset(), INT_MAX);
+
+    using Point3 = FixedVector<3, int>;
+    auto const through3 = [](Extent const& first, Extent const& others) {
+        return ArrayViewConverter<3>(ArraySubsetDef<3>({first, others, others}));
+    };
+    Extent const wholeAxis{INT_MAX - 1, -1, INT_MAX};
+    ArrayConstRef<3> const vast(
+        {Point3(), Point3::Filled(INT_MAX)}, Point3::Filled(INT_MIN), nullptr, 0, typeid(char), 8);
+    EXPECT_THROW(through3(wholeAxis, wholeAxis).convert(vast), std::length_error) << "farther than 64 bits count";
+    EXPECT_THROW(through3({0, 2, 9}, wholeAxis).convert(vast), std::invalid_argument);
     EXPECT_THROW(through({INT_MAX, -2, 5}).convert(array(0, 2, 1)), std::invalid_argument) << "the box ends with int";
     EXPECT_EQ(decimated.convert(array(2, 3, 7)), array(6, 7, -3)) << "one index fits any stride";
     EXPECT_EQ(decimated.convert(array(2, 3, INT_MIN)), array(6, 7, 1 << 30));
