@@ -48,9 +48,11 @@ struct HostClient : IBufferAccessor::IClient {
 struct Scene {
     Scene() { std::iota(data.samples().begin(), data.samples().end(), 1000.0f); }
 
-    std::unique_ptr<Bricks> makeBricks(bool givesOwner = true) const {
+    std::unique_ptr<Bricks> makeBricks(bool givesOwner = true, float first = 1000) const {
+        auto shown = data;
+        std::iota(shown.samples().begin(), shown.samples().end(), first);
         return std::make_unique<Bricks>(
-            data, Testing::BrickOptions{.brickSize = {4, 4, 8, 1}, .givesOwner = givesOwner});
+            shown, Testing::BrickOptions{.brickSize = {4, 4, 8, 1}, .givesOwner = givesOwner});
     }
     template <class Make>
     void lay(Make make, bool givesOwner = true) {
@@ -211,7 +213,7 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
      showBoth,
      [](Scene& s) {
          layProxies(s);
-         s.controller->setTarget(s.makeBricks(/*givesOwner=*/false));
+         s.controller->setTarget(s.makeBricks(/*givesOwner=*/false, 0));
          s.view.get(0, 0, 0), s.copy.get(0, 0, 0);
      }},
     {"exchanging bricks below a conversion", Fails::kBoth, [](Scene& s) { s.controller->setTarget(s.makeBricks()); },

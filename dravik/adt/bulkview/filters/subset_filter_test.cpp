@@ -128,6 +128,7 @@ TEST(SubsetFilters, RelabelABlockLiterally) {
         {"Reversed", {30, -2, 50}, 10, 20, 6, 11, 807, -200},
         {"ClippedAtBothEnds", {12, 1, 3}, 10, 20, 0, 3, 207, 100},
         {"ApartStillMovesItsOffset", {12, 3, 3}, 0, 4, 0, 0, 1207, 300},
+        {"BetweenItsIndices", {12, 3, 3}, 13, 15, 0, 0, -93, 300},
         {"StepZero", {12, 0, 1}, 10, 20, 0, 1, 207, 0},
         {"EmptiedByAnInvalidation", {12, 3, 3}, INT_MAX, 0, 0, 0, INT_MIN, 300},
     };

@@ -160,7 +160,7 @@ int CacheIndex::search(Position const& position, AdtEnums::Access access) noexce
     int const passed = found == kNone ? size_ : backward_ ? size_ - 1 - found : found;
     // A scan that passes its first half without a match makes the next one start from the other end. How many entries
     // it passes follows from what it finds, so a guess turns the direction just as a scan does.
-    if (size_ > 1 && passed > (size_ + 1) / 2) {
+    if (passed > (size_ + 1) / 2) {
         backward_ = !backward_;
     }
     if (found != kNone) {
