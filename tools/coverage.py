@@ -3,7 +3,8 @@
 
 Wants the build folder of the preset `coverage`. Counts functions, lines and branches of everything below dravik/adt but tests
 and testing/. A template counts once, with what any of its instances ran. What no test reaches stands in coverage_left.txt
-with a reason; a place that is missing there fails the run, and so does an entry that stands for nothing any more.
+with a reason; a place that is missing there fails the run, and so does an entry whose line is gone. An entry may be reached now
+and then: by two threads that happen to meet, say.
 """
 
 import argparse
@@ -16,8 +17,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 LEFT = ROOT / "tools/coverage_left.txt"
-WANTED = {"functions": 100.0, "lines": 98.0, "branches": 95.0}
-BRANCH, GAP = 4, 3  # kinds of regions, as llvm-cov numbers them
+WANTED = {"functions": 99.5, "lines": 98.0, "branches": 95.0}  # percent, on top of which all that is missed is listed
 
 
 def library_name(path):
@@ -120,21 +120,21 @@ def main():
         run_tests(arguments.build, profiles)
     coverage = Coverage(export(arguments.build, profiles))
 
-    left, used, failed = read_left(), set(), False
+    left, failed = read_left(), False
     for kind in WANTED:
         for place in coverage.missed(kind):
             key = place[0], coverage.text(place)
-            used.add(key)
             if key not in left and arguments.only in place[0]:
                 failed = True
                 way = " never %s" % str(place[-1]).lower() if kind == "branches" else ""
                 print("%s:%d: %s%s: %s" % (place[0], place[1], kind[:-1].replace("branche", "branch"), way, key[1]))
-    for key in sorted(set(left) - used):
-        failed = True
-        print("tools/coverage_left.txt: the tests reach this, or it is gone: %s | %s" % key)
+    for name, text in left:
+        if text not in (line.strip() for line in coverage.texts.get(name, ())):
+            failed = True
+            print("tools/coverage_left.txt: there is no such line: %s | %s" % (name, text))
     for kind, wanted in WANTED.items():
         failed = failed or coverage.percent(kind) < wanted
-        print("%s: %.2f %% of %d, wanted %.0f %%" % (kind, coverage.percent(kind), len(coverage.places[kind]), wanted))
+        print("%s: %.2f %% of %d, wanted %.1f %%" % (kind, coverage.percent(kind), len(coverage.places[kind]), wanted))
     return 1 if failed else 0
 
 
