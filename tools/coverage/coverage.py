@@ -2,7 +2,7 @@
 """Tells how much of the library the tests run, and fails where that is less than wanted.
 
 Wants the build folder of the preset `coverage`. Counts functions, lines and branches of everything below dravik/adt but tests
-and testing/. A template counts once, with what any of its instances ran. What no test reaches stands in coverage_left.txt
+and testing/. A template counts once, with what any of its instances ran. What no test reaches stands in left.txt
 with a reason; a place that is missing there fails the run, and so does an entry whose line is gone. An entry may be reached now
 and then: by two threads that happen to meet, say.
 """
@@ -15,8 +15,8 @@ import pathlib
 import subprocess
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
-LEFT = ROOT / "tools/coverage_left.txt"
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+LEFT = ROOT / "tools/coverage/left.txt"
 WANTED = {"functions": 99.5, "lines": 98.0, "branches": 95.0}  # percent, on top of which all that is missed is listed
 
 
@@ -131,7 +131,7 @@ def main():
     for name, text in left:
         if text not in (line.strip() for line in coverage.texts.get(name, ())):
             failed = True
-            print("tools/coverage_left.txt: there is no such line: %s | %s" % (name, text))
+            print("tools/coverage/left.txt: there is no such line: %s | %s" % (name, text))
     for kind, wanted in WANTED.items():
         failed = failed or coverage.percent(kind) < wanted
         print("%s: %.2f %% of %d, wanted %.1f %%" % (kind, coverage.percent(kind), len(coverage.places[kind]), wanted))
