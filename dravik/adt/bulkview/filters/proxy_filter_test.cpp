@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <functional>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
@@ -91,6 +92,23 @@ TEST(ProxyTargetController, ReachesWhatIsAttachedOnly) {
     controller->setTarget(accessor("d", journal));
     controller->setTarget(nullptr);
     EXPECT_THAT(journal.take(), ElementsAre("~d"));
+}
+
+TEST(ProxyTargetController, TellsTheClientOfHalfAnExchange) {
+    struct Refusing : RecordingAccessor {
+        using RecordingAccessor::RecordingAccessor;
+        void setClient(IClient*) override { throw std::runtime_error("no client"); }
+    };
+    Journal const journal;
+    auto const controller = boost::make_shared<Controller>();
+    auto const proxy = ProxyFilter::MakeProxy(accessor("a", journal), controller);
+    Client client("client", journal);
+    proxy->setClient(&client);
+    journal.take();
+    EXPECT_THAT(
+        [&] { controller->setTarget(std::make_unique<Refusing>("b", journal)); },
+        ThrowsMessage<std::runtime_error>("no client"));
+    EXPECT_THAT(journal.take(), ElementsAre("a.dispose(0)", "~a", "client.accessorUpdated"));
 }
 
 // The client of whichever proxy comes first sets the next target, destroys both proxies and makes another one.
