@@ -68,9 +68,10 @@ struct Values<BasicArrayRef<2, Byte>> {
         Array elsewhere = relabelled;
         static char memory[1];
         elsewhere.setData(memory);
+        Array const moved({{1, 0}, {3, 4}}, {4, 1}, nullptr, 0, typeid(int), 32);
         return {
             {array(4, 4, 0, typeid(int)), array(3, 4, 0, typeid(int)), array(4, 5, 0, typeid(int)),
-             array(4, 4, 1, typeid(int)), array(4, 4, 0, typeid(float)), elsewhere, Array()},
+             array(4, 4, 1, typeid(int)), array(4, 4, 0, typeid(float)), elsewhere, moved, Array()},
             {relabelled}};
     }
 };

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <limits>
@@ -106,6 +107,19 @@ TEST(Timer, ValueTellsTotalCallsAndOddities) {
         EXPECT_STREQ(timer.getValue(), row.value) << row.name;
         EXPECT_EQ(printed(timer), std::string("t: ") + row.value) << row.name;
     }
+}
+
+TEST(Counter, IsTheMonotonicClockInItsOwnTicks) {
+    auto const counter = Detail::counter();
+    auto const clockTicks = [&] {
+        std::chrono::duration<double> const seconds = std::chrono::steady_clock::now().time_since_epoch();
+        return seconds.count() * static_cast<double>(counter.ticksPerSecond());
+    };
+    double const before = clockTicks();
+    auto const ticks = static_cast<double>(counter.now());
+    double const rounding = 1e-6 * static_cast<double>(counter.ticksPerSecond());
+    EXPECT_LE(before, ticks + rounding);
+    EXPECT_LE(ticks, clockTicks() + rounding);
 }
 
 TEST(Timer, AddCountsWholeTicksTowardZeroAndSkipsNone) {
