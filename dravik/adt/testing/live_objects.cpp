@@ -9,7 +9,7 @@ struct NothingIsLeft : testing::Environment {
     void TearDown() override { EXPECT_EQ(liveObjects(), "") << "left at the end of the program"; }
 };
 
-[[maybe_unused]] auto const* const check = testing::AddGlobalTestEnvironment(new NothingIsLeft);
+[[maybe_unused]] auto const* const kCheck = testing::AddGlobalTestEnvironment(new NothingIsLeft);
 
 }  // namespace
 }  // namespace Quorvel::Dravik::Adt::Testing

@@ -38,8 +38,10 @@ TypedViewBase<N, T, Traits>::~TypedViewBase() {
 
 template <int N, class T, class Traits>
 TypedViewBase<N, T, Traits>& TypedViewBase<N, T, Traits>::operator=(TypedViewBase const& other) {
-    resetBlock();
-    ViewBase::operator=(other);
+    if (this != &other) {
+        resetBlock();
+        ViewBase::operator=(other);
+    }
     updateRedundant();
     return *this;
 }
