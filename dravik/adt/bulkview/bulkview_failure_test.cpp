@@ -199,23 +199,29 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          }
      },
      [](Scene&, bool) {}, readLast},
-    {"refusing", Fails::kAllocations,
+    {"refusing what a view has not", Fails::kAllocations,
      [](Scene& s) {
          refused<ViewBoundsException>([&] { s.view.get(6, 0, 0); });
          refused<ViewBoundsException>([&] { s.view.set(0, 0, 11, 0.0f); });
          refused<std::invalid_argument>([&] { s.view.init(nullptr); });
          refused<ViewException>([&] { s.other.setCacheHint(false); });
          refused<std::runtime_error>([] { Accessors::MemoryAccessor().createClone()->getSize(); });
+     }},
+    {"refusing bricks", Fails::kAllocations,
+     [](Scene& s) {
          refused<Exceptions::PlainException>([&] { s.adapter->open(); });
          refused<std::invalid_argument>([&] { s.adapter->size(3); });
          refused<std::invalid_argument>(
              [&] { s.adapter->buffer(0, IController::Addressed, nullptr, -1, AdtEnums::Read); });
+     },
+     [](Scene&, bool) {}, openAdapter},
+    {"telling callers of plain functions what was wrong", Fails::kAllocations,
+     [](Scene&) {
          char* text = nullptr;
          Adt_BulkView_Controller_VtSize(nullptr, &text);
          EXPECT_NE(text, nullptr);
          std::free(text);
-     },
-     [](Scene&, bool) {}, openAdapter},
+     }},
     {"keeping the exceptions of views", Fails::kAllocations,
      [](Scene& s) {
          ViewBoundsException const bounds({1, 2, 3, 4}, {1, 2, 3, 4}, 3, AdtEnums::ReadWrite);

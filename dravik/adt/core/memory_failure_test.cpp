@@ -129,6 +129,10 @@ constexpr Testing::FailureScenario<Scene> kScenarios[] = {
          EXPECT_TRUE(s.set.intersects(s.other) && !s.set.isSubset(s.other) && !(s.set == s.other));
          EXPECT_EQ(s.set.intersection(s.other).size(), 64);
          EXPECT_EQ(s.set.intersection(Set::Box{{1, 0}, {2, 15}}).size(), 8);
+     },
+     [](Scene& s, bool) { EXPECT_EQ(s.set, checkered(0)); }},
+    {"printing sets", Fails::kAllocations,
+     [](Scene& s) {
          std::string const text = s.set.toString();
          EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 64);
          EXPECT_TRUE(s.set.getAnyRange() == s.set.getAnyRange(Set::Point{0, 0}));
