@@ -32,8 +32,8 @@ NUMBERS = {ci.TypeKind.INT, ci.TypeKind.UINT, ci.TypeKind.LONG, ci.TypeKind.ULON
            ci.TypeKind.ULONGLONG, ci.TypeKind.DOUBLE, ci.TypeKind.FLOAT}
 # Swapping the arguments of these changes nothing.
 SYMMETRIC = ("min", "max", "gcd", "lcm", "areClose", "multiply", "sumOf", "sumWithin", "__builtin_(?:add|mul)_overflow")
-# Dropping these changes how fast the library is, and nothing else.
-HINTS = ("__builtin_prefetch", "prefetchChildren", "yield")
+# Dropping these changes how fast the library is, or what a compiler might do and this one does not.
+HINTS = ("__builtin_prefetch", "prefetchChildren", "yield", "atomic_signal_fence")
 INTEGERS = NUMBERS - {ci.TypeKind.DOUBLE, ci.TypeKind.FLOAT}
 
 Fault = collections.namedtuple("Fault", "file start end text kind line")

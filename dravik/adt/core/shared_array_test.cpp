@@ -88,6 +88,7 @@ TEST(SharedArray, RefusesWhatItsNumbersCannotTell) {
         << "positions beyond 64 bits";
     EXPECT_THROW(Array::Make({}, typeid(void), 0), std::invalid_argument);
     EXPECT_EQ(Array::DenseStrides({{}, {2, 1, INT_MAX}})[0], INT_MAX) << "just fits";
+    EXPECT_EQ(Array::Make({{}, {2, 1, 1}}, {-INT_MAX, 0, 0}, typeid(Packed), 1).bufferOffset(), INT_MAX);
     EXPECT_EQ(Array::DenseStrides({{}, {1, 50000, 50000}})[0], INT_MAX) << "an axis of one index takes no step";
 }
 

@@ -209,6 +209,16 @@ TEST(NestedException, CopiesChangeApartAndShareTheirInnerException) {
     EXPECT_EQ(copy.msg(), "X");
 }
 
+TEST(AccessViolationException, KeepsTheDirectionAndTheAddressAsTheTwoParameters) {
+    ConstPtr failure;
+    ClonedException::runAndCatchException([](void*) { return Testing::readNull(), 1; }, nullptr, &failure);
+    auto const* const violation = dynamic_cast<AccessViolationException const*>(failure.get());
+    ASSERT_NE(violation, nullptr);
+    EXCEPTION_RECORD const& record = violation->getWin32ExceptionRecord();
+    EXPECT_EQ(record.parameterCount, 2u);
+    EXPECT_TRUE(record.parameters[0] == 0 && record.parameters[1] == 0) << "a read, of null";
+}
+
 /// Runs what returns 1.
 void run(int (*fn)(void*)) {
     ConstPtr failure;
