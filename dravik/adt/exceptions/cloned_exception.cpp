@@ -50,6 +50,8 @@ ICloneableException::ConstPtr ClonedException::askHandlers() {
             if (ConstPtr clone = handler()) {
                 return clone;
             }
+        } catch (abi::__forced_unwind&) {
+            throw;  // libstdc++ ends the program here; no clause of ours swallows a cancellation in any case
         } catch (...) {
             // It does not know the exception; the next one may.
         }
