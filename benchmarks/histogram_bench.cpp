@@ -3,7 +3,7 @@
 
 #include "report.h"
 
-#include "dravik/adt/diagnostics/histogram.h"
+#include "dravik/adt/statistics/histogram.h"
 
 #include <boost/histogram.hpp>
 

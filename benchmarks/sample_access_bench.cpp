@@ -5,7 +5,7 @@
 #include "report.h"
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
-#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
 #include "dravik/adt/core/shared_array.h"
 
 #include <boost/multi_array.hpp>

@@ -1,9 +1,9 @@
 // An array in memory, read and written through a view of it: single samples, a box of them, a trace.
 
 #include <dravik/adt/bulkview/accessors/memory_accessor.h>
-#include <dravik/adt/bulkview/typed_3d_views.h>
-#include <dravik/adt/bulkview/typed_view_iterator.h>
-#include <dravik/adt/bulkview/view_exceptions.h>
+#include <dravik/adt/bulkview/views/typed_3d_views.h>
+#include <dravik/adt/bulkview/views/typed_view_iterator.h>
+#include <dravik/adt/bulkview/views/view_exceptions.h>
 
 #include <iostream>
 #include <memory>

@@ -2,7 +2,7 @@
 
 #include <dravik/adt/bulkview/buffer_accessor.h>
 #include <dravik/adt/bulkview/filters/cache_filter.h>
-#include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/bulkview/views/typed_2d_views.h>
 
 #include <array>
 #include <iostream>

@@ -2,7 +2,7 @@
 
 #include <dravik/adt/bulkview/accessors/memory_accessor.h>
 #include <dravik/adt/bulkview/filters/value_convert_filter.h>
-#include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/bulkview/views/typed_2d_views.h>
 #include <dravik/adt/converters/scale_offset.h>
 #include <dravik/adt/converters/value_converter_factory.h>
 

@@ -2,7 +2,7 @@
 // looks at it any more.
 
 #include <dravik/adt/bulkview/buffer_accessor.h>
-#include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/bulkview/views/typed_2d_views.h>
 
 #include <iostream>
 #include <memory>

@@ -4,8 +4,8 @@
 #include <dravik/adt/bulkview/accessors/memory_accessor.h>
 #include <dravik/adt/bulkview/filters/filter_factory.h>
 #include <dravik/adt/bulkview/filters/subset_filter.h>
-#include <dravik/adt/bulkview/typed_2d_views.h>
-#include <dravik/adt/bulkview/typed_view_iterator.h>
+#include <dravik/adt/bulkview/views/typed_2d_views.h>
+#include <dravik/adt/bulkview/views/typed_view_iterator.h>
 
 #include <iostream>
 #include <memory>

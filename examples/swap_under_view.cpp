@@ -2,7 +2,7 @@
 
 #include <dravik/adt/bulkview/accessors/memory_accessor.h>
 #include <dravik/adt/bulkview/filters/proxy_filter.h>
-#include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/bulkview/views/typed_2d_views.h>
 
 #include <boost/smart_ptr/make_shared.hpp>
 

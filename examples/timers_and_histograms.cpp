@@ -1,7 +1,7 @@
 // Where the time goes, and what the samples look like: a step measured by name, and samples counted into bins.
 
-#include <dravik/adt/diagnostics/histogram.h>
-#include <dravik/adt/diagnostics/named_timer.h>
+#include <dravik/adt/logging/named_timer.h>
+#include <dravik/adt/statistics/histogram.h>
 
 #include <algorithm>
 #include <iostream>

@@ -4,11 +4,11 @@
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/converters/scale_offset.h"
+#include "dravik/adt/core/hasher.h"
 #include "dravik/adt/core/shared_array.h"
-#include "dravik/adt/diagnostics/hasher.h"
-#include "dravik/adt/diagnostics/histogram.h"
-#include "dravik/adt/diagnostics/timer.h"
 #include "dravik/adt/exceptions/memory_exception.h"
+#include "dravik/adt/logging/timer.h"
+#include "dravik/adt/statistics/histogram.h"
 #include "dravik/adt/testing/failing_allocator.h"
 #include "dravik/adt/testing/manual_counter.h"
 

@@ -5,7 +5,7 @@
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
-#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
 #include "dravik/adt/testing/live_objects.h"
 
 #include "input.h"

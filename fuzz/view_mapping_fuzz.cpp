@@ -9,8 +9,8 @@
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/filter_factory.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
-#include "dravik/adt/bulkview/typed_3d_views.h"
-#include "dravik/adt/bulkview/view_exceptions.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
+#include "dravik/adt/bulkview/views/view_exceptions.h"
 #include "dravik/adt/testing/lending_accessor.h"
 #include "dravik/adt/testing/modelled_views.h"
 

@@ -5,7 +5,7 @@
 #include "raster.h"
 #include "shading.h"
 
-#include <dravik/adt/diagnostics/histogram.h>
+#include <dravik/adt/statistics/histogram.h>
 
 namespace Relief {
 

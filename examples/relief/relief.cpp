@@ -9,11 +9,11 @@
 #include "shading.h"
 
 #include <dravik/adt/bulkview/filters/value_convert_filter.h>
-#include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/bulkview/views/typed_2d_views.h>
 #include <dravik/adt/converters/scale_offset.h>
 #include <dravik/adt/converters/value_converter_factory.h>
-#include <dravik/adt/diagnostics/histogram.h>
-#include <dravik/adt/diagnostics/named_timer.h>
+#include <dravik/adt/logging/named_timer.h>
+#include <dravik/adt/statistics/histogram.h>
 
 #include <algorithm>
 #include <cstddef>

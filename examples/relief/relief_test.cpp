@@ -6,7 +6,7 @@
 #include "raster.h"
 #include "relief.h"
 
-#include <dravik/adt/bulkview/typed_2d_views.h>
+#include <dravik/adt/bulkview/views/typed_2d_views.h>
 #include <dravik/adt/testing/random.h>
 
 #include <gmock/gmock.h>

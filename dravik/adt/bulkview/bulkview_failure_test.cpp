@@ -1,7 +1,7 @@
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/old/controller_adapter.h"
 #include "dravik/adt/bulkview/old/controller_functions.h"
-#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
 
 #include "dravik/adt/exceptions/plain_exception.h"
 #include "dravik/adt/testing/brick_accessor.h"

@@ -1,6 +1,6 @@
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
-#include "dravik/adt/bulkview/typed_2d_views.h"
+#include "dravik/adt/bulkview/views/typed_2d_views.h"
 
 #include "dravik/adt/testing/scheduled_words.h"
 

@@ -11,9 +11,9 @@
 //     }
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
-#include "dravik/adt/bulkview/detail/null_sample.h"
-#include "dravik/adt/bulkview/typed_2d_views.h"
-#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/bulkview/views/detail/null_sample.h"
+#include "dravik/adt/bulkview/views/typed_2d_views.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
 #include "dravik/adt/testing/failing_calls.h"
 #include "dravik/adt/testing/live_objects.h"
 #include "dravik/adt/testing/plain_array.h"

@@ -2,7 +2,7 @@
 
 // A clock under the test's control, in place of the one that timers read. One at a time; threads: any.
 
-#include "dravik/adt/diagnostics/detail/counter.h"
+#include "dravik/adt/logging/detail/counter.h"
 
 #include <atomic>
 #include <cstdint>

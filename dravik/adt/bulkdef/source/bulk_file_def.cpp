@@ -1,7 +1,7 @@
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
 
 #include "dravik/adt/bulkdef/detail/print.h"
-#include "dravik/adt/diagnostics/hasher.h"
+#include "dravik/adt/core/hasher.h"
 
 #include <algorithm>
 #include <map>

@@ -1,7 +1,7 @@
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 
 #include "dravik/adt/bulkdef/detail/print.h"
-#include "dravik/adt/diagnostics/hasher.h"
+#include "dravik/adt/core/hasher.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 
-#include "dravik/adt/diagnostics/hasher.h"
+#include "dravik/adt/core/hasher.h"
 
 #include <ostream>
 

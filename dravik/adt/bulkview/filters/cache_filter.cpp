@@ -1,6 +1,6 @@
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 
-#include "dravik/adt/bulkview/filters/cache_filter_impl.h"
+#include "dravik/adt/bulkview/filters/detail/cache_filter_impl.h"
 
 #include <boost/container/small_vector.hpp>
 

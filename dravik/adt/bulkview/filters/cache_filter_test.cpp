@@ -1,5 +1,5 @@
 #include "dravik/adt/bulkview/filters/cache_filter.h"
-#include "dravik/adt/bulkview/filters/cache_filter_impl.h"
+#include "dravik/adt/bulkview/filters/detail/cache_filter_impl.h"
 
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/conformance.h"

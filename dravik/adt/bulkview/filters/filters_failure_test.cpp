@@ -6,7 +6,7 @@
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
-#include "dravik/adt/bulkview/typed_3d_views.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/failure_loop.h"
 #include "dravik/adt/testing/lending_accessor.h"

@@ -1,0 +1,21 @@
+#include "dravik/adt/bulkview/views/typed_2d_views.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+template class TypedViewBase<2, float>;
+template class TypedViewBase<2, unsigned char>;
+template class TypedViewBase<2, char>;
+template class TypedViewBase<3, float>;
+
+template class Typed2dRoView<float>;
+template class Typed2dRoView<unsigned char>;
+template class Typed2dRoView<char>;
+template class Typed2dRwView<float>;
+template class Typed2dRwView<unsigned char>;
+template class Typed2dRwView<char>;
+
+template class Typed3dRoView<float>;
+template class Typed3dRwView<float>;
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

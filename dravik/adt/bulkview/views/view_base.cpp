@@ -1,0 +1,57 @@
+#include "dravik/adt/bulkview/views/view_base.h"
+
+#include "dravik/adt/bulkview/views/view_exceptions.h"
+
+#include <stdexcept>
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+ViewBase::~ViewBase() = default;
+
+void ViewBase::init(std::unique_ptr<IBufferAccessor> accessor) {
+    if (accessor == nullptr) {
+        throw std::invalid_argument("[BulkView::ViewBase::init] Accessor is null.");
+    }
+    install(std::move(accessor));
+}
+
+void ViewBase::install(std::unique_ptr<IBufferAccessor> accessor) {
+    if (accessor == accessor_) {
+        // Two owners of one accessor: the argument's must not destroy it.
+        static_cast<void>(accessor.release());
+    } else {
+        accessor_ = std::move(accessor);
+    }
+    accessor_->setClient(this);
+}
+
+void ViewBase::dispose() {
+    accessor_.reset();
+}
+
+ViewBase& ViewBase::operator=(ViewBase const& other) {
+    if (this == &other) {
+        return *this;
+    }
+    if (other.isNull()) {
+        accessor_.reset();
+    } else {
+        install(other.accessor_->createClone());
+    }
+    return *this;
+}
+
+IBufferAccessor& ViewBase::accessor() const {
+    if (isNull()) {
+        throw ViewException("Attempt to use an uninitialized or disposed view.");
+    }
+    return *accessor_;
+}
+
+std::unique_ptr<IBufferAccessor> ViewBase::releaseAccessor() {
+    dispose();
+    return std::move(accessor_);
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

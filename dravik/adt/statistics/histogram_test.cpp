@@ -1,0 +1,359 @@
+#include "dravik/adt/statistics/histogram.h"
+
+#include "dravik/adt/testing/random.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cfloat>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <numeric>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace Quorvel::Dravik::Adt {
+namespace {
+
+constexpr float kInf = std::numeric_limits<float>::infinity();
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+static_assert(std::is_nothrow_destructible_v<Histogram> && std::is_copy_assignable_v<Histogram>);
+static_assert(std::is_same_v<decltype(Histogram().bins(1)), std::vector<std::int64_t>>);
+
+// One sample at a time, every bin looked at on every occasion, in the same float steps.
+struct Model {
+    bool flexible;
+    std::vector<std::int64_t> bins;
+    float origin = kNaN, density = kNaN;
+    std::vector<float> inside{}, below{}, above{};  // the samples as they came
+
+    void place(float low, float high) {
+        // A flexible range has to tell fewer places apart than it has bins.
+        std::size_t const places = flexible ? std::max<std::size_t>(bins.size() / 10, 10) : bins.size();
+        float const magnitude = std::fmax(std::fabs(low), std::fabs(high)), middle = (low + high) * 0.5f;
+        float const half = std::fmax(0.5f * static_cast<float>(places) * magnitude * 0x1p-23f, FLT_MIN);
+        origin = std::fmin(low, middle - half);
+        density = static_cast<float>(bins.size()) / (std::fmax(high, middle + half) - origin);
+        density = flexible && !std::isfinite(density) ? FLT_MAX : density;
+    }
+
+    // The bin as a whole number that may lie anywhere.
+    double index(float value) const {
+        float const place = (value - origin) * density;
+        double const whole = std::isnan(place) ? -0x1p31 : std::trunc(static_cast<double>(place));
+        return value < origin && whole > -0x1p31 ? whole - 1 : whole;
+    }
+
+    void grow(float value) {
+        double const width = static_cast<double>(bins.size()) / static_cast<double>(density);
+        double const distance = (static_cast<double>(value) - static_cast<double>(origin)) / width;
+        double const factor = std::fmax(std::ceil((distance < 0 ? 1 - distance : distance) * 1.0000001192092896), 1);
+        auto const step = static_cast<std::size_t>(std::fmin(factor, 4294967295.0));
+        std::size_t const first = index(value) < 0 ? bins.size() - (bins.size() + step - 1) / step : 0;
+        std::vector<std::int64_t> grown(bins.size());
+        for (std::size_t bin = 0; bin < bins.size(); ++bin) {
+            grown[first + bin / step] += bins[bin];
+        }
+        bins = grown;
+        if (index(value) < 0) {
+            origin = static_cast<float>(static_cast<double>(origin) - (factor - 1) * width);
+        }
+        density = static_cast<float>(static_cast<double>(density) / factor);
+    }
+
+    void add(float value) {
+        auto const isBelow = [&] { return index(value) < 0; };
+        auto const isAbove = [&] { return index(value) >= static_cast<double>(bins.size()); };
+        if (std::isnan(value)) {
+            return;
+        }
+        if (flexible && std::isfinite(value) && (isBelow() || isAbove())) {
+            std::isnan(origin) ? place(value, value) : grow(value);
+        }
+        (isBelow() ? below : isAbove() ? above : inside).push_back(value);
+        if (!isBelow() && !isAbove()) {
+            ++bins[static_cast<std::size_t>(index(value))];
+        }
+    }
+
+    // Every old bin by itself: the first new bin whose border lies beyond it takes it.
+    std::vector<std::int64_t> resampled(unsigned n, float low, float high) const {
+        std::vector<std::int64_t> counts(n);
+        float const step = (high - low) / static_cast<float>(n), half = 1.0f / (2.0f * density);
+        for (std::size_t bin = 0; bin < bins.size(); ++bin) {
+            auto const isBefore = [&](float border) { return static_cast<double>(bin) < index(border); };
+            unsigned target = isBefore(low) ? n : 0;
+            while (target < n &&
+                   !isBefore(static_cast<float>(target + 1) * step + low + half + (target + 1 == n ? half : 0.0f))) {
+                ++target;
+            }
+            if (target < n) {
+                counts[target] += bins[bin];
+            }
+        }
+        return counts;
+    }
+};
+
+float least(std::vector<float> const& samples) {
+    return samples.empty() ? kInf : *std::min_element(samples.begin(), samples.end());
+}
+
+float most(std::vector<float> const& samples) {
+    return samples.empty() ? -kInf : *std::max_element(samples.begin(), samples.end());
+}
+
+// The same number, with its sign if it is zero.
+bool isSame(float left, float right) {
+    return std::bit_cast<std::uint32_t>(left) == std::bit_cast<std::uint32_t>(right) ||
+           (std::isnan(left) && std::isnan(right));
+}
+
+void expectSame(Histogram const& histogram, Model const& model) {
+    ASSERT_EQ(histogram.nofSamples(), model.inside.size());
+    ASSERT_EQ(histogram.empty(), model.inside.empty());
+    ASSERT_EQ(histogram.underflows(), model.below.size());
+    ASSERT_EQ(histogram.overflows(), model.above.size());
+    double count = 0, sum = 0, squares = 0;
+    for (double const sample : model.inside) {
+        ++count;
+        sum += sample;
+        squares += sample * sample;
+    }
+    double const deviation = std::sqrt(std::fmax((squares - sum * sum / count) / (count - 1), 0));
+    auto const range = static_cast<float>(model.bins.size()) / model.density;
+    float low = 0, high = 0;
+    histogram.capacity(low, high);
+    struct Value {
+        char const* name;
+        float actual, expected;
+    };
+    Value const values[] = {
+        {"min", histogram.min(), least(model.inside)},
+        {"max", histogram.max(), most(model.inside)},
+        {"underflowMin", histogram.underflowMin(), std::fmin(least(model.below), least(model.inside))},
+        {"overflowMax", histogram.overflowMax(), std::fmax(most(model.above), most(model.inside))},
+        {"sum", histogram.sum(), static_cast<float>(sum)},
+        {"mean", histogram.mean(), count == 0 ? 0 : static_cast<float>(sum / count)},
+        {"stddev", histogram.stddev(), count < 2 ? 0 : static_cast<float>(deviation)},
+        {"low", low, model.origin},
+        {"high", high, model.origin + range},
+        {"range", histogram.range(), range},
+    };
+    for (Value const& value : values) {
+        ASSERT_TRUE(isSame(value.actual, value.expected))
+            << value.name << ' ' << value.actual << ", not " << value.expected;
+    }
+    for (unsigned bin = 0; bin <= model.bins.size(); ++bin) {
+        ASSERT_EQ(histogram.nofSamples(bin), bin < model.bins.size() ? model.bins[bin] : 0) << "bin " << bin;
+    }
+}
+
+// Samples that lean on what is hard: a few magnitudes, borders of bins, both zeros, what is no number.
+float anySample(Testing::Random& random, float scale) {
+    switch (random.between(0, 30)) {
+    case 0:
+        return random.oneOf({kNaN, kInf, -kInf});
+    case 1:
+        return random.oneOf({FLT_MIN, -FLT_TRUE_MIN, scale * 1e4f, -scale * 1e7f});
+    case 2:
+        return std::nextafter(scale * static_cast<float>(random.between(-3, 3)), random.oneOf({-kInf, kInf}));
+    default:
+        return scale * static_cast<float>(random.between(-400, 600)) / 256.0f;
+    }
+}
+
+TEST(Histogram, CountsAsTheModelDoesSampleBySampleAndInRuns) {
+    Testing::Random random;
+    for (int round = 0; round < 600; ++round) {
+        bool const flexible = random.chance(50), placed = !flexible || random.chance(30);
+        unsigned const resolution = random.oneOf({1u, 2u, 3u, 10u, 109u, 110u, 1000u, 0u});
+        float const scale = random.oneOf({1.0f, 1e-30f, 1e30f, 37.5f, FLT_MAX, 0.0f});
+        float const from = scale * random.oneOf({-1.0f, 0.0f, 2.0f}), to = scale * random.oneOf({2.0f, 2.0f, 0.0f});
+        Histogram histogram = !placed    ? Histogram(Histogram::flexible, resolution)
+                              : flexible ? Histogram(Histogram::flexible, from, to, resolution)
+                                         : Histogram(Histogram::fixed, from, to, resolution);
+        Model model{flexible, std::vector<std::int64_t>(resolution == 0 ? 10000 : resolution)};
+        if (placed) {
+            model.place(std::fmin(from, to), std::fmax(from, to));
+        }
+        // Some rounds have whole blocks inside the bins, some have outsiders everywhere.
+        bool const tame = random.chance(40);
+        for (int piece = 0; piece < 6; ++piece) {
+            std::vector<float> samples(random.oneOf({0u, 1u, 63u, 64u, 65u, 256u, 700u}));
+            for (float& sample : samples) {
+                sample = random.chance(2) ? random.oneOf({0.0f, -0.0f, 0.0f, kNaN})
+                         : tame ? scale * static_cast<float>(random.between(from < 0 ? -255 : 0, 511)) / 256.0f
+                                : anySample(random, scale);
+                model.add(sample);
+            }
+            if (random.chance(50)) {
+                histogram.add(samples);
+            } else {
+                std::for_each(samples.begin(), samples.end(), [&](float sample) { histogram.add(sample); });
+            }
+            histogram = Histogram(histogram);  // a copy goes on where it was made
+        }
+        SCOPED_TRACE(testing::Message() << histogram << ", scale " << scale);
+        ASSERT_NO_FATAL_FAILURE(expectSame(histogram, model));
+        float const low = scale * static_cast<float>(random.between(-20, 5)) / 8;
+        float const high = low + scale * static_cast<float>(random.between(0, 40)) / 8;
+        unsigned const n = random.oneOf({1u, 2u, 7u, 50u});
+        ASSERT_EQ(histogram.bins(n, low, high), model.resampled(n, low, high)) << n << " over " << low << "," << high;
+        ASSERT_EQ(histogram.bins(n, high, low), histogram.bins(n, low, high));
+    }
+}
+
+std::string printed(Histogram const& histogram) {
+    std::ostringstream out;
+    out << histogram;
+    return out.str();
+}
+
+TEST(Histogram, SaysWhatItCounted) {
+    struct Row {
+        char const* name;
+        Histogram histogram;
+        std::vector<float> samples;
+        char const* text;
+    };
+    constexpr auto kFixed = Histogram::fixed;
+    std::vector<std::int64_t> const none(4);
+    Row const rows[] = {
+        {"HalfOpen",
+         {kFixed, 0, 10, 10},
+         {0, 9.99f, 10, -0.5f, 0x1p31f, kInf, -kInf, kNaN},
+         "10 bins over [0,10): 2 samples, 0 to 9.99, mean 4.995, stddev 7.064, 2 below, 3 above"},
+        {"GrowsUpAndDownButNotForInfinity",
+         {},
+         {kInf, 100, 1000, -50000, kInf},
+         "10000 bins over [-50300.9,1000.01): 3 samples, -50000 to 1000, mean -16300, stddev 29188.5, 1 below, 1 "
+         "above"},
+        {"OneTwoThree",
+         {},
+         {1, 2, 3},
+         "10000 bins over [0.99994,3.00027): 3 samples, 1 to 3, mean 2, stddev 1, 0 below, 0 above"},
+        {"AllAlike",
+         {kFixed, 0, 1, 10},
+         std::vector<float>(1000003, 0.1f),
+         "10 bins over [0,1): 1000003 samples, 0.1 to 0.1, mean 0.1, stddev 0, 0 below, 0 above"},
+        {"Rebuilt",
+         {kFixed, 0, 8, {1, 2, 0, 1}, 3, 2, 0.5f, 7},
+         {},
+         "4 bins over [0,8): 4 samples, 0.5 to 7, mean 3, stddev 2, 0 below, 0 above"},
+        {"RebuiltFromNothing",
+         {kFixed, 0, 8, none, 3, 3, kInf, -kInf},
+         {1, 3},
+         "4 bins over [0,8): 2 samples, 1 to 3, mean 2, stddev 1.41421, 0 below, 0 above"},
+        {"RebuiltIsNotWidened",
+         {kFixed, 5, 5, {1}, 5, 0, 5, 5},
+         {},
+         "1 bins over [5,5): 1 samples, 5 to 5, mean 5, stddev 0, 0 below, 0 above"},
+        {"RebuiltBackwardsWrapsItsCount",
+         {kFixed, 8, 0, {1, 2, std::int64_t{1} << 32}, 3, 3, 0, 8},
+         std::vector<float>(300, 16),
+         "3 bins over [8,0): 3 samples, 0 to 8, mean 3, stddev 3, 300 below, 0 above"},
+    };
+    for (Row const& row : rows) {
+        Histogram histogram = row.histogram;
+        histogram.add(row.samples);
+        EXPECT_EQ(printed(histogram), row.text) << row.name;
+    }
+}
+
+// Worked out by hand: 8 bins of 0.125, then of 0.25, then of 0.75.
+TEST(Histogram, MergesNeighboursWhenItGrows) {
+    Histogram histogram(Histogram::flexible, 0, 1, 8);
+    histogram.add(std::vector{0.05f, 0.2f, 0.2f, 0.3f, 0.4f, 0.6f, 0.7f, 0.8f, 0.95f});
+    using Counts = std::vector<std::int64_t>;
+    EXPECT_EQ(histogram.bins(8), (Counts{1, 2, 1, 1, 1, 1, 1, 1}));
+    histogram.add(1.0f);
+    EXPECT_EQ(histogram.bins(8), (Counts{3, 2, 2, 2, 1, 0, 0, 0})) << "the end itself needs twice the width";
+    histogram.add(-2.5f);
+    EXPECT_EQ(histogram.bins(8), (Counts{0, 0, 1, 0, 0, 7, 3, 0})) << "by three: 8 bins make 3";
+}
+
+TEST(Histogram, ResamplingLosesNothingInsideTheRange) {
+    Histogram histogram(Histogram::fixed, -3, 5, 160);
+    for (int sample = -3000; sample < 5000; ++sample) {
+        histogram.add(static_cast<float>(sample) / 1000);
+    }
+    for (unsigned const n : {1u, 3u, 159u, 160u, 161u, 1000u}) {
+        auto const counts = histogram.bins(n);
+        EXPECT_EQ(std::accumulate(counts.begin(), counts.end(), std::int64_t{0}), 8000) << n;
+    }
+    EXPECT_TRUE(histogram.bins(0).empty());
+    using Borders = std::vector<float>;
+    EXPECT_EQ(histogram.binBorders(4, 1, 0), (Borders{0, 0.25f, 0.5f, 0.75f, 1}));
+    EXPECT_EQ(histogram.binBorders(2), (Borders{-3, 1, 5}));
+    EXPECT_EQ(histogram.binBorders(0, 7, 9), Borders{7});
+    EXPECT_EQ(histogram.binBorders(-1, 7, 9), Borders());
+    EXPECT_NE(histogram.binBorders(10, 0, 1).back(), 1.0f) << "borders are added up in float";
+}
+
+TEST(Histogram, MergingAddsWhatBothHaveCounted) {
+    Histogram whole(Histogram::fixed, 0, 8, {1, 2}, 3, 1, 1, 7), part(Histogram::fixed, 0, 8, {3, 4}, 5, 2, 0, 8);
+    whole.add(std::vector{-1.0f, 20.0f});
+    part.add(std::vector{-2.0f, -1.0f});
+    part.add(30.0f);
+    whole.merge(part);
+    EXPECT_EQ(printed(whole), "2 bins over [0,8): 10 samples, 0 to 8, mean 4.4, stddev 1.95505, 3 below, 2 above");
+    EXPECT_EQ(whole.bins(2), (std::vector<std::int64_t>{4, 6}));
+    EXPECT_TRUE(whole.underflowMin() == -2 && whole.overflowMax() == 30);
+    part.merge(Histogram(Histogram::fixed, 0, 8, {9, 0}, 1, 0, -1, 9));
+    EXPECT_EQ(printed(part), "2 bins over [0,8): 16 samples, -1 to 9, mean 2.75, stddev 2.40832, 2 below, 1 above");
+}
+
+TEST(Histogram, RefusesToMergeAnotherShapeAndDiffersInOneThingAlone) {
+    constexpr auto kFixed = Histogram::fixed;
+    Histogram placed;
+    placed.add(5);
+    std::vector<Histogram> different{
+        placed,
+        {},
+        {kFixed, 0, 8, 2},
+        {kFixed, 1, 9, 2},
+        {kFixed, 0, 9, 2},
+        {kFixed, 0, 8, 3},
+        {Histogram::flexible, 0, 8, 2},
+        {Histogram::flexible, 2}};
+    for (Histogram const& left : different) {
+        for (Histogram const& right : different) {
+            Histogram merged = left;
+            if (&left != &right) {
+                EXPECT_THROW(merged.merge(right), std::invalid_argument) << left << " and " << right;
+                EXPECT_EQ(merged, left);
+            }
+        }
+    }
+    auto const kept = [](std::vector<std::int64_t> const& bins, float mean, float stddev, float min, float max) {
+        return Histogram(kFixed, 0, 8, bins, mean, stddev, min, max);
+    };
+    for (Histogram const& each :
+         {kept({1, 2}, 3, 1, 1, 7), kept({2, 1}, 3, 1, 1, 7), kept({1, 3}, 3, 1, 1, 7), kept({1, 2}, 4, 1, 1, 7),
+          kept({1, 2}, 3, 2, 1, 7), kept({1, 2}, 3, 1, 0, 7), kept({1, 2}, 3, 1, 1, 8)}) {
+        different.push_back(each);
+    }
+    for (float const outsider : {-1.0f, -2.0f, 8.0f, 9.0f}) {
+        different.push_back(kept({1, 2}, 3, 1, 1, 7));
+        different.back().add(outsider);
+    }
+    for (Histogram const& each : different) {
+        EXPECT_EQ(std::count(different.begin(), different.end(), each), 1) << each;
+    }
+    auto full = kept({1, std::numeric_limits<std::int64_t>::max()}, kNaN, 0, 0, 1);
+    EXPECT_EQ(full, Histogram(full)) << "what is no number is the same everywhere";
+    full.add(7);
+    full.merge(full);
+    EXPECT_EQ(full.bins(2), (std::vector<std::int64_t>{2, 0})) << "counts wrap at 64 bits";
+}
+
+}  // namespace
+}  // namespace Quorvel::Dravik::Adt
