@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a request costs that the cache serves: a sweep that repeats, beside an array that knows the order, and requests
 // at random, beside a scan over arrays of bounds and a spatial index.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Contest: several ways to do the same work, timed in turns. Threads: one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Conversions of runs in cache, beside the memory copy that moves as many bytes in and out together, loops compiled for
 // this machine, plain and with Highway, and, where it is installed, OpenCV's Mat::convertTo.
 

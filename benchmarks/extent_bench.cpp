@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an intersection of extents costs beside a walk along both of them.
 
 #include "report.h"

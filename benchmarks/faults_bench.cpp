@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a guarded call costs beside a plain one, and a fault beside an exception.
 
 #include "report.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What counting a sample costs, one by one and in runs, beside a plain loop and Boost.Histogram with the same
 // statistics.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a set of boxes costs as it grows from 100 to 100 000 of them: beside R-trees, packed and grown box by box, in
 // three dimensions, and beside a set of intervals in one.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Report: figures of contests as a section of docs/performance.md. Threads: one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a sample costs through a typed view: in memory order, along the slowest axis, at random; in one block and over
 // bricks; one by one, iterated and as traces. Beside a raw pointer, an array that checks its bounds, and others'
 // arrays.

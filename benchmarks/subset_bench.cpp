@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a sample costs through a subset of a subset: beside the bare target, and decimated beside the strided views of
 // others.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake -DPROGRAM=FILE -DEXPECTED=FILE -P CheckOutput.cmake: runs a program, which has to succeed and to print exactly
 # what stands in the file.
 

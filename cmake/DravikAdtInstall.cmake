@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What a user gets: the shared library, every public header, and the two ways to find them; as files or as two Debian
 # packages, one to run programs and one to build them.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The library target and the two words that every folder's CMakeLists.txt uses: its sources and its tests.
 
 include(GNUInstallDirs)

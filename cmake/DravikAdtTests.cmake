@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Makes the test programs that the folders asked for, and the checks of the tree itself.
 
 # Makes those that were asked for since the last call, in the calling folder.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An array in memory, read and written through a view of it: single samples, a box of them, a trace.
 
 #include <dravik/adt/bulkview/accessors/memory_accessor.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A cache below a view whose loops run across the blocks of the storage.
 
 #include <dravik/adt/bulkview/buffer_accessor.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One sample type for another: a run of samples through a converter, and floats behind a view of bytes.
 
 #include <dravik/adt/bulkview/accessors/memory_accessor.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A host finds the data that it has open already by what the data is, and works out which part of it a window needs.
 
 #include <dravik/adt/bulkdef/entity/derived_entity_def.h>

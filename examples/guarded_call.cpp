@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Calls into code that nobody trusts: whatever goes wrong comes back as an exception object, and the program goes on.
 
 #include <dravik/adt/exceptions/access_violation_exception.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Storage of your own behind the library's views: a paged file lends its pages, and gets each one back when nobody
 // looks at it any more.
 

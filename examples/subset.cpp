@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A part of a grid, turned round and thinned out, as a grid of its own; no sample is moved for it.
 
 #include <dravik/adt/bulkdef/view/array_subset_def.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Exchanging the data below an open view: the view stays, and follows to the new size.
 
 #include <dravik/adt/bulkview/accessors/memory_accessor.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the time goes, and what the samples look like: a step measured by name, and samples counted into bins.
 
 #include <dravik/adt/logging/named_timer.h>

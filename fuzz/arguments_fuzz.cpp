@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Arbitrary arguments, the ends of their types included, for what holds memory, counts, measures and scales: a result
 // that a plain model confirms, or an error with a text; never undefined behaviour, and never a request for more memory
 // than the arguments explain.

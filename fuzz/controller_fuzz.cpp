@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plain functions of the brick controller with arbitrary arguments, null in any place: a result, or a text that
 // says what was wrong; never a crash, and never the address of another sample.
 

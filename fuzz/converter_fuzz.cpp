@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs of samples through every converter, with any stride, position, length and bits, against the same converter asked
 // for one value at a time; and the lengths of runs of bits against a loop over bits.
 

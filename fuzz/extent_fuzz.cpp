@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Extents and array positions with arbitrary numbers, the ends of int included, against arithmetic in 128 bits.
 
 #include "dravik/adt/core/array_ref.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Chains of up to five filters over bricks, in any order, read, written, swapped, cloned and notified at will, against
 // a plain array addressed by arithmetic of its own. When the chain has gone, every sample below is what was written.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Two index sets under any sequence of operations, against one flag per cell of a small universe. The universe is laid
 // at some place of index space with cells of some length, so that coordinates come from everywhere in int.
 

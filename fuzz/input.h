@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What a harness reads its decisions from, and how it complains. Bytes that have run out read as 0, so every input is

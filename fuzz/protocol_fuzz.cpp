@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What consumers, hosts and notifications may do with chains of accessors, in any order: several handles, copies of
 // them, chains and views at once, loans that outlive their chain, targets exchanged and chains taken back while loans
 // are out, clients that mark, clear or ignore. After each step everything is held against the rules: what each handle

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs every file of the folders given through a harness, without a fuzzer. A folder without files is a mistake.
 
 #include <cstddef>

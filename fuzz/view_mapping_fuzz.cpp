@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Views with arbitrary numbers in them, the ends of int included: what they map where, alone, inverted and composed;
 // extents, boxes and arrays converted through them; and filters and typed views over blocks with any strides. Against
 // arithmetic in 128 bits: an error with a text, or the address of the very sample.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The binary interface of the library beside its baseline: exported functions, layouts, virtual tables, enumerators.
 # usage: abi.sh check|renew LIBRARY, where the library was built by g++ with debug symbols
 set -euo pipefail

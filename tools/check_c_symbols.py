@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks that the library's C symbols are the controller functions that its C header declares, all of them and no other."""
 
 import argparse

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs a build into an empty folder and lets a stranger's project use it, in one of three ways.
 # usage: check_install.sh find_package|pkg_config|add_subdirectory SOURCE_DIR BUILD_DIR CXX
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Unpacks the two Debian packages into an empty folder and builds a stranger's project against what they hold.
 # usage: check_package.sh SOURCE_DIR FOLDER_WITH_PACKAGES
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks the rules of the tree: who may include whom, that adt.h names every public header, that the pages quote what the
 examples print, and that every test file is built by a target."""
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Runs the benchmark programs one after the other and writes what they print as docs/performance.md.
 
 usage: performance.py BUILD_DIRECTORY PAGE

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 /// Marks what crosses the border of the shared library: functions that users link to, and classes whose type identity

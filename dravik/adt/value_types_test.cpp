@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What holds for every value type of the library: different values print differently, equal ones hash alike. The list
 // follows adt.h.
 

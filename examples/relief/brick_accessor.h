@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BrickAccessor: a host's own buffer accessor, over storage that is read brick by brick. Start from this one when you

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "brick_accessor.h"
 
 #include "counting_filter.h"

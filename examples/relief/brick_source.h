@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BrickSource: where a brick accessor gets its samples from. It knows nothing of handles, owners and clients, so that a

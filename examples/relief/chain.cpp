@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "chain.h"
 
 #include <dravik/adt/bulkdef/view/array_subset_def.h>

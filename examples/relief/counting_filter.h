@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CountingFilter: a filter of the example's own, the least that one can do.

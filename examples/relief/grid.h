@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Which grid the demo reads: from a definition that describes it to a source that has its samples.

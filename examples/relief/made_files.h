@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Small netCDF files for the demo's tests, made as they are needed and removed with the test's own folder.

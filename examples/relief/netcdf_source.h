@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // NetcdfSource: one variable of a netCDF file as a brick source.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // A line on the terminal that says how far a piece of work is. Silent where standard error is no terminal.

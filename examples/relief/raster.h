@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Raster: rows of values held in memory, the form a picture has. A plain value that owns its values. Threads: as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The demo itself: opens a grid, reads it through a typed view, draws it.

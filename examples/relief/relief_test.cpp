@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The demo as its users meet it: the program, what it prints, the pictures it leaves.
 
 #include "chain.h"

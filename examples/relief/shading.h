@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Turns heights into a picture: a tint by height, lit from the north-west.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // TerrainSource: a made-up world, for machines where no file of relief is at hand.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Chains of accessors built together with their records, and what is known of all of them. Nothing is shared between

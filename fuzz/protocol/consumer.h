@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // A consumer of the real accessors and one of their records, from the same code. Nothing is shared between threads.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The rules of the filter that shows samples of another type, once more over plain records: runs, and when what was

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The rules of filters once more, step by step over plain records: who asks whom, who holds what, who is told first,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // A host of bricks that knows its number, and the record of what it lends. Nothing is shared between threads.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What loans are, in plain words: records that a harness keeps beside the real ones. Nothing is shared between threads.

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Tells how much of the library the tests run, and fails where that is less than wanted.
 
 Wants the build folder of the preset `coverage`. Counts functions, lines and branches of everything below dravik/adt but tests

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Shows every value of the sample in gdb and compares it with what the program itself printed.
 # usage: check_printers.sh SAMPLE_PROGRAM PRINTERS
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Pretty printers for gdb. Load with `source tools/gdb/dravik_adt_printers.py`, or from ~/.gdbinit.
 
 Values read as they print in C++: (1,2,3), 0:2:5, [0,4)x[1,3), float[2,5)x[0,4) strides (4,1) offset 0. The boxes of an

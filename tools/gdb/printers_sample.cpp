@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One value of every kind that the gdb printers show; check_printers.sh stops in `look` and reads them.
 // With an argument it tells their names.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Included before everything else in a build of mutants. Which fault is live is decided when the program starts, so

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Plants single faults in the library's sources and counts how many the tests catch.
 
 All faults are compiled in one build and one of them is switched on per run (see mutant.h). Faults are drawn by a fixed

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Uses one thing of the headers alone, one that is linked, and one whose type has to be the same on both sides.
 
 #include <dravik/adt/core/extent.h>

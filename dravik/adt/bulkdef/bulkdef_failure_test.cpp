@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What holds for every definition, and what sources, transforms and entities do beyond that.
 
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"

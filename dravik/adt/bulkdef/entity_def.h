@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // EntityDef: root of the definitions that say which data set is meant.

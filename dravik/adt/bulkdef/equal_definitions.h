@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What makes shared pointers to definitions keys of unordered containers: std::hash and EqualDefinitions look at what

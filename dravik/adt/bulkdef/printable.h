@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // IPrintable: what a definition class implements to print itself in words of its own.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SourceDef: root of the definitions that say where a data set comes from.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // TransformDef: root of the definitions that say how a data set is computed from others.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/view_def.h"
 
 #include "dravik/adt/bulkdef/detail/print.h"

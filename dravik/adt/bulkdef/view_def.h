@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ViewDef: root of the definitions that say which part of a data set is looked at.

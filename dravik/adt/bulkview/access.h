@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // AdtEnums: the ways in which a block of samples is asked for and lent. Plain values. Threads: as `int`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // IBufferAccessor: whoever lends blocks of samples, and IClient: whoever borrows them and is told about changes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BufferHandle: a consumer's record of one lent block of samples. It borrows the samples and holds a counted reference

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/buffer_handle.h"
 
 #include "dravik/adt/testing/live_objects.h"

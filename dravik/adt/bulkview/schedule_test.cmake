@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The test of schedules runs on copies of the library's sources in which every access to a word that threads share and
 # every lock is a step of the scheduler (testing/scheduled_words.h), and in which faults can be planted. The copies are made of
 # the sources as they are now and stand in front of them for this one program.

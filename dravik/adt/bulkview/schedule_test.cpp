@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 #include "dravik/adt/bulkview/views/typed_2d_views.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BasicDownScaleConverter: narrowing of samples without scaling. Threads: never changes, share it freely.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/composite_converter.h"
 
 #include "dravik/adt/converters/type_register.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CompositeConverter: two converters in a row. Threads: a chain never changes, share it as freely as its converters.

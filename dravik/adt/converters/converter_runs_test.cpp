@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every converter over runs of every shape, against one value after the other.
 
 #include "dravik/adt/converters/type_register.h"

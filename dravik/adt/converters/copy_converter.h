@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CopyConverter: copies values of 1, 2, 4 or 8 bytes, whatever they mean. Threads: never changes, share it freely.

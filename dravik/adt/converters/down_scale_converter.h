@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // DownScaleConverter: scaling of samples to an integer type. Threads: never changes, share it freely.

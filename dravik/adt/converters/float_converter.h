@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // FloatConverter: scaling of samples to float. Threads: never changes, share it freely.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Int1: the name of the one-bit sample type. Threads: as `int`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/int1_copy_converter.h"
 
 #include "dravik/adt/converters/int1.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Int1CopyConverter: copies packed bits. Threads: never changes, share it freely.

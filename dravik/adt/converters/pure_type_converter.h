@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // PureTypeConverter: widening of samples. Threads: never changes, share it freely.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ScaleOffset: the linear value transform y = scale * x + offset. A plain value that owns nothing. Threads: as `int`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/scale_offset.h"
 
 #include "dravik/adt/testing/random.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // TypeRegister: the process-wide table from a value type to its size in bits. Threads: see the class.

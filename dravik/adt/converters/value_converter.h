@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // IValueConverter: turns samples of one type into samples of another. Threads: see the interface.

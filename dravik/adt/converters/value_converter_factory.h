@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ValueConverterFactory: the only place where converters are chosen. Threads: any number may ask at a time.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/value_converter_factory.h"
 
 #include "dravik/adt/converters/int1.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ArrayConstRef and ArrayRef: where the samples of an N-dimensional block lie in a flat buffer. Plain values that own

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Regular samplings of index space: ExtentImpl along one axis, ExtentK on N axes, and an extent together with the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/extent.h"
 
 #include "dravik/adt/testing/random.h"

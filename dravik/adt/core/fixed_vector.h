@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // FixedVector: N components side by side, the way every position, size and stride vector is written. A plain value that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Hasher: gathers numbers, pointers and texts into one 32-bit hash code. A plain value; threads: as `int`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // IndexSet: any set of integer points of index space, as disjoint boxes. A value that owns its boxes: copying copies

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/index_set_box_iterator.h"
 
 #include "dravik/adt/core/detail/index_set_tree.h"

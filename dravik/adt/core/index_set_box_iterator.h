@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // IndexSetBoxIterator: runs through the boxes that an IndexSet stores. Borrows the set. Threads: as `int`.

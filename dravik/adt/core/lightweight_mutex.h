@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // LightweightMutex: the lock around a few lines of one object's own state. Threads: any number.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/extent.h"
 #include "dravik/adt/core/index_set.h"
 #include "dravik/adt/core/lightweight_mutex.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/lightweight_mutex.h"
 #include "dravik/adt/core/threading_mutex.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Axis-aligned boxes: OpenEndedRange for indices (upper corner exclusive), ClosedRange for values (upper corner

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/shared.h"
 
 #include <boost/smart_ptr/bad_weak_ptr.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Shared: the base of every intrusively counted object of the library. boost::intrusive_ptr holds the references, to

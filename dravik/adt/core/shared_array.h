@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SharedArray: a strided block of samples together with a hold on its memory. A value whose copies share the samples.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/shared_buffer.h"
 
 #include "dravik/adt/exceptions/memory_exception.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SharedBuffer: a counted hold on a flat piece of memory, which is freed by whoever lets go last. The owners behind it

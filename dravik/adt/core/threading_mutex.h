@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Threading::Mutex: mutual exclusion that meets the lock requirements of Boost and of the standard library, and its own

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/exceptions/access_violation_exception.h"
 
 #include "dravik/adt/exceptions/detail/address_text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // AccessViolationException: an access to memory that the process may not make. Threads: as std::string.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ICloneableException: root of the library's own exceptions. Copies share nothing that can change, so an object belongs

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CloneableExceptionBase: a cloneable exception that holds its message. Threads: as std::string.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/exceptions/cloned_exception.h"
 
 #include "dravik/adt/exceptions/cloned_std_exception.h"

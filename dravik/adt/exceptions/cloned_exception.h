@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ClonedException: what becomes of an exception that is not cloneable by itself, and the capture of whatever is being

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The guarded call of ClonedException: where faults of the processor become exceptions of the tree.
 
 #include "dravik/adt/exceptions/cloned_exception.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ClonedStdException: a standard exception that was caught and kept. Threads: as std::string.

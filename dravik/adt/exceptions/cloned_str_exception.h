@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ClonedStrException: a thrown character string that was caught and kept. Threads: as std::string.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // EXCEPTION_RECORD and EXCEPTION_POINTERS: a severe fault as the processor and the system reported it. Plain records.

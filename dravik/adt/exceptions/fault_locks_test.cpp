@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A host's code faults wherever the library calls it, inside a guarded call: whatever else is lost then, no lock of the
 // library stays taken. Out of the question are the two places that call out under a lock and say so: an exchange by a
 // proxy's controller, and the lazy allocation of a buffer.

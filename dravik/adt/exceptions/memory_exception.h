@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // MemoryException: an allocation that failed, with its size and place where they are known. Threads: as std::string.

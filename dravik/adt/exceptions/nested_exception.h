@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // NestedException: a failure that another failure led to. Copies share the inner exception, which never changes.

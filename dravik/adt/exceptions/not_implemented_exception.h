@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // NotImplementedException: an operation that its class declares and does not have. Threads: as std::string.

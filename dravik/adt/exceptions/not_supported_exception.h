@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // NotSupportedException: a request that the library understands and does not serve. Threads: as std::string.

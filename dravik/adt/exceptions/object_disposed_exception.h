@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ObjectDisposedException: use of an object that has given up what it held. Threads: as std::string.

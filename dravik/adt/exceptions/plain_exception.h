@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // PlainException: the standard base exception with a text of its own. A value; threads: as `std::exception`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/exceptions/simple_exception.h"
 
 namespace Quorvel::Dravik::Adt::Exceptions {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SimpleException: base of the exceptions that are nothing but a message. Threads: as std::string.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SystemError: a call of the operating system that failed. Threads: as std::string.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SystemException: a severe fault of the processor or the system, translated. Threads: as std::string.

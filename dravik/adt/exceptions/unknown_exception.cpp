@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/exceptions/unknown_exception.h"
 
 #include <boost/make_shared.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // UnknownException: something was thrown that nobody knows. Threads: as std::string.

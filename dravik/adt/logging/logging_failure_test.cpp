@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/hasher.h"
 #include "dravik/adt/logging/named_timer.h"
 #include "dravik/adt/statistics/histogram.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // NamedTimer: measures the scope it lives in for the timer of its name in a pool. Refers to the pool, which must

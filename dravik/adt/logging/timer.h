@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Timer: adds up the time between start and stop. A plain value with a name. Threads: as `int`, but for getValue.

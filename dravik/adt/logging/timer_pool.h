@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // TimerPool: one timer per name, and the report of them all. Owns its timers. Threads: any number of them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Timers, their pool and named timers, by a clock that stands still.
 
 #include "dravik/adt/logging/timer.h"

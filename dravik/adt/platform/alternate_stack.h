@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // AlternateStack: room for signal handlers on a thread whose own stack may be exhausted.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What the process was started with. Safe from any thread as long as none changes the environment meanwhile.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Fault: what the processor reported when an instruction could not be carried out. A plain value.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Reads a fault out of what the kernel hands to a signal handler. Safe inside a handler.

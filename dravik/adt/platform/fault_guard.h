@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // runGuarded: a call that survives faults of the processor. Any number of threads at once, nested as deep as wanted.

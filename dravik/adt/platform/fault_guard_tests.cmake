@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The table of fault situations: one test program as everything else is built, and one for each set of compiler options
 # under which a fault may find other code around it. There, guard and situations are compiled with these options; the test
 # that drives them is compiled once.

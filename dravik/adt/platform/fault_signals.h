@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // FaultSignals: our handler in front of the host's own, for the signals that report faults, while anybody needs it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Module: the program or shared library that an address belongs to. Safe from any thread, not inside a signal handler.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // RuntimeState: what a jump out of a signal handler would lose of a thread's C++ runtime and floating-point control.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Readable names of types, as a person wrote them. Safe from any thread.

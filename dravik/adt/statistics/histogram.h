@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Histogram: counts float samples into equally wide bins, with running statistics. A value that owns its bins. Threads:

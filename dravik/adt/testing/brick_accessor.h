@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BrickAccessor: an accessor as a host would write it, over samples cut into bricks that can be laid out, owned and

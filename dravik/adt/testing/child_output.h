@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Runs a piece of code in a process of its own, to see what it prints until its very end.

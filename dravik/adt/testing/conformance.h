@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // One script that takes any accessor through everything a consumer may do and compares it with a plain array. An

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/testing/conformance.h"
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Storage of arrays that a test program must not leave behind. Threads: as SharedBuffer.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/testing/failing_allocator.h"
 
 #include "dravik/adt/exceptions/memory_exception.h"

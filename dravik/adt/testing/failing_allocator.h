@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Memory that fails on demand and is counted: a replacement of the global operators new and delete for test programs

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Calls out of the library into code of a host (owner, client, target, converter) that throw on demand: a test's own

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Makes one piece of code fail at its first, second, third … opportunity until it runs through, and looks after each

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Which of the events that could fail does fail. Used by whatever makes things fail on demand. Threads: a plan belongs

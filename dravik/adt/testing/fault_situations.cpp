@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/testing/fault_situations.h"
 
 #include <fenv.h>

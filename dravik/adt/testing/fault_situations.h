@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Code that faults, in every situation that a guarded call has to survive. Compiled once for each set of compiler

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The plain model of an index set: one flag per point of a small universe. One object belongs to one thread.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The rules by which an index set stores its boxes, word for word and slowly: owned nodes, every question answered by

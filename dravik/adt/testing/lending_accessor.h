@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // An accessor and an owner that do what a test tells them. Threads: as what they are told.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Counts the objects of tests that must be gone at their end. A test program that links dravik_adt_testing fails when

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // A clock under the test's control, in place of the one that timers read. One at a time; threads: any.

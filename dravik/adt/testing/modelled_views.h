@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Random view definitions, each with a plain model that lists its indices one by one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // PlainArray: the model that accessors and views are compared with. A value that owns its samples. Threads: as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Random input for laws against plain models: one seed per test program, printed when a test that used it fails, fixed

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Accessors and clients that write down, in one journal, what is asked of them: for scripts that check who hears what

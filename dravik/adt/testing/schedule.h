@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Schedule: runs pieces of a test that would be threads as fibers of the calling thread and lets chance, by a seed,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Atomic words and a mutex whose every operation is a step of the schedule that is running, and faults that can be

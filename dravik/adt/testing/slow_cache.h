@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SlowCache: the rules of the block cache, literally: one entry after the other, one step after the other. Threads: as

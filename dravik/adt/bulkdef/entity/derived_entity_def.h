@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // DerivedEntityDef: a data set that is computed from others. Threads: as every definition.

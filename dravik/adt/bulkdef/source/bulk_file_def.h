@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BulkFileDef: a data set in a file. Threads: as every definition.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ProjectItemDef: a data set in a project's datastore. Threads: as every definition.

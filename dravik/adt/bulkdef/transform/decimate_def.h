@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // DecimateDef: every so many-th sample of a data set. Threads: as every definition.

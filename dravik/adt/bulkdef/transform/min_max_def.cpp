@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 
 #include "dravik/adt/core/hasher.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // MinMaxDef: the least and the greatest sample of every bin. Threads: as every definition.

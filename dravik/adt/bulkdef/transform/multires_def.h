@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // MultiresDef: ever coarser levels of a data set. Threads: as every definition.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/transform/unary_trans_def.h"
 
 namespace Quorvel::Dravik::Adt::BulkDef::Transform {

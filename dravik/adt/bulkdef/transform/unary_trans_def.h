@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // UnaryTransDef: root of the transforms that make one data set out of one. Threads: as every definition.

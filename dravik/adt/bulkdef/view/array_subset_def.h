@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ArraySubsetDef: a regular part of an array, possibly decimated or reversed. Threads: as every definition.

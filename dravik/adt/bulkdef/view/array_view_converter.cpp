@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/view/array_view_converter.h"
 
 #include "dravik/adt/bulkdef/view/complete_view_def.h"

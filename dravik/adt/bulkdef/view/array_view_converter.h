@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ArrayViewConverter: carries extents, boxes, index sets and arrays between a view and its target. A value that shares

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ArrayViewDef: a view that maps regular samplings of indices, one axis at a time, both ways. Threads: as every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CompleteViewDef: the whole target, unchanged. Threads: as every definition; Instance() from any of them.

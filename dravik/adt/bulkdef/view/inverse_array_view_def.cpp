@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
 
 #include <ostream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // InverseArrayViewDef: an array view read from its target's side. Threads: as every definition.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // MemoryAccessor: lends an array that is in memory already. Shares the array's bytes with whoever made it. Threads: one

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CountedSlot: a counted reference in a place that two threads may clear at once. Threads: any number, on every member.

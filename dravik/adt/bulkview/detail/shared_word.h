@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Access to plain words that another thread may write while their owner reads them. On the usual processors the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BufferAccessorFilter: an accessor that owns one other accessor, its target, and presents the same protocol above it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the bases of the filters do, and what every filter passes down to its target and up to its client.
 
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"

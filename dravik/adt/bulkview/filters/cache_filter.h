@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CacheFilter: keeps the blocks that its target lent and serves requests inside them without asking the target again.

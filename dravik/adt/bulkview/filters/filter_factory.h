@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // FilterFactory: from a view definition to the accessor that shows the view. Stateless. Threads: any.

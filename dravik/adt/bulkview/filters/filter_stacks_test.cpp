@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Filters alone and stacked, through the conformance script.
 
 #include "dravik/adt/bulkview/filters/cache_filter.h"

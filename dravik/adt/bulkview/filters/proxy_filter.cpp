@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 
 #include <boost/smart_ptr/make_shared.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ProxyFilter: a filter that changes nothing, and whose target can be exchanged while a client is attached.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // StatefulBufferAccessorFilter: a filter that stands between its target and its client in both directions. Threads: as

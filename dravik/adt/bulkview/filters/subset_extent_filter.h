@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SubsetExtentFilter: a decimated or reversed part of an accessor as an accessor of its own. Threads: as the chain it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/subset_filter.h"
 
 #include "dravik/adt/bulkview/filters/detail/subset_block.h"

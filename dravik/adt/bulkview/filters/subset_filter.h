@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SubsetFilter: a part of an accessor, possibly decimated or reversed, as an accessor of its own. Threads: as the chain

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
 #include "dravik/adt/converters/type_register.h"

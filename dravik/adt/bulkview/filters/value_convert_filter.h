@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ValueConvertFilter: an accessor of one sample type shown as one of another. Threads: as the chain it is part of; its

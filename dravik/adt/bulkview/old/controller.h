@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // IController: bulk data as older callers know it, brick by brick. Threads: one caller at a time.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/old/controller_adapter.h"
 
 #include "dravik/adt/exceptions/plain_exception.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ControllerAdapter: any accessor chain behind the controller interface of older callers. Owns the chain. Threads: one

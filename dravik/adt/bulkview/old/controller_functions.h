@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The controller of older callers as plain functions: for C11 and for C++, without classes and without exceptions.

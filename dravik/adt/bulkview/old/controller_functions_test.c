@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* An older caller in C: reads and writes samples through a controller that C++ code gives it. */
 
 #include "dravik/adt/bulkview/old/controller_functions.h"

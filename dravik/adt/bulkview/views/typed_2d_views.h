@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Typed2dRoView and Typed2dRwView: planes of samples, to read and to write. Threads: as TypedViewBase.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Typed3dRoView and Typed3dRwView: volumes of samples, to read and to write. Threads: as TypedViewBase.

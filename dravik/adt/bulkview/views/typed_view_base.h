@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // TypedViewBase: what typed views of every sample type and number of axes share. It owns its chain of accessors and one

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // TypedViewIterBase: walks a box of a typed view sample by sample, and TypedViewBox, the box as a range. Both refer to

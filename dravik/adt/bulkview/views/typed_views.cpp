@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/views/typed_2d_views.h"
 #include "dravik/adt/bulkview/views/typed_3d_views.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/views/view_base.h"
 
 #include "dravik/adt/bulkview/views/view_exceptions.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // ViewBase: owns a chain of accessors and is its client. Threads: one view, one thread; notifications as IClient says.

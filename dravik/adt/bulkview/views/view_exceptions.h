@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What typed views throw: ViewException for misuse, ViewBoundsException for an index outside, ViewAccessorException for

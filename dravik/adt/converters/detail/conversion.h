@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Conversion: what the converters between number types share. A plain value that owns nothing. Threads: as `int`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/detail/run_kernels.h"
 
 #include <hwy/detect_targets.h>

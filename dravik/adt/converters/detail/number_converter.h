@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // NumberConverter: what the families of converters between sample types share. Threads: never changes, share it freely.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // PairTable: an entry for every pair of sample types. A plain value. Threads: as `int`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Conversions of contiguous runs, as tables of plain functions over pairs of sample types. Threads: functions without

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every instruction set that this machine can run against the reference, and the reference against the C library.
 
 #include "dravik/adt/converters/detail/run_kernels.h"

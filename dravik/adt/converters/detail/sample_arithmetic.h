@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What happens to one sample in a conversion. This is the reference: code for vector instructions gives the same bits.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SampleType: the six sample types that converters know, and which of them become which. Threads: as `int`.

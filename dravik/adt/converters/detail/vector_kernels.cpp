@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The conversions of runs in vector instructions. This file is compiled once per instruction set, each time in a
 // namespace of its own; instruction_sets.cpp chooses among them.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Balanced trees out of lists of boxes: for a subtree that has grown too deep, and for many boxes at once.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What an index set does with two boxes: how they merge, how far apart they count, what one leaves of the other. Plain

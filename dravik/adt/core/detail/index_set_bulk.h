@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What a long list of boxes goes through before it becomes a tree: boxes that touch along whole sides are joined, and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The grid of an index set: how a place is divided into parts and these into cells. Only arithmetic; the nodes come on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // One node of an index set's tree: four slots, each a box or the bounds of a node below. A plain value; the pool that

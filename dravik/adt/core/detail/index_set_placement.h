@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Where added boxes go in a tree: the rules that small sets are built by, and the balance that large ones are kept in.

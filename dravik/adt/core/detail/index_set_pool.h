@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // All nodes of one tree in one array. Nodes name each other by their place, so copying a tree copies the array, and

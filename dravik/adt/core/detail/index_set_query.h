@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Questions to a tree of boxes. A child's bounds are asked before its points, and each recursion is as deep as the tree

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The tree of boxes behind an index set that is not a single box: what a removal leaves, and the grid when there is

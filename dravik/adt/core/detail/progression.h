@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Ascending arithmetic progressions in 64 bits: what the intersection of two extents is computed on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // StdExceptionText: the part of a cloneable exception that survives when somebody catches it by value. Threads: as

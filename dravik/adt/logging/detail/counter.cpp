@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/logging/detail/counter.h"
 
 #include "dravik/adt/platform/clock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The counter that all timers of the process read; another one can take its place, so that what timers measure can be

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/statistics/detail/histogram_tally.h"
 
 #include <algorithm>

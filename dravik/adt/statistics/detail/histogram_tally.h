@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // HistogramTally: the counts and statistics of a histogram and their float arithmetic, which is compiled here and

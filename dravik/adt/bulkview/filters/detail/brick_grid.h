@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // BrickGrid: a guess at the regular bricking that blocks lie on, so that the blocks around a position are found without

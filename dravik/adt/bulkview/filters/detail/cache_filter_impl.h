@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CacheFilterImpl: the cache filter for data of N axes. Made by CacheFilter::Apply. Threads: as CacheFilter.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // CacheIndex: which kept block serves a request, and when the kept blocks are to be dropped. Knows the boxes of the

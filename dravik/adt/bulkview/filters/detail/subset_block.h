@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // SubsetBlock: a lent block on its way from the labels of a target to those of a subset. Threads: as `int`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // IndexWindow: the test that every sample access begins with. A plain value. Threads: as `int`.
