@@ -30,7 +30,7 @@ function(dravik_adt_add_library)
     target_include_directories(dravik_adt_platform PUBLIC ${PROJECT_SOURCE_DIR})
     target_link_libraries(dravik_adt_platform PUBLIC Boost::headers Threads::Threads ${CMAKE_DL_LIBS})
 
-    add_library(dravik_adt SHARED)
+    add_library(dravik_adt)
     add_library(dravik::adt ALIAS dravik_adt)
     dravik_adt_configure_target(dravik_adt)
     # Until 1.0 a minor version may break its callers.
@@ -39,18 +39,24 @@ function(dravik_adt_add_library)
         PROPERTIES VERSION ${PROJECT_VERSION}
                    SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
                    EXPORT_NAME adt
+                   DEFINE_SYMBOL ""
+                   POSITION_INDEPENDENT_CODE ON
                    CXX_VISIBILITY_PRESET hidden
                    C_VISIBILITY_PRESET hidden
                    VISIBILITY_INLINES_HIDDEN ON)
     target_compile_definitions(dravik_adt PRIVATE DRAVIK_ADT_BUILDING)
     target_include_directories(
         dravik_adt PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-    # A processor fault may arrive at any time while a guard is active, so the library's code is never unmapped.
-    target_link_options(dravik_adt PRIVATE -Wl,-z,nodelete -Wl,--exclude-libs,ALL)
-    target_link_libraries(
-        dravik_adt
-        PUBLIC Boost::headers
-        PRIVATE $<BUILD_INTERFACE:dravik_adt_platform> Threads::Threads)
+    # The objects themselves, so that a static library is whole.
+    target_sources(dravik_adt PRIVATE $<TARGET_OBJECTS:dravik_adt_platform>)
+    target_link_libraries(dravik_adt PUBLIC Boost::headers PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
+    if(BUILD_SHARED_LIBS)
+        # A processor fault may arrive at any time while a guard is active, so the library's code is never unmapped.
+        set(exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols.map)
+        target_link_options(dravik_adt PRIVATE -Wl,-z,nodelete -Wl,--exclude-libs,ALL
+                                               -Wl,--version-script=${exported_symbols})
+        set_property(TARGET dravik_adt PROPERTY LINK_DEPENDS ${exported_symbols})
+    endif()
 endfunction()
 
 # dravik_adt_sources(FILE...): sources of the library, relative to the calling folder.

@@ -30,14 +30,14 @@ function(dravik_adt_add_deferred_tests)
     set_property(GLOBAL PROPERTY DRAVIK_ADT_TESTS)
 endfunction()
 
-# The tree's own rules: who may include whom, every test file in a target, no C symbol that nobody declared.
+# The tree's own rules: who may include whom, every test file in a target, no symbol exported that is not ours.
 function(dravik_adt_add_structure_tests)
     find_package(Python3 REQUIRED COMPONENTS Interpreter)
     add_test(NAME structure
              COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_structure.py
                      --source ${PROJECT_SOURCE_DIR} --compile-commands ${CMAKE_BINARY_DIR}/compile_commands.json)
-    add_test(NAME c_symbols
-             COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_c_symbols.py --nm ${CMAKE_NM}
+    add_test(NAME symbols
+             COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_symbols.py --nm ${CMAKE_NM}
                      --library $<TARGET_FILE:dravik_adt>
                      --header ${PROJECT_SOURCE_DIR}/dravik/adt/bulkview/old/controller_functions.h)
 endfunction()
@@ -60,7 +60,7 @@ endfunction()
 
 # A stranger's project, in each way that it may find the library.
 function(dravik_adt_add_install_tests)
-    foreach(way find_package pkg_config add_subdirectory)
+    foreach(way find_package pkg_config static add_subdirectory)
         add_test(NAME stranger_${way} COMMAND ${PROJECT_SOURCE_DIR}/tools/check_install.sh ${way} ${PROJECT_SOURCE_DIR}
                                               ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
     endforeach()

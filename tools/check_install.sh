@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Installs a build into an empty folder and lets a stranger's project use it, in one of three ways.
-# usage: check_install.sh find_package|pkg_config|add_subdirectory SOURCE_DIR BUILD_DIR CXX
+# Installs a build into an empty folder and lets a stranger's project use it, in one of four ways.
+# usage: check_install.sh find_package|pkg_config|static|add_subdirectory SOURCE_DIR BUILD_DIR CXX
 set -euo pipefail
 way=$1 source=$2 build=$3 cxx=$4
 
@@ -37,6 +37,16 @@ pkg_config)
     "$cxx" -std=c++20 -o "$work/stranger" "$source/tools/stranger/stranger.cpp" \
         $(PKG_CONFIG_PATH=$pc pkg-config --cflags --libs dravik_adt)
     LD_LIBRARY_PATH=$lib "$work/stranger"
+    ;;
+static)
+    cmake -S "$source" -B "$work/library" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=Release \
+        -DBUILD_SHARED_LIBS=OFF -DDRAVIK_ADT_BUILD_TESTS=OFF -DDRAVIK_ADT_BUILD_EXAMPLES=OFF -DDRAVIK_ADT_STRICT=ON \
+        >"$work/configure.log"
+    cmake --build "$work/library" --target dravik_adt >"$work/build.log" || { cat "$work/build.log" >&2; exit 1; }
+    build=$work/library
+    install_library
+    build_stranger -DCMAKE_PREFIX_PATH="$work/prefix"
+    ! readelf --dynamic "$work/build/stranger" | grep -q libdravik
     ;;
 add_subdirectory)
     # The library itself is built and linked by everything else; here it is enough that a stranger's build knows how to

@@ -3,6 +3,8 @@
 
 // Everything, for users who want one include.
 
+#include "dravik/adt/export.h"  // first, since it refuses compilers below C++20
+
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/entity_def.h"
@@ -86,7 +88,6 @@
 #include "dravik/adt/exceptions/system_error.h"
 #include "dravik/adt/exceptions/system_exception.h"
 #include "dravik/adt/exceptions/unknown_exception.h"
-#include "dravik/adt/export.h"
 #include "dravik/adt/logging/named_timer.h"
 #include "dravik/adt/logging/timer.h"
 #include "dravik/adt/logging/timer_pool.h"

@@ -1,0 +1,79 @@
+# SPDX-License-Identifier: Apache-2.0
+# The Debian packages: the library, what building against it needs, its documentation, and its debug symbols.
+
+set(runtime_package libdravik-adt${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+set(development_package libdravik-adt-dev)
+set(documentation_package libdravik-adt-doc)
+
+# What the policy asks of every package: its licence, and its changes in the form that apt shows.
+set(debian_dir ${PROJECT_BINARY_DIR}/debian)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/copyright.in ${debian_dir}/copyright @ONLY)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/changelog.in ${debian_dir}/changelog @ONLY)
+execute_process(COMMAND gzip --best --no-name --force --keep ${debian_dir}/changelog COMMAND_ERROR_IS_FATAL ANY)
+foreach(component runtime development documentation)
+    install(FILES ${debian_dir}/copyright DESTINATION share/doc/${${component}_package} COMPONENT ${component})
+    install(FILES ${debian_dir}/changelog.gz RENAME changelog.gz
+            DESTINATION share/doc/${${component}_package} COMPONENT ${component})
+endforeach()
+
+# Where gdb looks for what belongs to a library, once the packages are installed.
+install(FILES tools/gdb/dravik_adt_printers.py COMPONENT development
+        DESTINATION share/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR} RENAME libdravik_adt.so.${PROJECT_VERSION}-gdb.py)
+
+# The pages as they are read in the source, the reference if `./dev docs` has built it, and the examples.
+set(documentation_dir share/doc/${documentation_package})
+install(DIRECTORY docs/ DESTINATION ${documentation_dir} COMPONENT documentation FILES_MATCHING
+        PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
+install(FILES README.md CHANGELOG.md DESTINATION ${documentation_dir} COMPONENT documentation)
+install(DIRECTORY examples/ DESTINATION ${documentation_dir}/examples COMPONENT documentation FILES_MATCHING
+        PATTERN "*.cpp" PATTERN "*.h" PATTERN "*.txt" PATTERN "CMakeLists.txt" EXCLUDE)
+install(DIRECTORY build/docs/html DESTINATION ${documentation_dir} COMPONENT documentation OPTIONAL)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME dravik-adt)
+set(CPACK_PACKAGE_CONTACT "dravik-adt maintainers <maintainers@example.org>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES OFF)  # what is stripped goes into the package of debug symbols
+set(CPACK_COMPONENTS_ALL runtime development documentation)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_MULTIARCH same)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
+set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
+# The loader learns of a new library without being told by hand.
+file(WRITE ${debian_dir}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${debian_dir}/triggers")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+    "data types for bulk numeric data (shared library)
+Seismic volumes, grids and other sampled data far larger than memory:
+index types, blocks of samples on loan, filters that subset, convert and
+cache, and typed views that read and write single samples.
+.
+This package holds the library that programs need to run.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${development_package})
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_MULTIARCH same)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    "${runtime_package} (= ${PROJECT_VERSION}), libboost-dev (>= 1.74)")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "${documentation_package}")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+    "data types for bulk numeric data (headers and build files)
+Headers, CMake and pkg-config files, and gdb's printers, for programs that
+are built on the library.")
+
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME ${documentation_package})
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_MULTIARCH foreign)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION
+    "data types for bulk numeric data (documentation)
+Concept pages, the reference and example programs.")
+
+include(CPack)
