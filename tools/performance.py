@@ -1,6 +1,7 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
-"""Runs the benchmark programs one after the other and writes what they print as docs/performance.md.
+"""Runs the benchmark programs one after the other. Writes all that they print as performance.md into the build folder, and
+the figures that benchmarks/headlines.txt names as docs/performance.md, with a chart beside it.
 
 usage: performance.py BUILD_DIRECTORY PAGE
 """
@@ -15,12 +16,13 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 ABOUT = """# Performance
 
-Written by `./dev bench` in one run; edit the programs in `benchmarks/`, not this page.
+Written by `./dev bench` in one run, which leaves the tables of all figures in `build/bench/performance.md`.
 
-A figure is the processor time of ours divided by that of the peer in the same row, less than 1 where ours is faster; where
-no peer is named it is a time. Ours and its peers take turns, and a figure is the median over at least 7 rounds; half of the
-rounds lie in the range beside it. *At most* is what this library sets itself; a figure beyond it is marked, and the lines
-below the table say what is known about why.
+A figure is the processor time of ours divided by that of the peer in the same row, less than 1 where ours is faster; with a
+unit it is a time. Ours and its peers do the same work in turns, and a figure is the median of at least 7 rounds. *At most* is
+what this library sets itself.
+
+![The ratios of the table below](images/performance.svg)
 """
 
 INSTRUCTIONS = ("sse4_2", "avx", "avx2", "fma", "avx512f", "avx512bw", "avx512dq", "avx512vl", "avx512vbmi")
@@ -73,31 +75,66 @@ def machine(build):
     return "\n".join(["| machine | |", "|---|---|"] + [f"| {key} | {value} |" for key, value in rows.items()]) + "\n"
 
 
-def summary(sections):
-    """How many figures of each subject are held to something, and how many of these hold."""
-    lines = ["| subject | figures with a limit | within it |", "|---|---|---|"]
-    all_limits, all_short = 0, 0
+def rows_of(sections):
+    """The rows of all tables, as (section, what) -> list of (peer, figure, limit, mark)."""
+    rows = {}
     for section in re.split(r"^## ", sections, flags=re.MULTILINE)[1:]:
-        rows = [line.split(" | ") for line in section.splitlines() if line.startswith("| ")][1:]
-        rows = [row for row in rows if len(row) == 6]
-        limits = sum(row[4].strip() != "" for row in rows)
-        short = sum("falls short" in row[5] for row in rows)
-        if limits:
-            lines.append(f"| {section.splitlines()[0]} | {limits} | {limits - short} |")
-        all_limits, all_short = all_limits + limits, all_short + short
-    lines.append(f"| all | {all_limits} | {all_limits - all_short} |")
+        title = section.splitlines()[0]
+        for line in section.splitlines():
+            cells = [cell.strip() for cell in line.strip("|").split("|")]
+            if line.startswith("| ") and len(cells) == 6 and cells[0] != "what":
+                rows.setdefault((title, cells[0]), []).append((cells[1], cells[2], cells[4], cells[5]))
+    return rows
+
+
+def headlines(rows):
+    """The rows of the page: what, peer, figure, limit and mark for each line of headlines.txt."""
+    chosen = []
+    for line in (ROOT / "benchmarks/headlines.txt").read_text().splitlines():
+        if not line or line.startswith("#"):
+            continue
+        words, section, what, peer = (cell.strip() for cell in line.split("|"))
+        found = [row for row in rows.get((section, what), []) if row[0].startswith(peer)]
+        if len(found) != 1:
+            sys.exit(f"headlines.txt: {len(found)} rows say {section} | {what} | {peer}")
+        chosen.append((words, *found[0]))
+    return chosen
+
+
+def table(chosen):
+    lines = ["| path | beside | figure | at most | |", "|---|---|---|---|---|"]
+    lines += [f"| {' | '.join(row)} |" for row in chosen]
     return "\n".join(lines) + "\n"
+
+
+def draw(chosen, path):
+    import matplotlib  # only here: the rest runs without it
+    matplotlib.use("svg")
+    matplotlib.rcParams["svg.hashsalt"] = "dravik"
+    import matplotlib.pyplot as plt
+    ratios = [(words, peer, float(figure)) for words, peer, figure, _, _ in chosen if re.fullmatch(r"[\d.]+", figure)]
+    figure, axes = plt.subplots(figsize=(8, 0.28 * len(ratios) + 0.8))
+    axes.barh([f"{words} / {peer.split(' (')[0]}" for words, peer, _ in ratios], [ratio for *_, ratio in ratios],
+              color=["tab:green" if ratio <= 1 else "tab:gray" for *_, ratio in ratios])
+    axes.axvline(1, color="black", linewidth=0.8)
+    axes.invert_yaxis()
+    axes.tick_params(labelsize=7)
+    axes.set_xlabel("processor time of ours / the peer's, less is better", fontsize=7)
+    figure.tight_layout()
+    figure.savefig(path, metadata={"Date": None})
 
 
 def main():
     build, page = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
-    parts = [ABOUT, machine(build)]
     sections = ""
     for program in sorted((build / "benchmarks").glob("*_bench")):
         output = subprocess.run([program], stdout=subprocess.PIPE, text=True, check=True).stdout
         print(output, end="", flush=True)
         sections += output
-    page.write_text("\n".join(parts + [summary(sections), sections.rstrip() + "\n"]))
+    (build / "performance.md").write_text("\n".join([machine(build), sections]))
+    chosen = headlines(rows_of(sections))
+    page.write_text("\n".join([ABOUT, table(chosen), machine(build)]))
+    draw(chosen, page.parent / "images" / "performance.svg")
 
 
 if __name__ == "__main__":
