@@ -26,7 +26,7 @@ constexpr float kHigh = 5;
 constexpr std::size_t kSamples = std::size_t{1} << 20;
 
 struct Statistics {
-    std::uint32_t count = 0;
+    std::int64_t count = 0;
     double sum = 0;
     double squares = 0;
     float min = std::numeric_limits<float>::infinity();
@@ -41,9 +41,9 @@ struct Statistics {
     }
     std::uint64_t checksum() const { return checksumOf(static_cast<float>(sum), count, min, max); }
 
-    static std::uint64_t checksumOf(float sum, std::uint32_t count, float min, float max) {
-        return (std::uint64_t{std::bit_cast<std::uint32_t>(sum)} << 32) + count + std::bit_cast<std::uint32_t>(min) +
-               std::bit_cast<std::uint32_t>(max);
+    static std::uint64_t checksumOf(float sum, std::int64_t count, float min, float max) {
+        return (std::uint64_t{std::bit_cast<std::uint32_t>(sum)} << 32) + static_cast<std::uint64_t>(count) +
+               std::bit_cast<std::uint32_t>(min) + std::bit_cast<std::uint32_t>(max);
     }
 };
 
@@ -56,8 +56,8 @@ std::uint64_t plainLoop(std::vector<float> const& samples, unsigned resolution) 
     std::vector<std::int64_t> bins(resolution);
     float const density = static_cast<float>(resolution) / (kHigh - kLow);
     auto const end = static_cast<float>(resolution);
-    std::uint32_t below = 0;
-    std::uint32_t above = 0;
+    std::int64_t below = 0;
+    std::int64_t above = 0;
     Statistics statistics;
     for (float const value : samples) {
         float const place = (value - kLow) * density;

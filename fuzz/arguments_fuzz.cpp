@@ -271,14 +271,16 @@ Histogram anyHistogram(Input& input) {
     }
 }
 
-std::uint32_t counted(Histogram const& histogram) {
-    return histogram.nofSamples() + histogram.underflows() + histogram.overflows();
+// Counts given from elsewhere may be of any size: sums of them wrap.
+std::uint64_t counted(Histogram const& histogram) {
+    return static_cast<std::uint64_t>(histogram.nofSamples()) + static_cast<std::uint64_t>(histogram.underflows()) +
+           static_cast<std::uint64_t>(histogram.overflows());
 }
 
-std::uint32_t countedInBins(Histogram const& histogram) {
-    std::uint32_t count = 0;
+std::uint64_t countedInBins(Histogram const& histogram) {
+    std::uint64_t count = 0;
     for (unsigned bin = 0; bin <= histogram.resolution(); ++bin) {
-        count += histogram.nofSamples(bin);
+        count += static_cast<std::uint64_t>(histogram.nofSamples(bin));
     }
     return count;
 }
@@ -305,7 +307,7 @@ void checkHistograms(Input& input) {
         return;
     }
     Histogram atOnce = histogram;
-    std::uint32_t const before = counted(histogram);
+    std::uint64_t const before = counted(histogram);
     std::vector<float> samples(static_cast<std::size_t>(input.between(0, 200)));
     std::generate(samples.begin(), samples.end(), [&] { return anyFloat(input); });
     for (float const sample : samples) {
@@ -316,7 +318,7 @@ void checkHistograms(Input& input) {
     auto const numbers = static_cast<std::uint32_t>(
         std::count_if(samples.begin(), samples.end(), [](float sample) { return !std::isnan(sample); }));
     require(counted(histogram) == before + numbers, "lost samples", histogram, before, numbers);
-    require(countedInBins(histogram) == histogram.nofSamples(), "lost in bins", histogram);
+    require(countedInBins(histogram) == static_cast<std::uint64_t>(histogram.nofSamples()), "lost in bins", histogram);
     checkResampling(histogram, input);
 
     Histogram other = input.flag() ? histogram : atOnce;
@@ -326,7 +328,8 @@ void checkHistograms(Input& input) {
     Histogram merged = histogram;
     if (succeeds(0, [&] { merged.merge(other); })) {
         require(counted(merged) == counted(histogram) + counted(other), "lost in merging", merged);
-        require(countedInBins(merged) == merged.nofSamples(), "lost in merged bins", merged);
+        require(
+            countedInBins(merged) == static_cast<std::uint64_t>(merged.nofSamples()), "lost in merged bins", merged);
     } else {
         require(merged == histogram, "changed by a merge that was refused", merged);
     }

@@ -21,6 +21,23 @@ Detail::HistogramTally tallyOf(bool flexible, std::size_t resolution) {
     return tally;
 }
 
+// The width of each of `n` bins, also where that of all together is beyond float.
+float stepOf(float low, float high, float n) noexcept {
+    float const width = high - low;
+    return std::isinf(width)
+               ? static_cast<float>((static_cast<double>(high) - static_cast<double>(low)) / static_cast<double>(n))
+               : width / n;
+}
+
+// Where the bin before place `n` ends, shifted by `half`; added up in double where float is left on the way.
+float borderOf(float n, float step, float low, float half) noexcept {
+    float const border = n * step + low + half;
+    return std::isfinite(border) ? border
+                                 : static_cast<float>(
+                                       static_cast<double>(n) * static_cast<double>(step) + static_cast<double>(low) +
+                                       static_cast<double>(half));
+}
+
 // Counts given from elsewhere may be of any size: their sum wraps.
 std::int64_t sumOf(std::int64_t left, std::int64_t right) noexcept {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) + static_cast<std::uint64_t>(right));
@@ -44,17 +61,12 @@ Histogram::Histogram(
     float max) {
     tally_.flexible = false;
     tally_.bins = bins;
-    tally_.origin = low;
-    tally_.density = static_cast<float>(bins.size()) / (high - low);
+    tally_.setRange(low, high);
     tally_.inside.minimum = min;
     tally_.inside.maximum = max;
-    // Counts that together pass 32 bits wrap, as counting one by one would.
-    tally_.inside.count =
-        std::accumulate(bins.begin(), bins.end(), std::uint32_t{0}, [](std::uint32_t sum, auto count) {
-            return sum + static_cast<std::uint32_t>(count);
-        });
+    tally_.inside.count = std::accumulate(bins.begin(), bins.end(), std::int64_t{0}, sumOf);
     if (tally_.inside.count != 0) {
-        double const count = tally_.inside.count;
+        double const count = static_cast<double>(tally_.inside.count);
         double const deviation = stddev;
         tally_.inside.sum = count * static_cast<double>(mean);
         tally_.inside.squares = tally_.inside.sum * tally_.inside.sum / count + deviation * deviation * (count - 1);
@@ -77,7 +89,7 @@ void Histogram::merge(Histogram const& other) {
         throw std::invalid_argument("[Histogram::merge] Invalid argument: kind, resolution or range differs.");
     }
     std::transform(more.bins.begin(), more.bins.end(), tally_.bins.begin(), tally_.bins.begin(), sumOf);
-    tally_.inside.count += more.inside.count;
+    tally_.inside.count = sumOf(tally_.inside.count, more.inside.count);
     tally_.inside.minimum = std::min(tally_.inside.minimum, more.inside.minimum);
     tally_.inside.maximum = std::max(tally_.inside.maximum, more.inside.maximum);
     tally_.underflows += more.underflows;
@@ -92,14 +104,14 @@ bool operator==(Histogram const& left, Histogram const& right) {
     return left.tally() == right.tally();
 }
 
-std::uint32_t Histogram::nofSamples(unsigned bin) const {
+std::int64_t Histogram::nofSamples(unsigned bin) const {
     auto const& bins = tally().bins;
-    return bin < bins.size() ? static_cast<std::uint32_t>(bins[bin]) : 0;
+    return bin < bins.size() ? bins[bin] : 0;
 }
 
 float Histogram::mean() const {
     auto const& tally = this->tally();
-    return tally.inside.count == 0 ? 0 : static_cast<float>(tally.inside.sum / tally.inside.count);
+    return tally.inside.count == 0 ? 0 : static_cast<float>(tally.inside.sum / static_cast<double>(tally.inside.count));
 }
 
 float Histogram::stddev() const {
@@ -107,7 +119,7 @@ float Histogram::stddev() const {
     if (tally.inside.count < 2) {
         return 0;
     }
-    double const count = tally.inside.count;
+    double const count = static_cast<double>(tally.inside.count);
     double const variance = (tally.inside.squares - tally.inside.sum * tally.inside.sum / count) / (count - 1);
     // Rounding may leave a little less than nothing of samples that are all alike.
     return variance < 0 ? 0 : static_cast<float>(std::sqrt(variance));
@@ -128,6 +140,9 @@ float Histogram::range() const {
 void Histogram::capacity(float& low, float& high) const {
     low = tally().origin;
     high = low + range();
+    if (tally().isVast) {
+        high = static_cast<float>(low + resolution() / static_cast<double>(tally().density));
+    }
 }
 
 std::vector<std::int64_t> Histogram::bins(unsigned n, float low, float high) const {
@@ -136,11 +151,11 @@ std::vector<std::int64_t> Histogram::bins(unsigned n, float low, float high) con
         std::swap(low, high);
     }
     auto const& tally = this->tally();
-    float const step = (high - low) / static_cast<float>(n);
+    float const step = stepOf(low, high, static_cast<float>(n));
     float const half = 1 / (2 * tally.density);
     std::size_t start = tally.nearestBin(low);
     for (unsigned target = 0; target < n; ++target) {
-        float border = static_cast<float>(target + 1) * step + low + half;
+        float border = borderOf(static_cast<float>(target + 1), step, low, half);
         if (target + 1 == n) {
             border += half;
         }
@@ -167,7 +182,7 @@ std::vector<float> Histogram::binBorders(int n, float low, float high) const {
     if (high < low) {
         std::swap(low, high);
     }
-    float const step = (high - low) / static_cast<float>(n);
+    float const step = stepOf(low, high, static_cast<float>(n));
     std::vector<float> borders(static_cast<std::size_t>(n) + 1, low);
     for (std::size_t border = 1; border < borders.size(); ++border) {
         borders[border] = borders[border - 1] + step;

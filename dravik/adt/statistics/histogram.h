@@ -21,6 +21,7 @@ namespace Quorvel::Dravik::Adt {
 /// A fixed histogram has its range from the start; samples outside are counted as underflows and overflows. A flexible
 /// one places a narrow range around its first finite sample and, whenever a finite sample falls outside, widens it by a
 /// whole factor to that side, merging neighbouring bins: the resolution stays, and the opposite end stays where it is.
+/// A range that would have to begin below the lowest float stays, too; the sample is then an underflow.
 /// Statistics are those of the samples in bins; NaN is ignored everywhere. Unit: that of the samples.
 ///
 /// Adding a sample puts it aside; samples are counted 256 at a time, or when a result is asked for. So const operations
@@ -68,9 +69,9 @@ class DRAVIK_ADT_EXPORT Histogram {
     void merge(Histogram const& other);
 
     /// Samples in bins.
-    std::uint32_t nofSamples() const { return tally().inside.count; }
+    std::int64_t nofSamples() const { return tally().inside.count; }
     /// Samples in one bin; 0 for a bin that is not there.
-    std::uint32_t nofSamples(unsigned bin) const;
+    std::int64_t nofSamples(unsigned bin) const;
     /// Whether no sample is in a bin, whatever may lie outside.
     bool empty() const { return nofSamples() == 0; }
     float sum() const { return static_cast<float>(tally().inside.sum); }
@@ -81,8 +82,8 @@ class DRAVIK_ADT_EXPORT Histogram {
     /// The smallest and the largest sample in a bin; +infinity and -infinity while there is none.
     float min() const { return tally().inside.minimum; }
     float max() const { return tally().inside.maximum; }
-    std::uint32_t underflows() const { return tally().underflows; }
-    std::uint32_t overflows() const { return tally().overflows; }
+    std::int64_t underflows() const { return tally().underflows; }
+    std::int64_t overflows() const { return tally().overflows; }
     /// The smallest and the largest sample, in a bin or not.
     float underflowMin() const;
     float overflowMax() const;

@@ -38,16 +38,27 @@ struct Model {
     void place(float low, float high) {
         // A flexible range has to tell fewer places apart than it has bins.
         std::size_t const places = flexible ? std::max<std::size_t>(bins.size() / 10, 10) : bins.size();
-        float const magnitude = std::fmax(std::fabs(low), std::fabs(high)), middle = (low + high) * 0.5f;
-        float const half = std::fmax(0.5f * static_cast<float>(places) * magnitude * 0x1p-23f, FLT_MIN);
-        origin = std::fmin(low, middle - half);
-        density = static_cast<float>(bins.size()) / (std::fmax(high, middle + half) - origin);
+        low = std::clamp(low, -FLT_MAX, FLT_MAX), high = std::clamp(high, -FLT_MAX, FLT_MAX);
+        float const magnitude = std::fmax(std::fabs(low), std::fabs(high)),
+                    middle = static_cast<float>((static_cast<double>(low) + static_cast<double>(high)) / 2);
+        float const half = std::fmax(static_cast<float>(places) * 0x1p-24f * magnitude, FLT_MIN);
+        origin = std::fmax(std::fmin(low, middle - half), -FLT_MAX);
+        double const end = std::fmax(
+            static_cast<double>(high), std::isinf(middle + half)
+                                           ? static_cast<double>(middle) + static_cast<double>(half)
+                                           : static_cast<double>(middle + half));
+        float const width = static_cast<float>(end) - origin;
+        density = std::isinf(width)
+                      ? static_cast<float>(static_cast<double>(bins.size()) / (end - static_cast<double>(origin)))
+                      : static_cast<float>(bins.size()) / width;
         density = flexible && !std::isfinite(density) ? FLT_MAX : density;
     }
 
     // The bin as a whole number that may lie anywhere.
     double index(float value) const {
-        float const place = (value - origin) * density;
+        double const exact = (static_cast<double>(value) - static_cast<double>(origin)) * static_cast<double>(density);
+        bool const isVast = std::isinf(static_cast<float>(bins.size()) / density);
+        float const place = isVast ? static_cast<float>(exact) : (value - origin) * density;
         double const whole = std::isnan(place) ? -0x1p31 : std::trunc(static_cast<double>(place));
         return value < origin && whole > -0x1p31 ? whole - 1 : whole;
     }
@@ -62,10 +73,12 @@ struct Model {
         for (std::size_t bin = 0; bin < bins.size(); ++bin) {
             grown[first + bin / step] += bins[bin];
         }
-        bins = grown;
-        if (index(value) < 0) {
-            origin = static_cast<float>(static_cast<double>(origin) - (factor - 1) * width);
+        double const lower = static_cast<double>(origin) - (factor - 1) * width;
+        if (index(value) < 0 && lower < static_cast<double>(-FLT_MAX)) {
+            return;
         }
+        bins = grown;
+        origin = index(value) < 0 ? static_cast<float>(lower) : origin;
         density = static_cast<float>(static_cast<double>(density) / factor);
     }
 
@@ -130,6 +143,8 @@ void expectSame(Histogram const& histogram, Model const& model) {
     }
     double const deviation = std::sqrt(std::fmax((squares - sum * sum / count) / (count - 1), 0));
     auto const range = static_cast<float>(model.bins.size()) / model.density;
+    double const exactRange = static_cast<double>(model.bins.size()) / static_cast<double>(model.density);
+    double const exactEnd = static_cast<double>(model.origin) + exactRange;
     float low = 0, high = 0;
     histogram.capacity(low, high);
     struct Value {
@@ -145,7 +160,7 @@ void expectSame(Histogram const& histogram, Model const& model) {
         {"mean", histogram.mean(), count == 0 ? 0 : static_cast<float>(sum / count)},
         {"stddev", histogram.stddev(), count < 2 ? 0 : static_cast<float>(deviation)},
         {"low", low, model.origin},
-        {"high", high, model.origin + range},
+        {"high", high, std::isinf(range) ? static_cast<float>(exactEnd) : model.origin + range},
         {"range", histogram.range(), range},
     };
     for (Value const& value : values) {
@@ -226,6 +241,7 @@ TEST(Histogram, SaysWhatItCounted) {
         char const* text;
     };
     constexpr auto kFixed = Histogram::fixed;
+    constexpr auto kFlexible = Histogram::flexible;
     std::vector<std::int64_t> const none(4);
     Row const rows[] = {
         {"HalfOpen",
@@ -245,6 +261,35 @@ TEST(Histogram, SaysWhatItCounted) {
          {kFixed, 0, 1, 10},
          std::vector<float>(1000003, 0.1f),
          "10 bins over [0,1): 1000003 samples, 0.1 to 0.1, mean 0.1, stddev 0, 0 below, 0 above"},
+        {"NoOverflowOnTheWay",
+         {kFixed, 0, 6.9e34f, 10000},
+         {0, 1e34f, 5e34f},
+         "10000 bins over [0,6.9e+34): 3 samples, 0 to 5e+34, mean 2e+34, stddev 2.64575e+34, 0 below, 0 above"},
+        {"WiderThanFloat",
+         {kFlexible, -3e38f, 3e38f, 10},
+         {-3e38f, 0, 2.9e38f},
+         "10 bins over [-3e+38,3e+38): 3 samples, -3e+38 to 2.9e+38, mean -3.33333e+36, stddev 2.95014e+38, 0 below, 0 "
+         "above"},
+        {"GrowsWiderThanFloat",
+         {kFlexible, 2},
+         {-3e38f, 3e38f},
+         "2 bins over [-3e+38,3e+38): 2 samples, -3e+38 to 3e+38, mean 0, stddev inf, 0 below, 0 above"},
+        {"NoRangeBelowFloat",
+         {kFlexible, 0, 3e38f, 10},
+         {-3e38f, 1e38f, -1e38f},
+         "10 bins over [-3e+38,3e+38): 2 samples, -1e+38 to 1e+38, mean 0, stddev 1.41421e+38, 1 below, 0 above"},
+        {"HighestFloat",
+         {kFixed, FLT_MAX, FLT_MAX, 10},
+         {FLT_MAX},
+         "10 bins over [3.40282e+38,inf): 1 samples, 3.40282e+38 to 3.40282e+38, mean 3.40282e+38, stddev 0, 0 below, "
+         "0 "
+         "above"},
+        {"InfiniteRange",
+         {kFixed, -kInf, kInf, 10},
+         {-FLT_MAX, 0, kInf, -kInf},
+         "10 bins over [-3.40282e+38,3.40282e+38): 2 samples, -3.40282e+38 to 0, mean -1.70141e+38, stddev "
+         "2.40616e+38, 1 "
+         "below, 1 above"},
         {"Rebuilt",
          {kFixed, 0, 8, {1, 2, 0, 1}, 3, 2, 0.5f, 7},
          {},
@@ -257,10 +302,10 @@ TEST(Histogram, SaysWhatItCounted) {
          {kFixed, 5, 5, {1}, 5, 0, 5, 5},
          {},
          "1 bins over [5,5): 1 samples, 5 to 5, mean 5, stddev 0, 0 below, 0 above"},
-        {"RebuiltBackwardsWrapsItsCount",
+        {"RebuiltBackwards",
          {kFixed, 8, 0, {1, 2, std::int64_t{1} << 32}, 3, 3, 0, 8},
          std::vector<float>(300, 16),
-         "3 bins over [8,0): 3 samples, 0 to 8, mean 3, stddev 3, 300 below, 0 above"},
+         "3 bins over [8,0): 4294967299 samples, 0 to 8, mean 3, stddev 3, 300 below, 0 above"},
     };
     for (Row const& row : rows) {
         Histogram histogram = row.histogram;
@@ -297,6 +342,10 @@ TEST(Histogram, ResamplingLosesNothingInsideTheRange) {
     EXPECT_EQ(histogram.binBorders(0, 7, 9), Borders{7});
     EXPECT_EQ(histogram.binBorders(-1, 7, 9), Borders());
     EXPECT_NE(histogram.binBorders(10, 0, 1).back(), 1.0f) << "borders are added up in float";
+    Histogram vast(Histogram::fixed, -3e38f, 3e38f, 40);
+    vast.add(std::vector{-2.9e38f, -1e38f, 1e38f, 2.9e38f});
+    EXPECT_EQ(vast.bins(4), (std::vector<std::int64_t>(4, 1)));
+    EXPECT_EQ(vast.binBorders(2), (Borders{-3e38f, 0, 3e38f}));
 }
 
 TEST(Histogram, MergingAddsWhatBothHaveCounted) {
@@ -310,6 +359,18 @@ TEST(Histogram, MergingAddsWhatBothHaveCounted) {
     EXPECT_TRUE(whole.underflowMin() == -2 && whole.overflowMax() == 30);
     part.merge(Histogram(Histogram::fixed, 0, 8, {9, 0}, 1, 0, -1, 9));
     EXPECT_EQ(printed(part), "2 bins over [0,8): 16 samples, -1 to 9, mean 2.75, stddev 2.40832, 2 below, 1 above");
+}
+
+TEST(Histogram, CountsBeyondThirtyTwoBits) {
+    Histogram vast(Histogram::fixed, 0, 1, 2);
+    vast.add(std::vector{-1.0f, 0.5f, 2.0f});
+    for (int doubling = 0; doubling < 33; ++doubling) {
+        vast.merge(vast);
+    }
+    EXPECT_EQ(
+        printed(vast),
+        "2 bins over [0,1): 8589934592 samples, 0.5 to 0.5, mean 0.5, stddev 0, 8589934592 below, 8589934592 above");
+    EXPECT_EQ(vast.nofSamples(1), std::int64_t{1} << 33);
 }
 
 TEST(Histogram, RefusesToMergeAnotherShapeAndDiffersInOneThingAlone) {

@@ -32,16 +32,25 @@ Floats loaded(float const* samples) noexcept {
     return floats;
 }
 
-// Widens a range until float can tell `binCount` places in it apart.
-std::pair<float, float> widened(float low, float high, unsigned binCount) noexcept {
+// The ends of a range; the upper one may lie beyond float.
+using Ends = std::pair<float, double>;
+
+// Widens a range until float can tell `binCount` places in it apart. Infinite ends become the ends of float.
+Ends widened(float low, float high, unsigned binCount) noexcept {
     if (high < low) {
         std::swap(low, high);
     }
-    float const middle = (low + high) * 0.5f;
+    low = std::clamp(low, -FLT_MAX, FLT_MAX);
+    high = std::clamp(high, -FLT_MAX, FLT_MAX);
+    float const middle = static_cast<float>((static_cast<double>(low) + static_cast<double>(high)) * 0.5);
     float const magnitude = std::max(std::abs(low), std::abs(high));
-    float half = 0.5f * static_cast<float>(binCount) * magnitude * 0x1p-23f;
+    // The power of two first: the product of the others may overflow.
+    float half = 0.5f * 0x1p-23f * static_cast<float>(binCount) * magnitude;
     half = half < FLT_MIN ? FLT_MIN : half;
-    return {std::min(low, middle - half), std::max(high, middle + half)};
+    float const upper = middle + half;
+    return {
+        std::max(std::min(low, middle - half), -FLT_MAX),
+        std::isinf(upper) ? static_cast<double>(middle) + static_cast<double>(half) : std::max(high, upper)};
 }
 
 // Equal, or both not a number.
@@ -106,28 +115,42 @@ void forEach(BlockMask mask, Use use) noexcept {
 
 }  // namespace
 
-void HistogramTally::placeFixed(float low, float high) noexcept {
-    std::tie(low, high) = widened(low, high, static_cast<unsigned>(bins.size()));
+void HistogramTally::setDensity(float binsPerUnit) noexcept {
+    density = binsPerUnit;
+    isVast = std::isinf(static_cast<float>(bins.size()) / density);
+}
+
+void HistogramTally::setRange(float low, double high) noexcept {
     origin = low;
-    density = static_cast<float>(bins.size()) / (high - low);
+    float const width = static_cast<float>(high) - low;
+    setDensity(
+        std::isinf(width) ? static_cast<float>(static_cast<double>(bins.size()) / (high - static_cast<double>(low)))
+                          : static_cast<float>(bins.size()) / width);
+}
+
+void HistogramTally::placeFixed(float low, float high) noexcept {
+    auto const [from, to] = widened(low, high, static_cast<unsigned>(bins.size()));
+    setRange(from, to);
 }
 
 void HistogramTally::placeFlexible(float low, float high) noexcept {
     unsigned const tenth = static_cast<unsigned>(bins.size()) / 10;
-    std::tie(low, high) = widened(low, high, tenth >= 11 ? tenth : 10);
-    origin = low;
-    density = static_cast<float>(bins.size()) / (high - low);
+    auto const [from, to] = widened(low, high, tenth >= 11 ? tenth : 10);
+    setRange(from, to);
     if (!std::isfinite(density)) {
-        density = FLT_MAX;
+        setDensity(FLT_MAX);
     }
 }
 
 float HistogramTally::placeLimit() const noexcept {
-    return std::min(static_cast<float>(bins.size()), 0x1p31f);
+    return isVast ? 0 : std::min(static_cast<float>(bins.size()), 0x1p31f);
 }
 
 int HistogramTally::binIndex(float value) const noexcept {
-    float const place = (value - origin) * density;
+    float const place =
+        isVast ? static_cast<float>(
+                     (static_cast<double>(value) - static_cast<double>(origin)) * static_cast<double>(density))
+               : (value - origin) * density;
     if (!(place > -0x1p31f)) {
         return INT_MIN;
     }
@@ -205,7 +228,7 @@ bool HistogramTally::addMixedBlock(float const* samples) noexcept {
     addBlockInside(counted, summands, ends.lowest, ends.highest);
     int const outsiders = std::popcount(~insiders);
     counts()[binIndex(substitute)] -= static_cast<std::uint64_t>(outsiders);
-    inside.count -= static_cast<std::uint32_t>(outsiders);
+    inside.count -= outsiders;
     return true;
 }
 
@@ -225,7 +248,7 @@ void HistogramTally::addBlockInside(float const* samples, float const* summands,
     }
     inside.sum = sum;
     inside.squares = squares;
-    inside.count += static_cast<std::uint32_t>(kBlock);
+    inside.count += kBlock;
     // Of the two zeros, which are equal, the one that came first counts.
     auto const asItCame = [samples](float end) { return end == 0 ? *std::find(samples, samples + kBlock, 0.0f) : end; };
     inside.minimum = lowest < inside.minimum ? asItCame(lowest) : inside.minimum;
@@ -281,15 +304,17 @@ void HistogramTally::growFor(float value, int bin) noexcept {
     double const width = static_cast<double>(bins.size()) / static_cast<double>(density);
     double reach = (static_cast<double>(value) - static_cast<double>(origin)) / width;
     reach = reach < 0 ? 1 - reach : reach;
-    // Next to the ends of float the width may be infinite and the factor 0 or not a number; then the range stays.
-    double const enough = std::ceil(reach * 1.0000001192092896);
-    double const factor = enough >= 1 ? enough : 1;
+    double const factor = std::max(1.0, std::ceil(reach * 1.0000001192092896));
     bool const isBelow = bin < 0;
+    double const lower = static_cast<double>(origin) - (factor - 1) * width;
+    if (isBelow && lower < static_cast<double>(-FLT_MAX)) {
+        return;  // no float is the lower end, so the range stays
+    }
     mergeBins(factor >= UINT_MAX ? UINT_MAX : static_cast<std::uint32_t>(factor), /*towardsEnd=*/isBelow);
     if (isBelow) {
-        origin = static_cast<float>(static_cast<double>(origin) - (factor - 1) * width);
+        origin = static_cast<float>(lower);
     }
-    density = static_cast<float>(static_cast<double>(density) / factor);
+    setDensity(static_cast<float>(static_cast<double>(density) / factor));
 }
 
 void HistogramTally::mergeBins(std::uint32_t factor, bool towardsEnd) noexcept {

@@ -19,7 +19,7 @@ struct HistogramTally {
     static constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
     struct Statistics {
-        std::uint32_t count = 0;
+        std::int64_t count = 0;
         float minimum = kInfinity;
         float maximum = -kInfinity;
         double sum = 0;
@@ -41,12 +41,15 @@ struct HistogramTally {
     bool flexible = true;            ///< grows for finite samples outside the bins
     float density = std::numeric_limits<float>::quiet_NaN();  ///< bins per unit of value
     float origin = std::numeric_limits<float>::quiet_NaN();   ///< lower border of the first bin
-    Statistics inside;                                        ///< of the samples in bins
-    std::uint32_t underflows = 0;
-    std::uint32_t overflows = 0;
+    bool isVast = false;  ///< the range is wider than the largest float; places in it are found in double
+    Statistics inside;    ///< of the samples in bins
+    std::int64_t underflows = 0;
+    std::int64_t overflows = 0;
     float underflowMinimum = kInfinity;
     float overflowMaximum = -kInfinity;
 
+    /// Sets the range to [low, high), as it is given.
+    void setRange(float low, double high) noexcept;
     /// Sets a range for samples from `low` to `high`, no narrower than float can tell its bins apart.
     void placeFixed(float low, float high) noexcept;
     /// As placeFixed, but for a tenth of the bins, or for ten where there are fewer than 110.
@@ -68,6 +71,7 @@ struct HistogramTally {
   private:
     void add(float value) noexcept;
     void growFor(float value, int bin) noexcept;
+    void setDensity(float binsPerUnit) noexcept;
     void mergeBins(std::uint32_t factor, bool towardsEnd) noexcept;
     void addOutside(float value, int bin) noexcept;
     /// Whether the samples of a block are numbers and all inside the bins; then counts them.
@@ -81,7 +85,8 @@ struct HistogramTally {
     float const* addWhileInside(float const* first, float const* end) noexcept;
     /// The bins, so that counts given from elsewhere wrap instead of overflowing.
     std::uint64_t* counts() noexcept { return reinterpret_cast<std::uint64_t*>(bins.data()); }
-    /// Places from 0 to below this are those of bins, and fit into int.
+    /// Places from 0 to below this are those of bins, and fit into int; 0 for a vast range, which has no places in
+    /// float.
     float placeLimit() const noexcept;
 };
 
