@@ -9,11 +9,13 @@
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
 #include "dravik/adt/exceptions/plain_exception.h"
+#include "dravik/adt/testing/child_output.h"
 #include "dravik/adt/testing/modelled_views.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -239,6 +241,24 @@ TEST(BulkFileDef, NamesItsFormatsBothWays) {
     for (char const* const name : {"FILEFORMAT_UNDEFINED", "", "fileformat_other", " FILEFORMAT_OTHER"}) {
         EXPECT_EQ(BulkFileDef::getFileFormat(name), BulkFileDef::FILEFORMAT_UNKNOWN) << name;
     }
+}
+
+// A user's static that is made before any of the library's, and so goes after all of them.
+struct PrintsAtExit {
+    ~PrintsAtExit() {
+        std::puts(BulkFileDef::getFileFormatString(BulkFileDef::FILEFORMAT_HALDOR).c_str());
+        std::puts(BulkFileDef::getFileFormatString(BulkFileDef::FileFormat(7)).c_str());
+        std::puts(text(*View::CompleteViewDef::Instance()).c_str());
+    }
+};
+
+TEST(Definitions, KeepTheirNamesUntilTheEnd) {
+    auto const output = Testing::outputOfChild([] {
+        static PrintsAtExit const atExit;
+        EXPECT_EQ(BulkFileDef::getFileFormat("FILEFORMAT_HALDOR"), BulkFileDef::FILEFORMAT_HALDOR);
+        BulkFileDef::getFileFormatString(BulkFileDef::FileFormat(7));
+    });
+    EXPECT_EQ(output, "FILEFORMAT_HALDOR\nFILEFORMAT_UNDEFINED\nCompleteViewDef\n");
 }
 
 TEST(Definitions, HandOutWhatTheyHold) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/logging/timer_pool.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -8,19 +9,42 @@
 
 namespace Quorvel::Dravik::Adt::Logging {
 
-TimerPool::TimerPool(bool enabled, int verbose) : enabled_(enabled), verbose_(enabled ? verbose : 0) {}
+namespace {
 
-TimerPool::~TimerPool() {
+// The pool of the process, once there is one.
+constinit std::atomic<TimerPool*> processPool{nullptr};
+
+void printLastReport(TimerPool& pool) noexcept {
     try {
-        printAll();
+        pool.printAll();
     } catch (std::bad_alloc const&) {
         // The report ends where the memory does.
     }
 }
 
+// Runs when the library goes, after the destructors of every static of the program: what those measured is reported,
+// too.
+[[gnu::destructor]] void reportAtExit() noexcept {
+    if (TimerPool* const pool = processPool.load(std::memory_order_acquire)) {
+        printLastReport(*pool);
+    }
+}
+
+}  // namespace
+
+TimerPool::TimerPool(bool enabled, int verbose) : enabled_(enabled), verbose_(enabled ? verbose : 0) {}
+
+TimerPool::~TimerPool() {
+    printLastReport(*this);
+}
+
 TimerPool& TimerPool::getInstance() {
-    static int const verbose = Timer::getNumericEnv("DRAVIK_TIMERS");
-    static TimerPool pool(/*enabled=*/verbose >= 0, verbose);
+    // Never destroyed: statics of the program may measure until the very end.
+    static TimerPool& pool = [verbose = Timer::getNumericEnv("DRAVIK_TIMERS")]() -> TimerPool& {
+        auto* const made = new TimerPool(/*enabled=*/verbose >= 0, verbose);
+        processPool.store(made, std::memory_order_release);
+        return *made;
+    }();
     return pool;
 }
 

@@ -16,7 +16,7 @@
 
 namespace Quorvel::Dravik::Adt::Logging {
 
-/// Keeps timers by name until it is destroyed, and prints a report of them on standard output then.
+/// Keeps timers by name, and prints a report of them on standard output when it is destroyed.
 ///
 /// The pool of the process is switched on by the environment variable DRAVIK_TIMERS, whose number is the verbosity of
 /// its timers: 0 measures and reports nothing, 1 reports the timers that measured something or are running, 2 to 4 let
@@ -30,7 +30,8 @@ class DRAVIK_ADT_EXPORT TimerPool {
     TimerPool(TimerPool const&) = delete;
     TimerPool& operator=(TimerPool const&) = delete;
 
-    /// The pool of the process: made on first use, destroyed at its end.
+    /// The pool of the process: made on first use and never destroyed. Its report is printed when the process ends,
+    /// after the destructors of all statics.
     static TimerPool& getInstance();
 
     bool isEnabled() const noexcept { return enabled_; }

@@ -8,6 +8,7 @@
 #include "dravik/adt/testing/child_output.h"
 #include "dravik/adt/testing/manual_counter.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -302,6 +303,25 @@ TEST(NamedTimer, PrintsAsMuchAsTheEnvironmentAsksForUntilTheProcessEnds) {
         });
         EXPECT_EQ(output, row.output) << row.name;
     }
+}
+
+// A user's static that is made before the pool, and so goes after every static made since.
+struct MeasuresAtExit {
+    ~MeasuresAtExit() {
+        NamedTimer timer("exit");
+        ManualCounter::advance(40);
+    }
+};
+
+TEST(TimerPool, ReportTellsWhatStaticsMeasuredAtExit) {
+    ASSERT_EQ(setenv("DRAVIK_TIMERS", "1", /*overwrite=*/1), 0);
+    auto const output = Testing::outputOfChild([] {
+        static ManualCounter const counter(kMilliseconds);
+        static MeasuresAtExit const atExit;
+        NamedTimer("main").stop();
+    });
+    unsetenv("DRAVIK_TIMERS");
+    EXPECT_THAT(output, testing::MatchesRegex("\nTiming results:\n  exit +40.0 ms\n  main +0.0 us\nEnd of report\n\n"));
 }
 
 TEST(NamedTimer, MeasuresOfOneNameOnManyThreadsAreAllCounted) {

@@ -11,8 +11,11 @@ namespace Quorvel::Dravik::Adt::BulkDef::Source {
 
 namespace {
 
-std::map<std::string, BulkFileDef::FileFormat> const& formatsByName() {
-    static std::map<std::string, BulkFileDef::FileFormat> const formats{
+using FormatsByName = std::map<std::string, BulkFileDef::FileFormat>;
+
+// Never destroyed: statics of the program may ask for names until the very end.
+FormatsByName const& formatsByName() {
+    static FormatsByName const& formats = *new FormatsByName{
         {"FILEFORMAT_UNKNOWN", BulkFileDef::FILEFORMAT_UNKNOWN},
         {"FILEFORMAT_OTHER", BulkFileDef::FILEFORMAT_OTHER},
         {"FILEFORMAT_BRANTEL", BulkFileDef::FILEFORMAT_BRANTEL},
@@ -39,13 +42,13 @@ std::string const* nameOf(BulkFileDef::FileFormat format) {
 
 }  // namespace
 
-std::string const BulkFileDef::ClassName = "BulkFileDef";
+std::string const& BulkFileDef::ClassName = *new std::string("BulkFileDef");
 
 BulkFileDef::BulkFileDef(std::string const& fileName, FileFormat fileFormat)
     : fileName_(fileName), fileFormat_(fileFormat) {}
 
 std::string const& BulkFileDef::getFileFormatString(FileFormat format) {
-    static std::string const undefined = "FILEFORMAT_UNDEFINED";
+    static std::string const& undefined = *new std::string("FILEFORMAT_UNDEFINED");
     std::string const* const name = nameOf(format);
     return name == nullptr ? undefined : *name;
 }

@@ -32,7 +32,7 @@ class DRAVIK_ADT_EXPORT BulkFileDef : public SourceDef, public IPrintable {
     };
 
     /// "BulkFileDef"
-    static std::string const ClassName;
+    static std::string const& ClassName;
 
     BulkFileDef(std::string const& fileName, FileFormat fileFormat);
 

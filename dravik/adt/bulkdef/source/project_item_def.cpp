@@ -8,9 +8,9 @@
 
 namespace Quorvel::Dravik::Adt::BulkDef::Source {
 
-std::string const ProjectItemDef::ClassName = "ProjectItemDef";
-std::string const ProjectItemDef::KestruneDataStoreType = "Kestrune";
-std::string const ProjectItemDef::VellomarDataStoreType = "Vellomar";
+std::string const& ProjectItemDef::ClassName = *new std::string("ProjectItemDef");
+std::string const& ProjectItemDef::KestruneDataStoreType = *new std::string("Kestrune");
+std::string const& ProjectItemDef::VellomarDataStoreType = *new std::string("Vellomar");
 
 ProjectItemDef::ProjectItemDef(
     std::string datastoreType, std::string datastoreId, std::string parentId, std::string itemId)

@@ -17,11 +17,11 @@ namespace Quorvel::Dravik::Adt::BulkDef::Source {
 class DRAVIK_ADT_EXPORT ProjectItemDef : public SourceDef, public IPrintable {
   public:
     /// "ProjectItemDef"
-    static std::string const ClassName;
+    static std::string const& ClassName;
 
     /// "Kestrune" and "Vellomar", two kinds of datastores; any other text names another kind.
-    static std::string const KestruneDataStoreType;
-    static std::string const VellomarDataStoreType;
+    static std::string const& KestruneDataStoreType;
+    static std::string const& VellomarDataStoreType;
 
     /// An item whose samples are taken as they are: scale "1", offset "0".
     ProjectItemDef(std::string datastoreType, std::string datastoreId, std::string parentId, std::string itemId);

@@ -8,9 +8,9 @@
 
 namespace Quorvel::Dravik::Adt::BulkDef::Transform {
 
-std::string const MultiresDef::BasicAverage = "BasicAverage";
-std::string const MultiresDef::FirstValid = "FirstValid";
-std::string const MultiresDef::Decimation = "Decimation";
+std::string const& MultiresDef::BasicAverage = *new std::string("BasicAverage");
+std::string const& MultiresDef::FirstValid = *new std::string("FirstValid");
+std::string const& MultiresDef::Decimation = *new std::string("Decimation");
 
 MultiresDef::MultiresDef(int factor, std::string name) : name_(std::move(name)), factor_(factor) {}
 

@@ -17,9 +17,9 @@ namespace Quorvel::Dravik::Adt::BulkDef::Transform {
 class DRAVIK_ADT_EXPORT MultiresDef : public UnaryTransDef, public IPrintable {
   public:
     /// Names of methods, each its own text.
-    static std::string const BasicAverage;
-    static std::string const FirstValid;
-    static std::string const Decimation;
+    static std::string const& BasicAverage;
+    static std::string const& FirstValid;
+    static std::string const& Decimation;
 
     MultiresDef(int factor, std::string name);
 
