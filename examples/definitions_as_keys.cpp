@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A host finds the data that it has open already by what the data is, and works out which part of it a window needs.
 
+#include <dravik/adt/bulkdef/definition_containers.h>
 #include <dravik/adt/bulkdef/entity/derived_entity_def.h>
 #include <dravik/adt/bulkdef/entity/source_entity_def.h>
 #include <dravik/adt/bulkdef/source/bulk_file_def.h>
@@ -9,9 +10,7 @@
 #include <dravik/adt/bulkdef/view/array_view_converter.h>
 #include <dravik/adt/bulkdef/view/composite_view_def.h>
 
-#include <functional>
 #include <iostream>
-#include <unordered_map>
 
 using namespace Quorvel::Dravik::Adt;
 using namespace Quorvel::Dravik::Adt::BulkDef;
@@ -24,8 +23,7 @@ int main() {
     //! [entities]
 
     //! [keys]
-    using Key = boost::shared_ptr<EntityDef const>;
-    std::unordered_map<Key, char const*, std::hash<Key>, EqualDefinitions> open;
+    DefinitionMap<EntityDef, char const*> open;
     open.emplace(relief.clone(), "the file itself");
     open.emplace(coarse.clone(), "the overview");
 

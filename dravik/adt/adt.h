@@ -5,6 +5,7 @@
 
 #include "dravik/adt/export.h"  // first, since it refuses compilers below C++20
 
+#include "dravik/adt/bulkdef/definition_containers.h"
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/entity_def.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What holds for every definition, and what sources, transforms and entities do beyond that.
 
+#include "dravik/adt/bulkdef/definition_containers.h"
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
@@ -8,6 +9,7 @@
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
+#include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
 #include "dravik/adt/exceptions/plain_exception.h"
 #include "dravik/adt/testing/child_output.h"
 #include "dravik/adt/testing/modelled_views.h"
@@ -21,6 +23,7 @@
 #include <stdexcept>
 #include <typeinfo>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkDef {
@@ -170,7 +173,7 @@ std::string notation(Testing::ModelledView const& view) {
 template <class Root, class Generate>
 void expectKeys(Generate generate) {
     using Key = boost::shared_ptr<Root const>;
-    std::unordered_map<Key, std::string, std::hash<Key>, EqualDefinitions> table;
+    DefinitionMap<Root, std::string> table;
     std::unordered_map<std::string, Key> byNotation;
     for (int round = 0; round < 1500; ++round) {
         std::pair<Key, std::string> const one = generate(), other = generate();
@@ -335,17 +338,63 @@ TEST(EntityDefs, ShareOrCloneWhatTheyHold) {
     EXPECT_TRUE(derived.equals(taken)) << "moving leaves a definition whole";  // NOLINT(bugprone-use-after-move)
 }
 
-// A chain that asked both sides at every level would ask 2^60 times.
-TEST(DerivedEntityDef, ComparesLongChainsInOnePass) {
+TEST(Definitions, StayKeysByIdentityWhereAsked) {
+    auto const link = boost::make_shared<BulkFileDef>(file("a"));
+    std::unordered_set<boost::shared_ptr<BulkFileDef>> const byIdentity{link};
+    link->setFileName("b");
+    EXPECT_TRUE(byIdentity.contains(link));
+    SourceEntityDef const source(*link);
+    DerivedEntityDef const derived(MultiresDef(2, "a"), source);
+    EXPECT_FALSE(EqualDefinitions()(source, derived));
+    EXPECT_TRUE(DefinitionSet<EntityDef>({source.clone()}).contains(source));
+}
+
+// What took a stack frame per level would run out of stack, and what asked both sides at every level out of time.
+TEST(Definitions, NestAsDeepAsMemoryAllows) {
+    constexpr int kLevels = 200000;
     auto const chain = [](char const* name) {
         boost::shared_ptr<EntityDef const> entity = SourceEntityDef(file(name)).clone();
-        for (int level = 0; level < 60; ++level) {
+        for (int level = 0; level < kLevels; ++level) {
             entity = DerivedEntityDef(MultiresDef(2, ""), *entity).clone();
         }
         return entity;
     };
-    EXPECT_TRUE(chain("a")->equals(*chain("a")));
-    EXPECT_FALSE(chain("a")->equals(*chain("b")));
+    auto const entity = chain("a");
+    EXPECT_TRUE(entity->equals(*chain("a")));
+    EXPECT_FALSE(entity->equals(*chain("b")));
+    EXPECT_TRUE(text(*entity).ends_with("BulkFileDef(\"a\", FILEFORMAT_OTHER)" + std::string(kLevels + 1, ')')));
+
+    using View::ArrayViewDef;
+    auto const inverted = [](int origin) {
+        auto const subset = View::ArraySubsetDef<1>(ExtentK<1, int>(ExtentImpl<int>{origin, 2, 5}));
+        boost::shared_ptr<ArrayViewDef const> view = subset.clone();
+        for (int level = 0; level < kLevels + 1; ++level) {
+            view = boost::make_shared<ArrayViewDef::InverseArrayViewDef>(*view);
+        }
+        return view;
+    };
+    auto const view = inverted(3);
+    EXPECT_TRUE(view->equals(*inverted(3)));
+    EXPECT_FALSE(view->equals(*inverted(4)));
+    EXPECT_EQ(view->getHashCode(), 19);
+    EXPECT_EQ(view->viewToTargetAxisExtent({0, {7, 2, 1}}).second, (ExtentImpl<int>{2, 1, 1}));
+    EXPECT_EQ(view->targetToViewAxisExtent({0, {2, 1, 1}}).second, (ExtentImpl<int>{7, 2, 1}));
+    EXPECT_TRUE(text(*view).ends_with("InverseArrayViewDef(ArraySubsetDef(3:2:5)" + std::string(kLevels + 1, ')')));
+}
+
+TEST(DerivedEntityDef, ComparesSharedInputsOnce) {
+    auto const lattice = [](char const* name) {
+        boost::shared_ptr<EntityDef const> entity = SourceEntityDef(file(name)).clone();
+        for (int level = 0; level < 60; ++level) {
+            DerivedEntityDef both{DifferenceDef()};
+            both.setInput(0, *entity);
+            both.setInput(1, *entity);
+            entity = both.clone();
+        }
+        return entity;
+    };
+    EXPECT_TRUE(lattice("a")->equals(*lattice("a")));
+    EXPECT_FALSE(lattice("a")->equals(*lattice("b")));
 }
 
 }  // namespace

@@ -3,12 +3,9 @@
 
 // EntityDef: root of the definitions that say which data set is meant.
 
-#include "dravik/adt/bulkdef/equal_definitions.h"
+#include "dravik/adt/bulkdef/detail/definition_root.h"
 #include "dravik/adt/export.h"
 
-#include <boost/smart_ptr/shared_ptr.hpp>
-
-#include <iosfwd>
 #include <memory>
 
 namespace Quorvel::Dravik::Adt::BulkDef {
@@ -19,7 +16,7 @@ namespace Quorvel::Dravik::Adt::BulkDef {
 /// It is built, filled and from then on immutable; what keeps a definition keeps a clone of it through a shared pointer
 /// to const. Every derived class overrides compare(), accepting no other class than its own: with an inherited one, a
 /// base and a derived object could be equal. Threads: read by any number of them once shared.
-class DRAVIK_ADT_EXPORT EntityDef {
+class DRAVIK_ADT_EXPORT EntityDef : public Detail::DefinitionRoot<EntityDef> {
   public:
     EntityDef() = default;
     EntityDef(EntityDef const&) = default;
@@ -29,21 +26,17 @@ class DRAVIK_ADT_EXPORT EntityDef {
     /// The same for equal definitions.
     virtual int getHashCode() const = 0;
 
-    /// Whether each of the two accepts the other; `other` is not asked when this one says no.
-    bool equals(EntityDef const& other) const;
-
-    /// A copy on the heap that shares nothing which can change.
-    boost::shared_ptr<EntityDef> clone() const;
-
-    /// Writes one readable line, definitions inside this one included.
-    friend DRAVIK_ADT_EXPORT std::ostream& operator<<(std::ostream& out, EntityDef const& def);
-
   protected:
     /// Whether `other` is of this class, or of one derived from it, and describes the same.
     virtual bool compare(EntityDef const& other) const = 0;
 
     /// A new object of this very class.
     virtual std::unique_ptr<EntityDef> makeClone() const = 0;
+
+  private:
+    friend Detail::DefinitionRoot<EntityDef>;
 };
+
+extern template class Detail::DefinitionRoot<EntityDef>;
 
 }  // namespace Quorvel::Dravik::Adt::BulkDef

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What makes shared pointers to definitions keys of unordered containers: std::hash and EqualDefinitions look at what
-// is described, not at where it lies in memory. Included by the four roots. Threads: as reading the definitions.
+// EqualDefinitions and HashDefinitions: comparison and hash of definitions by what they describe, not by where they lie
+// in memory. Stateless; threads: as reading the definitions.
 
 #include <boost/smart_ptr/shared_ptr.hpp>
 
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <memory>
 
 namespace Quorvel::Dravik::Adt::BulkDef {
@@ -24,22 +23,15 @@ concept Definition =
     std::convertible_to<T const*, EntityDef const*> || std::convertible_to<T const*, SourceDef const*> ||
     std::convertible_to<T const*, TransformDef const*> || std::convertible_to<T const*, ViewDef const*>;
 
-/// Equality of the definitions that two pointers lead to. Two empty pointers are equal, an empty one and another are
-/// not.
-///
-/// Takes definitions by reference, too, so that a table is searched without cloning the key:
-///
-///     using Key = boost::shared_ptr<EntityDef const>;
-///     std::unordered_map<Key, Grid, std::hash<Key>, EqualDefinitions> open;
-///     open.emplace(entity.clone(), grid);
-///     auto const found = open.find(entity);
+/// Equality of the definitions that two pointers lead to, or of definitions given by reference. Two empty pointers are
+/// equal, an empty one and another are not. Definitions of different roots do not compare.
 struct EqualDefinitions {
     using is_transparent = void;
 
     template <class Left, class Right>
     bool operator()(Left const& left, Right const& right) const {
-        auto const* const leftDef = addressOf(left);
-        auto const* const rightDef = addressOf(right);
+        auto const* const leftDef = rootOf(addressOf(left));
+        decltype(leftDef) rightDef = rootOf(addressOf(right));
         return leftDef == rightDef || (leftDef != nullptr && rightDef != nullptr && leftDef->equals(*rightDef));
     }
 
@@ -52,17 +44,24 @@ struct EqualDefinitions {
     static Def const* addressOf(Def const& def) noexcept {
         return std::addressof(def);
     }
+    static EntityDef const* rootOf(EntityDef const* def) noexcept { return def; }
+    static SourceDef const* rootOf(SourceDef const* def) noexcept { return def; }
+    static TransformDef const* rootOf(TransformDef const* def) noexcept { return def; }
+    static ViewDef const* rootOf(ViewDef const* def) noexcept { return def; }
 };
 
-}  // namespace Quorvel::Dravik::Adt::BulkDef
-
-/// The hash code of the definition; 0 for an empty pointer.
-template <Quorvel::Dravik::Adt::BulkDef::Definition Def>
-struct std::hash<boost::shared_ptr<Def>> {
+/// The hash code of a definition, given by pointer or by reference; 0 for an empty pointer.
+struct HashDefinitions {
     using is_transparent = void;
 
-    std::size_t operator()(boost::shared_ptr<Def> const& def) const { return def ? (*this)(*def) : 0; }
+    template <Definition Def>
+    std::size_t operator()(boost::shared_ptr<Def> const& def) const {
+        return def ? (*this)(*def) : 0;
+    }
+    template <Definition Def>
     std::size_t operator()(Def const& def) const {
         return static_cast<std::size_t>(static_cast<unsigned int>(def.getHashCode()));
     }
 };
+
+}  // namespace Quorvel::Dravik::Adt::BulkDef

@@ -3,12 +3,9 @@
 
 // SourceDef: root of the definitions that say where a data set comes from.
 
-#include "dravik/adt/bulkdef/equal_definitions.h"
+#include "dravik/adt/bulkdef/detail/definition_root.h"
 #include "dravik/adt/export.h"
 
-#include <boost/smart_ptr/shared_ptr.hpp>
-
-#include <iosfwd>
 #include <memory>
 #include <string>
 
@@ -16,7 +13,7 @@ namespace Quorvel::Dravik::Adt::BulkDef {
 
 /// The place a data set comes from, such as a file or an item of a project.
 /// Contract and thread rule are those of EntityDef.
-class DRAVIK_ADT_EXPORT SourceDef {
+class DRAVIK_ADT_EXPORT SourceDef : public Detail::DefinitionRoot<SourceDef> {
   public:
     SourceDef() = default;
     SourceDef(SourceDef const&) = default;
@@ -31,21 +28,17 @@ class DRAVIK_ADT_EXPORT SourceDef {
     /// overridden
     virtual std::string toString() const;
 
-    /// Whether each of the two accepts the other; `other` is not asked when this one says no.
-    bool equals(SourceDef const& other) const;
-
-    /// A copy on the heap that shares nothing which can change.
-    boost::shared_ptr<SourceDef> clone() const;
-
-    /// Writes one readable line, definitions inside this one included.
-    friend DRAVIK_ADT_EXPORT std::ostream& operator<<(std::ostream& out, SourceDef const& def);
-
   protected:
     /// Whether `other` is of this class, or of one derived from it, and describes the same.
     virtual bool compare(SourceDef const& other) const = 0;
 
     /// A new object of this very class.
     virtual std::unique_ptr<SourceDef> makeClone() const = 0;
+
+  private:
+    friend Detail::DefinitionRoot<SourceDef>;
 };
+
+extern template class Detail::DefinitionRoot<SourceDef>;
 
 }  // namespace Quorvel::Dravik::Adt::BulkDef

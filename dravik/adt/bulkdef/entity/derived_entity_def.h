@@ -27,6 +27,7 @@ class DRAVIK_ADT_EXPORT DerivedEntityDef : public EntityDef, public IPrintable {
     // Without moves: a definition that was moved from would hold nothing.
     DerivedEntityDef(DerivedEntityDef const&) = default;
     DerivedEntityDef& operator=(DerivedEntityDef const&) = default;
+    ~DerivedEntityDef() override;
 
     TransformDef const& transform() const noexcept { return *transform_; }
     /// Never empty.

@@ -4,6 +4,7 @@
 // ArrayViewConverter: carries extents, boxes, index sets and arrays between a view and its target. A value that shares
 // an immutable view; threads: any number may use one converter, and copies of it, at once.
 
+#include "dravik/adt/bulkdef/equal_definitions.h"
 #include "dravik/adt/bulkdef/view/array_view_def.h"
 #include "dravik/adt/core/array_ref.h"
 #include "dravik/adt/core/extent.h"
@@ -105,7 +106,6 @@ extern template class ArrayViewConverter<4>;
 template <int N>
 struct std::hash<Quorvel::Dravik::Adt::BulkDef::View::ArrayViewConverter<N>> {
     std::size_t operator()(Quorvel::Dravik::Adt::BulkDef::View::ArrayViewConverter<N> const& converter) const {
-        auto const view = converter.getViewPtr();
-        return std::hash<std::remove_const_t<decltype(view)>>()(view);
+        return Quorvel::Dravik::Adt::BulkDef::HashDefinitions()(converter.getViewPtr());
     }
 };

@@ -18,9 +18,13 @@ class DRAVIK_ADT_EXPORT ArrayViewDef::InverseArrayViewDef : public ArrayViewDef,
     // Without moves: a definition that was moved from would hold nothing.
     InverseArrayViewDef(InverseArrayViewDef const&) = default;
     InverseArrayViewDef& operator=(InverseArrayViewDef const&) = default;
+    ~InverseArrayViewDef() override;
 
     /// The view that is inverted; never empty.
     boost::shared_ptr<ArrayViewDef const> const& viewPtr() const noexcept { return view_; }
+
+    /// `view` itself where it is an inverse, else null.
+    static InverseArrayViewDef const* Cast(ViewDef const* view) noexcept;
 
     AxisExtent viewToTargetAxisExtent(AxisExtent const& viewAxis) const override;
     AxisExtent targetToViewAxisExtent(AxisExtent const& targetAxis) const override;

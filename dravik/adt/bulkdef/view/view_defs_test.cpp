@@ -122,6 +122,7 @@ TEST(CompositeViewDef, InvertsPointersWithoutCopyingWhereItCan) {
     EXPECT_EQ(ArrayViewDef::Cast(complete), nullptr);
     ViewPtr const view = subset({10, 2, 5}).clone();
     EXPECT_EQ(ArrayViewDef::Cast(view), view);
+    EXPECT_EQ(ArrayViewDef::InverseArrayViewDef::Cast(view.get()), nullptr) << "a subset is no inverse";
     auto const inverse = CompositeViewDef::inverse(view);
     auto const inner = CompositeViewDef::inverse(inverse);
     EXPECT_NE(inner, view) << "an inverse holds a clone";
