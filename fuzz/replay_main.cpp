@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs every file of the folders given through a harness, without a fuzzer. A folder without files is a mistake.
+// Runs every input of the files given through a harness, without a fuzzer. A file has one input a line, as hexadecimal
+// digits; lines that begin with # say what it found.
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
+#include <string>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
@@ -14,11 +14,14 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
 int main(int argc, char** argv) {
     int count = 0;
     for (int argument = 1; argument < argc; ++argument) {
-        for (auto const& entry : std::filesystem::directory_iterator(argv[argument])) {
-            std::ifstream file(entry.path(), std::ios::binary);
-            std::vector<char> const bytes{std::istreambuf_iterator<char>(file), {}};
-            LLVMFuzzerTestOneInput(reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size());
-            ++count;
+        std::ifstream file(argv[argument]);
+        for (std::string line; std::getline(file, line);) {
+            std::vector<std::uint8_t> bytes;
+            for (std::size_t at = 0; line[0] != '#' && at + 1 < line.size(); at += 2) {
+                bytes.push_back(static_cast<std::uint8_t>(std::stoi(line.substr(at, 2), nullptr, 16)));
+            }
+            count += !bytes.empty();
+            LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
         }
     }
     std::cout << count << " inputs replayed\n";

@@ -248,7 +248,7 @@ def main():
     listing = subprocess.run(["ctest", "--show-only=json-v1"], cwd=tree / "build", check=True, capture_output=True, text=True)
     # One of the programs that try the same guard under other compiler options says as much as all of them.
     tests = [t for t in json.loads(listing.stdout)["tests"]
-             if re.search("_(test|replay)$", t["name"]) and not t["name"].startswith("fault_guard_gcc")]
+             if re.search("_(test|corpus)$", t["name"]) and not t["name"].startswith("fault_guard_gcc")]
     reach, seconds = reached_by(tests, tree)
     reached = [number for number in range(len(chosen)) if number not in dropped and reach[number]]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:

@@ -2,7 +2,8 @@
 #pragma once
 
 // Random input for laws against plain models: one seed per test program, printed when a test that used it fails, fixed
-// unless the environment variable DRAVIK_TEST_SEED overrides it. One generator belongs to one thread.
+// unless the environment variable DRAVIK_TEST_SEED overrides it. Under a fuzzer its bytes decide in place of the seed.
+// One generator belongs to one thread.
 
 #include <gtest/gtest.h>
 
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <random>
+#include <span>
 #include <string>
 
 namespace Quorvel::Dravik::Adt::Testing {
@@ -22,17 +24,42 @@ inline std::uint64_t randomSeed() {
     return text == nullptr ? 20031u : std::strtoull(text, nullptr, 10);
 }
 
+/// What a fuzzer lets every default-made generator of the process take its decisions from.
+struct FuzzedBytes {
+    /// Thrown where they are used up, which ends the law. No std::exception: no test takes it for one of the library's.
+    struct UsedUp {};
+
+    inline static bool inUse = false;
+    inline static std::span<std::uint8_t const> left;
+
+    /// A number from 0 to `highest`, of as few bytes as hold that.
+    static std::uint64_t take(std::uint64_t highest) {
+        std::uint64_t value = 0;
+        for (std::uint64_t reach = highest; reach != 0; reach >>= 8) {
+            if (left.empty()) {
+                throw UsedUp();
+            }
+            value = value << 8 | left.front();
+            left = left.subspan(1);
+        }
+        return highest == UINT64_MAX ? value : value % (highest + 1);
+    }
+};
+
 /// A generator for one test; its trace names the seed in every failure message of the scope that holds it.
 class Random {
   public:
-    Random() : Random(randomSeed()) {}
+    Random() : Random(randomSeed()) { isFuzzed_ = FuzzedBytes::inUse; }
+    /// Not for a fuzzer to decide: for what is many, and alike whatever its values are.
     explicit Random(std::uint64_t seed)
         : engine_(seed), trace_(__FILE__, __LINE__, "DRAVIK_TEST_SEED=" + std::to_string(seed)) {}
 
     /// A whole number in [lowest, highest].
     template <std::integral T>
     T between(T lowest, T highest) {
-        return std::uniform_int_distribution<T>(lowest, highest)(engine_);
+        auto const low = static_cast<std::uint64_t>(lowest);
+        return isFuzzed_ ? static_cast<T>(low + FuzzedBytes::take(static_cast<std::uint64_t>(highest) - low))
+                         : std::uniform_int_distribution<T>(lowest, highest)(engine_);
     }
 
     /// True in `percent` of 100 cases.
@@ -51,9 +78,16 @@ class Random {
         return static_cast<int>(std::clamp<std::int64_t>(wide, INT32_MIN, INT32_MAX));
     }
 
+    /// Any int: small, at an end of its range, or anywhere.
+    int anyInt() {
+        int const small = between(-9, 9);
+        return oneOf({small, small, small < 0 ? INT32_MAX + small + 1 : INT32_MIN + small, edgy(INT32_MIN, INT32_MAX)});
+    }
+
     std::mt19937_64& engine() { return engine_; }
 
   private:
+    bool isFuzzed_ = false;
     std::mt19937_64 engine_;
     testing::ScopedTrace trace_;
 };
