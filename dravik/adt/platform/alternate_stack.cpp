@@ -4,39 +4,42 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::Platform {
 namespace {
 
-std::size_t pageByteSize() noexcept {
-    static auto const size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    return size;
+// Read each time, since a static that is being made while the process forks would never be made in the child.
+
+/// What the kernel saves of this processor, and our handler.
+std::size_t leastByteSize() noexcept {
+    return (64 << 10) + static_cast<std::size_t>(sysconf(_SC_MINSIGSTKSZ));
 }
 
-/// Enough for the saved registers of this processor and for a host's own handler behind ours.
+/// The same with room for the host's handlers, which without us might run on the thread's own stack. Whole pages; those
+/// that nobody touches cost nothing.
 std::size_t stackByteSize() noexcept {
-    static auto const size = (64 << 10) + static_cast<std::size_t>(sysconf(_SC_MINSIGSTKSZ));
-    return size;
+    auto const pageByteSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    std::size_t const byteSize = (192 << 10) + leastByteSize();
+    return (byteSize + pageByteSize - 1) / pageByteSize * pageByteSize;
 }
 
 /// Whether a handler can run on `stack`, again and again: one that disarms itself would stay so after a jump out of it.
 bool isLargeEnough(stack_t const& stack) noexcept {
     constexpr unsigned kSelfDisarming = 1u << 31;  // SS_AUTODISARM, which some C libraries do not name
     bool const lasting = (static_cast<unsigned>(stack.ss_flags) & (SS_DISABLE | kSelfDisarming)) == 0;
-    return lasting && stack.ss_size >= stackByteSize();
+    return lasting && stack.ss_size >= leastByteSize();
 }
 
-/// A guard page with a stack above it; null without memory.
+/// Guard pages with a stack above them; null without memory.
 void* mapStack() noexcept {
-    std::size_t const byteSize = pageByteSize() + stackByteSize();
+    std::size_t const byteSize = kAlternateStackGuard + stackByteSize();
     void* const mapping =
         mmap(nullptr, byteSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
     if (mapping == MAP_FAILED) {
         return nullptr;
     }
-    if (mprotect(mapping, pageByteSize(), PROT_NONE) != 0) {
+    if (mprotect(mapping, kAlternateStackGuard, PROT_NONE) != 0) {
         munmap(mapping, byteSize);
         return nullptr;
     }
@@ -45,7 +48,7 @@ void* mapStack() noexcept {
 
 void unmapStack(void* mapping) noexcept {
     if (mapping != nullptr) {
-        munmap(mapping, pageByteSize() + stackByteSize());
+        munmap(mapping, kAlternateStackGuard + stackByteSize());
     }
 }
 
@@ -82,7 +85,7 @@ AlternateStack::AlternateStack() noexcept {
         return;
     }
     stack_t ours = {};
-    ours.ss_sp = static_cast<std::byte*>(mapping_) + pageByteSize();
+    ours.ss_sp = static_cast<std::byte*>(mapping_) + kAlternateStackGuard;
     ours.ss_size = stackByteSize();
     if (sigaltstack(&ours, nullptr) != 0) {  // we are in a handler that runs on the one it would replace
         returnStack(std::exchange(mapping_, nullptr));
@@ -95,7 +98,7 @@ AlternateStack::~AlternateStack() {
     }
     stack_t current = {};
     sigaltstack(&earlier_, &current);
-    if (current.ss_sp != static_cast<std::byte*>(mapping_) + pageByteSize()) {
+    if (current.ss_sp != static_cast<std::byte*>(mapping_) + kAlternateStackGuard) {
         sigaltstack(&current, nullptr);  // somebody installed another one meanwhile and wants to keep it
     }
     returnStack(mapping_);

@@ -117,10 +117,9 @@ class Guard {
 
 void onFaultSignal(int signal, siginfo_t* info, void* context) {
     Guard* const guard = innermost;
-    if (guard != nullptr && info != nullptr && isProcessorFault(signal, *info)) {
+    if (guard != nullptr && info != nullptr && isGuardedFault(signal, *info, context)) {
         guard->jump(signal, *info, context);
     }
-    passSignalOn(signal, info, context);
 }
 
 /// A call that no optimiser looks into: it would move what cannot fault in the language's eyes across it.

@@ -9,15 +9,19 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
+#include <ucontext.h>
 #include <unistd.h>
 #include <xmmintrin.h>
 
 #include <algorithm>
 #include <atomic>
 #include <csetjmp>
+#include <cstdlib>
 #include <exception>
 #include <fstream>
 #include <functional>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -135,6 +139,15 @@ class HostAction {
     int signal_;
     struct sigaction before_ = {};
 };
+
+/// Takes the stack of the caller, in frames of some hundred bytes.
+[[gnu::noinline]] void useStack(long byteSize) {
+    char volatile frame[512] = {};
+    if (byteSize > 0) {
+        useStack(byteSize - 512);
+    }
+    frame[0] = frame[1];
+}
 
 /// Gives the thread an alternate stack for one test.
 class HostStack {
@@ -312,20 +325,27 @@ TEST(FaultGuard, ServesManyThreadsAtOnce) {
 
 // What follows is about the host's own handlers.
 
+/// What a handler of the host has seen since this was cleared.
 struct HandlerLog {
     int calls = 0, signal = 0, code = 0;
     bool hasInfo = false, isUserSignalBlocked = false, isOwnSignalBlocked = false;
     friend bool operator==(HandlerLog const&, HandlerLog const&) = default;
 };
 HandlerLog handlerLog;
+void* lastContext = nullptr;
 
-void note(int signal, siginfo_t* info, void*) {
+void note(int signal, siginfo_t* info, void* context) {
     bool const hasInfo = info != nullptr && info->si_signo == signal;
     int const code = hasInfo ? info->si_code : 0;
     handlerLog = {handlerLog.calls + 1, signal, code, hasInfo, isBlocked(SIGUSR2), isBlocked(signal)};
+    lastContext = context;
 }
 void noteTwice(int signal, siginfo_t* info, void* context) {
     note(signal, info, context);
+    note(signal, info, context);
+}
+void noteThrice(int signal, siginfo_t* info, void* context) {
+    noteTwice(signal, info, context);
     note(signal, info, context);
 }
 void notePlainly(int signal) {
@@ -335,6 +355,12 @@ void notePlainly(int signal) {
 sigjmp_buf escape;
 void escapeByJump(int) {
     siglongjmp(escape, 1);
+}
+void escapeFromAFault() {
+    if (sigsetjmp(escape, 1) == 0) {
+        readNull();
+        ADD_FAILURE() << "the fault went unnoticed";
+    }
 }
 
 TEST(HostHandlers, GetSentSignalsInTheirOwnStyle) {
@@ -380,32 +406,183 @@ TEST(HostHandlers, GetMemoryErrorsOfTheMachine) {
     }
 }
 
-TEST(HostHandlers, DoNotSeeFaultsOfAGuardedThreadButThoseOfOthers) {
+TEST(HostHandlers, SeeOnlyFaultsOfUnguardedThreads) {
     HostAction const host(SIGSEGV, actionOf(escapeByJump, SA_NODEFER));
     guarded([] {
         expectAllFaults();
         onThread([] {
             for (int i = 0; i < 3; ++i) {
-                if (sigsetjmp(escape, 1) == 0) {
-                    readNull();
-                    ADD_FAILURE() << "the fault went unnoticed";
-                }
+                escapeFromAFault();
             }
         });
     });
     expectAllFaults();
 }
 
-struct sigaction beneath;  ///< what passAlong found when it was installed
-int passed = 0;
+TEST(HostHandlers, StandBelowTheNextOutermostGuard) {
+    HostAction const before(SIGSEGV, actionOf(note, 0));
+    guarded([] {
+        HostAction const late(SIGSEGV, actionOf([](int) { std::abort(); }, 0));
+        onThread([] { EXPECT_TRUE(guarded(readNull)); });
+    });
+    expectAllFaults();
+}
 
-/// A handler of the kind that counts and calls the one it has replaced.
-void passAlong(int signal, siginfo_t* info, void* context) {
-    ++passed;
-    if ((beneath.sa_flags & SA_SIGINFO) != 0) {
-        beneath.sa_sigaction(signal, info, context);
+TEST(HostHandlers, SeeTheContextAfterTheLastGuardLeft) {
+    HostAction const host(SIGSEGV, actionOf(note, 0));
+    struct sigaction ours = {};
+    guarded([&ours] { ours = currentAction(SIGSEGV); });
+    siginfo_t info = {};
+    ucontext_t context = {};
+    info.si_signo = SIGSEGV;
+    for (int const code : {int{SEGV_MAPERR}, int{SI_QUEUE}}) {
+        handlerLog = {};
+        info.si_code = code;
+        ours.sa_sigaction(SIGSEGV, &info, &context);  // on its way while the last guard left
+        EXPECT_EQ(handlerLog.code, code);
+        EXPECT_EQ(lastContext, &context);
+    }
+    ours.sa_sigaction(SIGSEGV, nullptr, nullptr);
+    EXPECT_EQ(handlerLog.calls, 2) << "nobody tells where it came from";
+    sigaction(SIGSEGV, &ours, nullptr);  // somebody had saved the dispositions inside a guard
+    std::raise(SIGSEGV);
+    EXPECT_EQ(handlerLog.calls, 3);
+    EXPECT_TRUE(guarded(readNull));
+}
+
+/// Handlers of the kind that counts and calls the one it has replaced.
+struct Cover {
+    struct sigaction beneath;
+    int calls;
+    bool isInstalled;
+};
+constexpr int kCovers = 7;
+Cover covers[kCovers];
+
+template <int n>
+void cover(int signal, siginfo_t* info, void* context) {
+    ++covers[n].calls;
+    if ((covers[n].beneath.sa_flags & SA_SIGINFO) != 0) {
+        covers[n].beneath.sa_sigaction(signal, info, context);
     }
     EXPECT_FALSE(isBlocked(SIGUSR2)) << "the mask of the handler below is in force after it";
+}
+constexpr FaultSignals::Handler kCoverHandlers[] = {cover<0>, cover<1>, cover<2>, cover<3>,
+                                                    cover<4>, cover<5>, cover<6>};
+
+void install(int n) {
+    struct sigaction const action = actionOf(kCoverHandlers[n], SA_ONSTACK | (n % 2 == 0 ? SA_RESTART : 0), SIGUSR1);
+    sigaction(SIGSEGV, &action, &covers[n].beneath);
+    covers[n].isInstalled = true;
+}
+
+void uninstall(int n) {
+    sigaction(SIGSEGV, &covers[n].beneath, nullptr);
+    covers[n].isInstalled = false;
+}
+
+/// Each way in which a SIGSEGV that somebody sent can meet a guard: every handler sees it once.
+void expectAllReached() {
+    void (*const ways[])() = {
+        [] { std::raise(SIGSEGV); },
+        [] { EXPECT_FALSE(guarded([] { std::raise(SIGSEGV); })); },
+        [] { guarded([] { std::thread([] { std::raise(SIGSEGV); }).join(); }); },
+    };
+    for (auto const send : ways) {
+        handlerLog = {};
+        std::for_each(std::begin(covers), std::end(covers), [](Cover& c) { c.calls = 0; });
+        send();
+        EXPECT_EQ(handlerLog.calls, 1);
+        for (Cover const& c : covers) {
+            EXPECT_EQ(c.calls, c.isInstalled ? 1 : 0) << "cover " << &c - covers;
+        }
+    }
+}
+
+TEST(HostHandlers, AreAllReachedWhoeverCoversUs) {
+    HostAction const host(SIGSEGV, actionOf(note, 0));
+    std::mt19937 random(17);
+    int count = 0;
+    for (int step = 0; step < 400 && !testing::Test::HasFailure(); ++step) {
+        SCOPED_TRACE(testing::Message() << "step " << step << " from " << count << " covers");
+        switch (random() % 4) {
+        case 0:
+            if (count < kCovers) {
+                install(count++);
+            }
+            break;
+        case 1:
+            if (count < kCovers) {
+                guarded([&count] {
+                    install(count++);
+                    EXPECT_TRUE(guarded(readNull)) << "a covered guard gets what the cover passes on";
+                });
+            }
+            break;
+        case 2:
+            guarded([] {});  // takes ours away, so that the cover is on top and can leave
+            if (count > 0) {
+                uninstall(--count);
+            }
+            break;
+        default:
+            expectAllReached();
+        }
+        EXPECT_TRUE(guarded(readNull));
+    }
+}
+
+TEST(HostHandlers, MayCoverUsForEver) {
+    HostAction const host(SIGSEGV, actionOf(note, 0));
+    for (int call = 0; call < 100; ++call) {
+        guarded([] { install(0); });
+        handlerLog = {};
+        EXPECT_FALSE(guarded([] { std::raise(SIGSEGV); }));
+        EXPECT_EQ(handlerLog.calls, 1) << "reached although the cover calls itself through us";
+        EXPECT_TRUE(guarded(readNull));
+    }
+}
+
+TEST(HostHandlers, AreAskedAgainAfterAJump) {
+    HostAction const host(SIGSEGV, actionOf(escapeByJump, SA_NODEFER));
+    HostStack const stack(128 << 10);  // where every signal has its context at the same place
+    struct sigaction ours = {};
+    guarded([&ours] { ours = currentAction(SIGSEGV); });
+    HostAction const above(SIGSEGV, ours);
+    escapeFromAFault();
+    install(0);
+    escapeFromAFault();
+    uninstall(0);
+}
+
+TEST(HostHandlers, AreNeverLostBetweenGuards) {
+    HostAction const before(SIGSEGV, actionOf(note, 0));
+    std::atomic<long> calls = 0;
+    std::atomic<bool> isOver = false;
+    std::thread caller([&] {
+        while (!isOver) {
+            guarded([] {});
+            ++calls;
+        }
+    });
+    int lost = 0;
+    for (int round = 0; round < 300; ++round) {
+        HostAction const late(SIGSEGV, actionOf(round % 2 == 0 ? noteTwice : noteThrice, 0));
+        for (long const start = calls; calls < start + 2;) {
+            std::this_thread::yield();
+        }
+        handlerLog = {};
+        std::raise(SIGSEGV);
+        lost += handlerLog.calls != 2 + round % 2;
+    }
+    isOver = true;
+    caller.join();
+    EXPECT_EQ(lost, 0);
+}
+
+TEST(HostHandlers, HaveRoomOnAGuardedThread) {
+    HostAction const host(SIGUSR2, actionOf([](int) { useStack(150 << 10); }, SA_ONSTACK));
+    onThread([] { EXPECT_FALSE(guarded([] { std::raise(SIGUSR2); })); });
 }
 
 TEST(HostHandlersDeathTest, DefaultsEndTheProcessAsWithoutUs) {
@@ -419,85 +596,39 @@ TEST(HostHandlersDeathTest, DefaultsEndTheProcessAsWithoutUs) {
     };
     EXPECT_EXIT(ignoredFault(), testing::KilledBySignal(SIGSEGV), "");
     auto const circle = [] {  // between ours and one that has saved ours
-        guarded([] { beneath = currentAction(SIGSEGV); });
-        HostAction const host(SIGSEGV, actionOf(passAlong, 0, SIGUSR1));
+        guarded([] { install(0); });
+        install(0);
         guarded([] { std::raise(SIGSEGV); });
     };
     EXPECT_EXIT(circle(), testing::KilledBySignal(SIGSEGV), "");
-}
-
-/// The ways in which a SIGSEGV that somebody sent can meet a guard.
-void sendInEveryWay() {
-    std::raise(SIGSEGV);
-    EXPECT_FALSE(guarded([] { std::raise(SIGSEGV); }));
-    guarded([] { std::thread([] { std::raise(SIGSEGV); }).join(); });
-}
-
-/// Puts a handler over ours that stays when the guard has ended.
-void coverOurs(int flags) {
-    guarded([flags] {
-        struct sigaction cover = {};
-        cover.sa_sigaction = passAlong;
-        cover.sa_flags = SA_SIGINFO | SA_ONSTACK | flags;
-        sigaction(SIGSEGV, &cover, &beneath);
-        EXPECT_TRUE(guarded(readNull)) << "a covered guard still gets what the cover passes on";
-    });
-}
-
-/// The cover leaves and puts back what it had found: ours.
-void uncoverOurs() {
-    sigaction(SIGSEGV, &beneath, nullptr);
-}
-
-TEST(HostHandlers, AreReachedBelowAnyNumberOfCovers) {
-    HostAction const host(SIGSEGV, actionOf(note, 0));
-    auto const expectReached = [] {
-        passed = 0;
-        handlerLog = {};
-        sendInEveryWay();
-        EXPECT_TRUE(guarded(readNull));
-        EXPECT_EQ(handlerLog.calls, 3);
+    auto const overrun = [] {  // a handler at the end of its stack is no fault of the guarded function
+        HostAction const host(SIGUSR2, actionOf([](int) { useStack(8 << 20); }, SA_ONSTACK));
+        onThread([] { guarded([] { std::raise(SIGUSR2); }); });
     };
-    for (int round = 0; round < 20; ++round) {
-        int const most = round % 10 == 9 ? 6 : 1;
-        SCOPED_TRACE(testing::Message() << most << " covers in round " << round);
-        for (int covers = 1; covers <= most; ++covers) {
-            coverOurs(round % 2 == 0 ? SA_RESTART : 0);
-            expectReached();
-            EXPECT_EQ(passed, 3 * std::min(covers, 3)) << "the oldest are passed over";
-        }
-        for (int covers = most - 1; covers >= 0; --covers) {
-            uncoverOurs();
-            expectReached();
-            EXPECT_LE(passed, 3 * covers) << "who has left is not called";
-        }
-        EXPECT_TRUE(currentAction(SIGSEGV).sa_sigaction == note);
-    }
+    EXPECT_EXIT(overrun(), testing::KilledBySignal(SIGSEGV), "");
 }
 
-TEST(HostHandlers, StillGetSignalsThatFindOurHandlerTooLate) {
-    HostAction const host(SIGSEGV, actionOf(notePlainly, 0));
-    struct sigaction ours = {};
-    guarded([&ours] {
-        ours = currentAction(SIGSEGV);
-        handlerLog = {};
-        ours.sa_sigaction(SIGSEGV, nullptr, nullptr);
-        EXPECT_EQ(handlerLog.calls, 1) << "nobody tells where it came from";
+TEST(FaultGuard, WorksInTheChildOfAGuardedProcess) {
+    std::string const before = threadState();
+    std::atomic<bool> isOver = false;
+    std::thread caller([&isOver] {
+        while (!isOver) {
+            guarded([] {});
+        }
     });
-    HostAction const laterHost(SIGSEGV, actionOf(note, 0));
-    siginfo_t info = {};
-    info.si_signo = SIGSEGV;
-    info.si_code = SI_QUEUE;
-    for (siginfo_t* const sent : {&info, static_cast<siginfo_t*>(nullptr)}) {
-        handlerLog = {};
-        ours.sa_sigaction(SIGSEGV, sent, &info);  // on its way while the last guard left
-        EXPECT_EQ(handlerLog.calls, 1);
-        EXPECT_EQ(handlerLog.code, sent != nullptr ? SI_QUEUE : SI_TKILL) << "the handler that stands now";
+    for (int i = 0; i < 100 && !testing::Test::HasFailure(); ++i) {
+        pid_t const child = fork();
+        if (child == 0) {
+            alarm(20);  // ends a child that hangs
+            bool const asBefore = threadState() == before;
+            _exit(asBefore && runGuarded([](void*) { readNull(); }, nullptr) && threadState() == before ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
     }
-    sigaction(SIGSEGV, &ours, nullptr);  // somebody had saved the dispositions inside a guard
-    std::raise(SIGSEGV);
-    EXPECT_EQ(handlerLog.calls, 2);
-    EXPECT_TRUE(guarded(readNull));
+    isOver = true;
+    caller.join();
 }
 
 }  // namespace

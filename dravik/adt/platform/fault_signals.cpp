@@ -1,28 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/platform/fault_signals.h"
 
+#include <pthread.h>
 #include <sys/syscall.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::Platform {
 namespace {
 
 using Action = struct sigaction;
+using Handler = FaultSignals::Handler;
 
 constinit Action const kDefaultAction = {};
 static_assert(SIG_DFL == nullptr);
 
-/// Whether two dispositions are the same to the kernel, which knows the first 64 signals of a mask and no more.
-bool isSame(Action const& left, Action const& right) noexcept {
-    return left.sa_sigaction == right.sa_sigaction && left.sa_flags == right.sa_flags &&
-           std::memcmp(&left.sa_mask, &right.sa_mask, 8) == 0;
-}
+/// Each handler that the host puts over ours needs a layer of ours above it.
+constexpr int kLayers = 8;
 
 bool hasFlag(Action const& action, unsigned flag) noexcept {
     return (static_cast<unsigned>(action.sa_flags) & flag) != 0;
@@ -34,115 +36,62 @@ Action currentAction(int signal) noexcept {
     return action;
 }
 
+/// A disposition that handlers read while another thread may write it. A reader that meets a writer may see the handler
+/// of one and the mask of the other, which costs nobody more than a blocked signal.
+class SharedAction {
+  public:
+    void store(Action const& action) noexcept {
+        std::uint64_t mask = 0;  // the kernel knows no more signals than these
+        std::memcpy(&mask, &action.sa_mask, sizeof mask);
+        mask_ = mask;
+        flags_ = action.sa_flags;
+        handler_ = action.sa_sigaction;
+    }
+
+    Action load() const noexcept { return with(handler_); }
+
+    /// For the delivery of a signal: a handler for one time is used up.
+    Action take() noexcept {
+        return with(hasFlag(load(), SA_RESETHAND) ? handler_.exchange(nullptr) : handler_.load());
+    }
+
+  private:
+    Action with(Handler handler) const noexcept {
+        Action action = {};
+        action.sa_sigaction = handler;
+        action.sa_flags = flags_;
+        std::uint64_t const mask = mask_;
+        std::memcpy(&action.sa_mask, &mask, sizeof mask);
+        return action;
+    }
+
+    std::atomic<Handler> handler_ = nullptr;
+    std::atomic<int> flags_ = 0;
+    std::atomic<std::uint64_t> mask_ = 0;
+};
+
 /// Whether the instruction runs again when the handler returns, and the kernel lets nobody ignore what it did.
 bool comesBack(int signal, siginfo_t const* info) noexcept {
     return info != nullptr && info->si_code > 0 && !(signal == SIGBUS && info->si_code == BUS_MCEERR_AO);
 }
 
-/// Makes the signal arrive once more, as it was, under the disposition that stands then.
-void deliverAgain(int signal, siginfo_t* info) noexcept {
-    bool const queued = info != nullptr && syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), signal, info) == 0;
-    if (!comesBack(signal, info) && !queued) {
+void performDefault(int signal, siginfo_t* info) noexcept {
+    sigaction(signal, &kDefaultAction, nullptr);
+    if (comesBack(signal, info)) {
+        return;
+    }
+    if (info == nullptr || syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), signal, info) != 0) {
         raise(signal);
     }
 }
 
-/// One fault signal: what the host wanted to happen, and where our handler stands.
-///
-/// Somebody who installs a handler while ours is current remembers ours as the one below and may call it for ever. So
-/// what ours had replaced by then is kept as a layer, and the next installation begins a layer above. A signal starts
-/// at the top; each time it comes back to us from a handler that we have called, it goes one layer down.
-class Disposition {
-  public:
-    void install(int signal, FaultSignals::Handler handler) noexcept;
-    void giveBack(int signal) noexcept;
-
-    int top() const noexcept { return top_; }
-
-    /// Does what the layer says; below the lowest one, what the kernel does by default.
-    void perform(int layer, int signal, siginfo_t* info, void* context);
-
-    /// For a signal that found our handler in place but no layer to go to.
-    void performWithoutLayer(int signal, siginfo_t* info, void* context);
-
-  private:
-    static constexpr int kLayers = 4;
-
-    bool isOurs(Action const& action) const noexcept { return action.sa_sigaction == handler_; }
-    void replaceLayer(Action const& action) noexcept;
-    Action const* takeLayer(int layer) noexcept;
-
-    FaultSignals::Handler handler_ = nullptr;
-    /// What the layers point to. A handler may be reading one on another thread, so none changes while a layer points
-    /// to it, and those that are free take turns.
-    std::array<Action, 4 * kLayers> copies_ = {};
-    std::size_t lastCopy_ = 0;
-    std::array<std::atomic<Action const*>, kLayers> layers_ = {};
-    std::atomic<int> top_ = -1;  ///< where a signal starts; -1 while nobody should call us
-    int buried_ = 0;             ///< layers below handlers that somebody else put over ours
-};
-
-void Disposition::install(int signal, FaultSignals::Handler handler) noexcept {
-    handler_ = handler;
-    Action replaced = currentAction(signal);
-    if (isOurs(replaced)) {  // whoever was above us has left and put us back
-        buried_ -= buried_ > 0 ? 1 : 0;
-        top_ = buried_;
-        return;
-    }
-    replaceLayer(replaced);
-    top_ = buried_;
-    Action ours = {};
-    ours.sa_sigaction = handler;
-    ours.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
-    // System calls are interrupted for those who wanted that, and for nobody else.
-    ours.sa_flags |= replaced.sa_handler == SIG_IGN ? SA_RESTART : replaced.sa_flags & SA_RESTART;
-    sigaction(signal, &ours, &replaced);
-    replaceLayer(replaced);
-}
-
-void Disposition::giveBack(int signal) noexcept {
-    if (isOurs(currentAction(signal))) {
-        sigaction(signal, layers_[static_cast<std::size_t>(buried_)], nullptr);
-    } else if (++buried_ == kLayers) {
-        // The oldest handler over ours is passed over from now on; what lies below all of them stays.
-        for (std::size_t layer = 2; layer < kLayers; ++layer) {
-            layers_[layer - 1] = layers_[layer].load();
-        }
-        --buried_;
-    }
-    top_ = buried_ - 1;
-}
-
-void Disposition::replaceLayer(Action const& action) noexcept {
-    auto& layer = layers_[static_cast<std::size_t>(buried_)];
-    if (layer != nullptr && isSame(*layer, action)) {
-        return;
-    }
-    auto const isUsed = [this](Action const* copy) { return std::count(layers_.begin(), layers_.end(), copy) != 0; };
-    do {
-        lastCopy_ = (lastCopy_ + 1) % copies_.size();
-    } while (isUsed(&copies_[lastCopy_]));
-    copies_[lastCopy_] = action;
-    layer = &copies_[lastCopy_];
-}
-
-Action const* Disposition::takeLayer(int layer) noexcept {
-    auto& place = layers_[static_cast<std::size_t>(layer)];
-    Action const* action = place;
-    while (hasFlag(*action, SA_RESETHAND) && !place.compare_exchange_weak(action, &kDefaultAction)) {
-    }
-    return action;
-}
-
-void Disposition::perform(int layer, int signal, siginfo_t* info, void* context) {
-    Action const& action = layer < 0 ? kDefaultAction : *takeLayer(layer);
+/// What the kernel would do with the signal under `action`.
+void perform(Action const& action, int signal, siginfo_t* info, void* context) {
     if (action.sa_handler == SIG_IGN && !comesBack(signal, info)) {
         return;
     }
     if (action.sa_handler == SIG_IGN || action.sa_handler == SIG_DFL) {
-        sigaction(signal, &kDefaultAction, nullptr);
-        deliverAgain(signal, info);
+        performDefault(signal, info);
         return;
     }
     sigset_t blocked = action.sa_mask;
@@ -159,71 +108,154 @@ void Disposition::perform(int layer, int signal, siginfo_t* info, void* context)
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void Disposition::performWithoutLayer(int signal, siginfo_t* info, void* context) {
-    if (!isOurs(currentAction(signal))) {
-        deliverAgain(signal, info);  // the last one has just left: the host's own disposition stands again
-    } else {
-        perform(0, signal, info, context);  // somebody kept a copy of our handler and has put it back
-    }
+constinit std::atomic<Handler> ourHandler = nullptr;
+
+void passOn(int layer, int signal, siginfo_t* info, void* context);
+
+/// Our handler as the kernel and the host know it. One function per layer: whoever calls it tells where the signal is.
+template <int layer>
+void enter(int signal, siginfo_t* info, void* context) {
+    ourHandler.load()(signal, info, context);
+    passOn(layer, signal, info, context);
 }
+
+template <int... layers>
+constexpr std::array<Handler, kLayers> entriesOf(std::integer_sequence<int, layers...>) {
+    return {&enter<layers>...};
+}
+constexpr std::array<Handler, kLayers> kEntries = entriesOf(std::make_integer_sequence<int, kLayers>());
+
+/// The layer whose handler `action` is; kLayers when it is somebody else's.
+int layerOf(Action const& action) noexcept {
+    return static_cast<int>(std::find(kEntries.begin(), kEntries.end(), action.sa_sigaction) - kEntries.begin());
+}
+
+/// The dispositions of one signal. Layer n of our handler lies over a handler of the host; that one may remember layer
+/// n - 1, which it has replaced, and call it long after our guards have ended. So a layer stays as it is until nobody's
+/// handler lies over it.
+class Disposition {
+  public:
+    /// Puts ours on top.
+    void install(int signal) noexcept {
+        Action const found = currentAction(signal);
+        int layer = layerOf(found);
+        if (layer == kLayers) {
+            layer = std::min(free_, kLayers - 1);  // of too many, the one below the uppermost is passed over
+            below(layer).store(found);
+            Action replaced = {};
+            Action const ours = entry(layer, found);
+            sigaction(signal, &ours, &replaced);
+            if (replaced.sa_sigaction != found.sa_sigaction) {
+                below(layer).store(replaced);  // installed since the look
+            }
+        }
+        free_ = layer + 1;
+    }
+
+    /// Takes ours away, unless somebody else's lies over it.
+    void giveBack(int signal) noexcept {
+        int const layer = layerOf(currentAction(signal));
+        if (layer == kLayers) {
+            return;
+        }
+        Action given = below(layer).load();
+        Action replaced = {};
+        sigaction(signal, &given, &replaced);
+        if (layerOf(replaced) == layer) {
+            free_ = layer;
+        }
+        // What was installed since the look goes back, and so does what was installed since then.
+        for (Handler expected = kEntries[static_cast<std::size_t>(layer)]; replaced.sa_sigaction != expected;) {
+            expected = given.sa_sigaction;
+            given = replaced;
+            sigaction(signal, &given, &replaced);
+        }
+    }
+
+    SharedAction& below(int layer) noexcept { return below_[static_cast<std::size_t>(layer)]; }
+
+  private:
+    static Action entry(int layer, Action const& over) noexcept {
+        Action ours = {};
+        ours.sa_sigaction = kEntries[static_cast<std::size_t>(layer)];
+        ours.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+        // System calls are interrupted for those who wanted that, and for nobody else.
+        ours.sa_flags |= over.sa_handler == SIG_IGN ? SA_RESTART : over.sa_flags & SA_RESTART;
+        return ours;
+    }
+
+    std::array<SharedAction, kLayers> below_;
+    int free_ = 0;  ///< the lowest layer that nobody's handler lies over
+};
 
 struct Installations {
     std::mutex lock;
     int count = 0;
     std::array<Disposition, kFaultSignals.size()> dispositions;
+
+    void install() noexcept {
+        for (std::size_t i = 0; i < dispositions.size(); ++i) {
+            dispositions[i].install(kFaultSignals[i]);
+        }
+    }
+    void giveBack() noexcept {
+        for (std::size_t i = 0; i < dispositions.size(); ++i) {
+            dispositions[i].giveBack(kFaultSignals[i]);
+        }
+    }
 };
 constinit Installations installations;
 
-Disposition& dispositionOf(int signal) noexcept {
-    std::size_t i = 0;
-    while (kFaultSignals[i] != signal) {
-        ++i;
+/// Those of this thread.
+[[gnu::tls_model("initial-exec")]] constinit thread_local int ownCount = 0;
+
+/// Hands a signal that is not for us to what lies below the layer. Handlers that call each other in a circle come to an
+/// end: each time a signal comes back, it goes one layer down at least. How far it has come stands in its own context,
+/// in the link that the kernel clears and nobody reads, so that it ends with the signal however that is left.
+void passOn(int layer, int signal, siginfo_t* info, void* context) {
+    static constinit std::array<char, kLayers> marks = {};
+    auto const lowest = reinterpret_cast<std::uintptr_t>(marks.data());
+    ucontext_t* none = nullptr;
+    ucontext_t*& link = context != nullptr ? static_cast<ucontext_t*>(context)->uc_link : none;
+    ucontext_t* const outer = link;
+    std::uintptr_t const reached = reinterpret_cast<std::uintptr_t>(outer) - lowest;
+    int const next = reached < kLayers ? std::min(layer, static_cast<int>(reached) - 1) : layer;
+    if (next < 0) {
+        performDefault(signal, info);
+        return;
     }
-    return installations.dispositions[i];
+    link = reinterpret_cast<ucontext_t*>(lowest + static_cast<std::uintptr_t>(next));
+    auto const which = std::find(kFaultSignals.begin(), kFaultSignals.end(), signal) - kFaultSignals.begin();
+    perform(installations.dispositions[static_cast<std::size_t>(which)].below(next).take(), signal, info, context);
+    link = outer;
 }
 
-/// The signal that this thread is passing on. A handler may leave by a jump and nobody clears it then, so a signal
-/// counts as the same one only when its context is the same and we are called from deeper down.
-struct Passing {
-    void const* context = nullptr;
-    std::uintptr_t frame = 0;
-    int layer = 0;
-};
-[[gnu::tls_model("initial-exec")]] constinit thread_local Passing passing;
+/// No other thread is inside while the process is copied, and in the copy there is no other thread.
+int const forkHandlers = pthread_atfork(
+    [] { installations.lock.lock(); }, [] { installations.lock.unlock(); },
+    [] {
+        if (std::exchange(installations.count, ownCount) > 0 && ownCount == 0) {
+            installations.giveBack();
+        }
+        installations.lock.unlock();
+    });
 
 }  // namespace
 
 FaultSignals::FaultSignals(Handler handler) noexcept {
     std::lock_guard const guard(installations.lock);
-    if (installations.count++ == 0) {
-        for (int const signal : kFaultSignals) {
-            dispositionOf(signal).install(signal, handler);
-        }
-    }
+    ourHandler = handler;
+    installations.install();
+    ++installations.count;
+    ++ownCount;
 }
 
 FaultSignals::~FaultSignals() {
     std::lock_guard const guard(installations.lock);
+    --ownCount;
     if (--installations.count == 0) {
-        for (int const signal : kFaultSignals) {
-            dispositionOf(signal).giveBack(signal);
-        }
+        installations.giveBack();
     }
-}
-
-void passSignalOn(int signal, siginfo_t* info, void* context) {
-    Disposition& disposition = dispositionOf(signal);
-    auto const frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-    Passing const outer = passing;
-    bool const cameBack = context == outer.context && frame < outer.frame;
-    int const top = disposition.top();
-    passing = {context, frame, cameBack ? outer.layer - 1 : top};
-    if (!cameBack && top < 0) {
-        disposition.performWithoutLayer(signal, info, context);
-    } else {
-        disposition.perform(passing.layer, signal, info, context);
-    }
-    passing = outer;
 }
 
 }  // namespace Quorvel::Dravik::Adt::Platform

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// FaultSignals: our handler in front of the host's own, for the signals that report faults, while anybody needs it.
+// FaultSignals: our handler over the host's own, for the signals that report faults, while anybody needs it.
 
 #include <array>
 #include <csignal>
@@ -11,21 +11,23 @@ namespace Quorvel::Dravik::Adt::Platform {
 /// The signals by which the kernel reports what an instruction did.
 inline constexpr std::array kFaultSignals = {SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 
-/// While one object lives, `handler` of the first of them receives the fault signals of the process. The last one gives
-/// the dispositions back, except where somebody else has put a handler over ours: that one stays.
-/// @threads any number at once; not inside a signal handler
+/// While one object lives, `handler` receives the fault signals of the process. Each new object puts ours back on top
+/// of handlers that the host has installed meanwhile; until then the host's come first.
+///
+/// A signal from which `handler` returns goes to the host's handler that ours replaced, as the kernel would have
+/// delivered it: with its own context, mask and style. The last object gives the dispositions back. A handler that the
+/// host has put over ours stays, and ours stays below it for as long as the process runs, since the host's may call it.
+/// In a forked child only the object of the forking thread counts.
+/// @threads any number at once
 class FaultSignals {
   public:
     using Handler = void (*)(int signal, siginfo_t* info, void* context);
 
+    /// @pre the same `handler` for all objects
     explicit FaultSignals(Handler handler) noexcept;
     FaultSignals(FaultSignals const&) = delete;
     FaultSignals& operator=(FaultSignals const&) = delete;
     ~FaultSignals();
 };
-
-/// For a handler that does not want its signal: does what would have happened without it, with the mask and in the
-/// style of the handler it replaced. Arguments as the handler got them. Safe inside a handler.
-void passSignalOn(int signal, siginfo_t* info, void* context);
 
 }  // namespace Quorvel::Dravik::Adt::Platform

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 namespace Quorvel::Dravik::Adt::Platform {
@@ -21,7 +22,7 @@ struct Image {
 
 /// For dl_iterate_phdr: fills the Image behind `data` and ends the walk when this is its module.
 int measureImage(dl_phdr_info* info, std::size_t, void* data) {
-    static auto const pageByteSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    auto const pageByteSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     Image& image = *static_cast<Image*>(data);
     std::uintptr_t begin = UINTPTR_MAX;
     std::uintptr_t end = 0;
@@ -40,12 +41,17 @@ int measureImage(dl_phdr_info* info, std::size_t, void* data) {
     return 1;
 }
 
-/// The program's own file; empty where the system does not tell.
+/// The program's own file, or where it was before somebody replaced it; empty where the system does not tell.
 std::string const& programPath() {
-    static std::string const path = [] {
+    static std::string const& path = *new std::string([] {
         std::error_code error;
-        return std::filesystem::read_symlink("/proc/self/exe", error).string();
-    }();
+        std::string link = std::filesystem::read_symlink("/proc/self/exe", error).string();
+        constexpr std::string_view kGone = " (deleted)";  // the kernel's addition, unless a file is called that
+        if (link.ends_with(kGone) && !std::filesystem::exists(link, error)) {
+            link.resize(link.size() - kGone.size());
+        }
+        return link;
+    }());
     return path;
 }
 

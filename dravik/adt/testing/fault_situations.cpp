@@ -181,6 +181,7 @@ constexpr FaultSituation kSituations[] = {
     {"IllegalInstruction", [] { asm volatile("ud2"); }, illegalInstruction},
     {"StackOverflow", overflow<16>, stackOverflow},
     {"StackOverflowOfLargeFrames", overflow<300 << 10>, stackOverflow},
+    {"StackOverflowOfHugeFrames", overflow<6 << 20>, stackOverflow},
     {"VirtualCall", virtualCall},
     {"NoexceptCaller", []() noexcept { readNull(); }},
     {"CatchAllAround", catchAllAround},
