@@ -19,9 +19,13 @@
 #include <pthread.h>
 
 #include <array>
+#include <climits>
+#include <cstdlib>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
@@ -49,11 +53,23 @@ struct OwnError : std::out_of_range {
     OwnError() : std::out_of_range("T") {}
 };
 
+struct Wordless : std::exception {
+    char const* what() const noexcept override { return nullptr; }
+};
+
+/// Capturing finds no memory from this allocation on.
+constexpr int kNever = INT_MAX;
+int shortFrom = kNever;
+
 template <class Thrown>
 ConstPtr captured(Thrown const& thrown) {
     try {
         throw thrown;
     } catch (...) {
+        std::optional<Testing::ArmedFailure> armed;
+        if (shortFrom != kNever) {
+            armed.emplace(Testing::AllocationFailure::plan(), shortFrom, Testing::Failing::kFromThereOn);
+        }
         return ClonedException::catchException();
     }
 }
@@ -87,6 +103,8 @@ std::vector<Kind> everyKind() {
          &typeid(std::bad_alloc)},
         {captured(std::runtime_error("T")), typeid(ClonedStdException), "std::runtime_error: T",
          &typeid(std::runtime_error)},
+        {captured(Wordless()), typeid(ClonedStdException),
+         "Quorvel::Dravik::Adt::Exceptions::(anonymous namespace)::Wordless: ", &typeid(Wordless)},
         {captured(OwnError()), typeid(ClonedStdException),
          "Quorvel::Dravik::Adt::Exceptions::(anonymous namespace)::OwnError: T", &typeid(OwnError)},
         {captured(PlainException("Why.")), typeid(ClonedStdException),
@@ -116,6 +134,31 @@ TEST(CloneableExceptions, SlicedCopyReportsTheFixedText) {
     EXPECT_STREQ(
         sliced.what(), "<Exception message is stored in derived class. std::exception must be caught by reference to "
                        "preserve exception info.>");
+}
+
+TEST(CatchException, NeedsNoMemoryForItsLastResort) {
+    bool areWhole = false;
+    for (shortFrom = 0; !areWhole && !testing::Test::HasFailure(); ++shortFrom) {
+        areWhole = true;
+        for (Kind const& row : everyKind()) {
+            ASSERT_TRUE(row.exception);
+            ICloneableException const& clone = *row.exception;
+            areWhole = areWhole && clone.msg() == row.message;
+            EXPECT_TRUE(typeid(clone) == row.type || typeid(clone) == typeid(MemoryException)) << clone.msg();
+        }
+    }
+    EXPECT_GT(std::exchange(shortFrom, kNever), 1);
+}
+
+struct NeverCloned : Nested {
+    explicit NeverCloned(bool fails) : throws(fails) {}
+    ConstPtr clone() const override { return throws ? throw 1 : ConstPtr(); }
+    bool throws;
+};
+
+TEST(CatchException, TakesAHostsFailureToCloneForUnknown) {
+    EXPECT_EQ(captured(NeverCloned(false))->msg(), "Caught exception of unknown type.");
+    EXPECT_EQ(captured(NeverCloned(true))->msg(), "Caught exception of unknown type.");
 }
 
 struct Known {};
@@ -223,8 +266,35 @@ TEST(AccessViolationException, KeepsTheDirectionAndTheAddressAsTheTwoParameters)
 /// Runs what returns 1.
 void run(int (*fn)(void*)) {
     ConstPtr failure;
-    int const result = ClonedException::runAndCatchException(fn, nullptr, &failure);
-    EXPECT_NE(result == 1, failure != nullptr);
+    int result = -1;
+    EXPECT_NO_THROW(result = ClonedException::runAndCatchException(fn, nullptr, &failure));
+    EXPECT_EQ(result, failure ? 0 : 1);
+}
+
+bool isUsedAtExit = false;
+bool isKept = true;
+
+/// Registered before the loader registers its own end, and so called when every destructor of every library has run, as
+/// happens to a host's static beside a plug-in.
+void useAtExit(int, void*) {
+    if (isUsedAtExit) {
+        ConstPtr failure;
+        ClonedException::runAndCatchException([](void*) { return Testing::readNull(), 1; }, nullptr, &failure);
+        bool const isNamed = failure->msg().find(" in module cloneable_exception_test (") != std::string::npos;
+        std::_Exit(isNamed && isKept && captured(Known())->msg() == "at exit" && captured(42) ? 0 : 1);
+    }
+}
+[[gnu::used, gnu::section(".preinit_array")]] void (*const registerFirst)() = [] { on_exit(&useAtExit, nullptr); };
+
+TEST(ExceptionsDeathTest, ServeUntilTheVeryEnd) {
+    auto const end = [] {
+        boost::shared_ptr<bool> const handlerState(&isKept, [](bool* kept) { *kept = false; });
+        ClonedException::registerExceptionHandler([handlerState] { return recognise<Known>("at exit"); });
+        run([](void*) { return Testing::readNull(), 1; });
+        isUsedAtExit = true;
+        std::exit(2);
+    };
+    EXPECT_EXIT(end(), testing::ExitedWithCode(0), "");
 }
 
 struct Scene {

@@ -11,7 +11,26 @@
 
 namespace Quorvel::Dravik::Adt::Exceptions {
 
-constinit std::vector<ClonedException::Handler> ClonedException::ex_handlers_;
+namespace {
+
+/// The clone of last resort, made at load: for an exception whose own clone cannot be made. Never destroyed.
+ICloneableException::ConstPtr const& noMemory() {
+    static ICloneableException::ConstPtr const& clone =
+        *new ICloneableException::ConstPtr(MemoryException(std::bad_alloc()).clone());
+    return clone;
+}
+
+/// The same for everything that nobody knows.
+ICloneableException::ConstPtr const& unknown() {
+    static ICloneableException::ConstPtr const& clone = *new ICloneableException::ConstPtr(UnknownException().clone());
+    return clone;
+}
+
+[[maybe_unused]] bool const madeAtLoad = noMemory() && unknown();
+
+}  // namespace
+
+constinit std::vector<ClonedException::Handler>* ClonedException::ex_handlers_ = nullptr;
 
 ClonedException::ClonedException(std::type_info const& type, std::string text, bool typeNameInFront)
     : CloneableExceptionBase(typeNameInFront ? getTypeName(type) + ": " + text : std::move(text)), type_(type) {}
@@ -23,6 +42,26 @@ std::type_info const& ClonedException::exceptionType() const noexcept {
 }
 
 ICloneableException::ConstPtr ClonedException::catchException() {
+    try {
+        ConstPtr clone = cloneOfCurrent();
+        return clone ? clone : unknown();
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (std::bad_alloc const&) {
+        return noMemory();
+    } catch (...) {
+        return unknown();  // a host's exception that throws when it is cloned
+    }
+}
+
+void ClonedException::registerExceptionHandler(Handler const& handler) {
+    if (ex_handlers_ == nullptr) {
+        ex_handlers_ = new std::vector<Handler>;
+    }
+    ex_handlers_->push_back(handler);
+}
+
+ICloneableException::ConstPtr ClonedException::cloneOfCurrent() {
     try {
         throw;
     } catch (ICloneableException const& source) {
@@ -36,19 +75,15 @@ ICloneableException::ConstPtr ClonedException::catchException() {
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
-        ConstPtr clone = askHandlers();
-        return clone ? clone : UnknownException().clone();
+        return askHandlers();
     }
 }
 
-void ClonedException::registerExceptionHandler(Handler const& handler) {
-    ex_handlers_.push_back(handler);
-}
-
 ICloneableException::ConstPtr ClonedException::askHandlers() {
-    for (Handler const& handler : ex_handlers_) {
+    std::size_t const count = ex_handlers_ != nullptr ? ex_handlers_->size() : 0;
+    for (std::size_t i = 0; i < count; ++i) {
         try {
-            if (ConstPtr clone = handler()) {
+            if (ConstPtr clone = (*ex_handlers_)[i]()) {
                 return clone;
             }
         } catch (abi::__forced_unwind&) {

@@ -30,7 +30,8 @@ class DRAVIK_ADT_EXPORT ClonedException : public CloneableExceptionBase {
     ///
     /// Cloneable ones keep their type and fields; a thrown `char const*` becomes a ClonedStrException, std::bad_alloc a
     /// MemoryException, other standard ones a ClonedStdException. Anything else is shown to the registered handlers in
-    /// their order, and is an UnknownException when none knows it. Cancellation of the thread passes through.
+    /// their order, and is an UnknownException when none knows it. Where memory is too short for the clone, it is a
+    /// MemoryException that was made at load. Cancellation of the thread passes through.
     /// @pre called inside a catch block
     static ConstPtr catchException();
 
@@ -61,9 +62,10 @@ class DRAVIK_ADT_EXPORT ClonedException : public CloneableExceptionBase {
     ClonedException(std::type_info const& type, std::string text, bool typeNameInFront);
 
   private:
+    static ConstPtr cloneOfCurrent();
     static ConstPtr askHandlers();
 
-    static std::vector<Handler> ex_handlers_;
+    static std::vector<Handler>* ex_handlers_;  ///< null before the first; never destroyed
 
     std::type_info const& type_;
 };

@@ -69,22 +69,20 @@ void perform(void* call) {
 
 int ClonedException::runAndCatchException(int (*fn)(void*), void* arg, ConstPtr* out) {
     Call call{fn, arg, 0};
-    std::optional<Fault> fault;
     try {
-        fault = Platform::runGuarded(&perform, &call);
+        std::optional<Fault> const fault = Platform::runGuarded(&perform, &call);
+        if (!fault) {
+            return call.result;
+        }
+        EXCEPTION_RECORD const record = recordOf(*fault);
+        EXCEPTION_POINTERS info{&record};
+        SystemException::sehFilterException(record.code, &info, out);
     } catch (abi::__forced_unwind&) {
         throw;
     } catch (...) {
         out->reset();
         *out = catchException();
-        return 0;
     }
-    if (!fault) {
-        return call.result;
-    }
-    EXCEPTION_RECORD const record = recordOf(*fault);
-    EXCEPTION_POINTERS info{&record};
-    SystemException::sehFilterException(record.code, &info, out);
     return 0;
 }
 

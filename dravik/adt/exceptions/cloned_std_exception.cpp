@@ -4,9 +4,17 @@
 #include <boost/make_shared.hpp>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
+namespace {
+
+std::string textOf(std::exception const& source) {
+    char const* const text = source.what();
+    return text == nullptr ? "" : text;
+}
+
+}  // namespace
 
 ClonedStdException::ClonedStdException(std::exception const& source)
-    : ClonedException(typeid(source), source.what(), /*typeNameInFront=*/true) {}
+    : ClonedException(typeid(source), textOf(source), /*typeNameInFront=*/true) {}
 
 ICloneableException::ConstPtr ClonedStdException::clone() const {
     return boost::make_shared<ClonedStdException>(*this);

@@ -15,12 +15,15 @@
 
 #include <cerrno>
 #include <cinttypes>
+#include <cstdlib>
+#include <filesystem>
 #include <thread>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
 namespace {
 
 using Testing::FaultSituation;
+using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 using ConstPtr = ICloneableException::ConstPtr;
@@ -201,6 +204,20 @@ TEST(RunAndCatchException, SaysWhatHappenedAndWhere) {
         out->msg(), MatchesRegex("Serious exception: Access violation reading from address 0x00000000\n"
                                  "Exception occurred at offset 0x[0-9a-f]+ in module system_exception_test "
                                  "\\(process address 0x[0-9A-F]+\\)"));
+}
+
+TEST(RunAndCatchException, NamesAProgramWhoseFileIsGone) {
+    std::filesystem::path const copy = testing::TempDir() + "gone_program";
+    if (std::filesystem::read_symlink("/proc/self/exe") != copy) {
+        std::filesystem::copy_file("/proc/self/exe", copy, std::filesystem::copy_options::overwrite_existing);
+        std::string const filter = " --gtest_filter=RunAndCatchException.NamesAProgramWhoseFileIsGone";
+        EXPECT_EQ(std::system((copy.string() + filter).c_str()), 0);
+        return;
+    }
+    std::filesystem::remove(copy);
+    ConstPtr out;
+    run([](void*) { return (Testing::readNull(), 1); }, out);
+    EXPECT_THAT(out->msg(), HasSubstr(" in module gone_program (process address"));
 }
 
 TEST(RunAndCatchException, LetsThreadCancellationPass) {
