@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -106,6 +107,24 @@ TEST(Diagnostics, SurviveEveryFailure) {
     std::string const printed = testing::internal::GetCapturedStdout();
     EXPECT_NE(printed.find("Timing results"), std::string::npos);
     EXPECT_FALSE(HasFailure()) << printed;
+}
+
+TEST(Timer, MeasuresByTheMonotonicClock) {
+    using Clock = std::chrono::steady_clock;
+    auto const seconds = [](Clock::time_point from, Clock::time_point to) {
+        return std::chrono::duration<double>(to - from).count();
+    };
+    Timer timer;
+    auto const before = Clock::now();
+    timer.start();
+    auto const begin = Clock::now();
+    while (seconds(begin, Clock::now()) < 0.01) {
+    }
+    auto const end = Clock::now();
+    timer.stop();
+    double const total = timer.getTotal() + timer.getOverhead();
+    EXPECT_LE(seconds(begin, end), total + 1e-6);
+    EXPECT_LE(total, seconds(before, Clock::now()) + 1e-6);
 }
 
 }  // namespace

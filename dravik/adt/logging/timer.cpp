@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/logging/timer.h"
 
-#include "dravik/adt/logging/detail/counter.h"
+#include "dravik/adt/platform/clock.h"
 #include "dravik/adt/platform/environment.h"
 
 #include <algorithm>
@@ -150,11 +150,11 @@ int Timer::getNumericEnv(char const* name) {
 }
 
 std::int64_t Timer::getNativeTime() noexcept {
-    return Detail::counter().now();
+    return Platform::monotonicTicks();
 }
 
 std::int64_t Timer::getNativeFrequency() noexcept {
-    return Detail::counter().ticksPerSecond();
+    return Platform::monotonicTicksPerSecond();
 }
 
 }  // namespace Quorvel::Dravik::Adt::Logging
