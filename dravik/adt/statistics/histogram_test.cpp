@@ -3,6 +3,7 @@
 
 #include "dravik/adt/testing/random.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -377,6 +378,11 @@ TEST(Histogram, RefusesToMergeAnotherShapeAndDiffersInOneThingAlone) {
     constexpr auto kFixed = Histogram::fixed;
     Histogram placed;
     placed.add(5);
+    EXPECT_THAT(
+        [&] { placed.merge(Histogram(kFixed, 0, 8, 2)); },
+        testing::ThrowsMessage<std::invalid_argument>(
+            "[Histogram::merge] Invalid argument: kind, resolution or range differs: flexible, 10000 bins over "
+            "[4.9997,5.0003) and fixed, 2 bins over [0,8)."));
     std::vector<Histogram> different{
         placed,
         {},

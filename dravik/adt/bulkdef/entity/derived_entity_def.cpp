@@ -9,6 +9,7 @@
 #include <ostream>
 #include <set>
 #include <stdexcept>
+#include <string>
 #include <typeinfo>
 #include <utility>
 
@@ -60,6 +61,14 @@ class InputPairs {
     std::set<Pair> met_;
 };
 
+void requireSlot(std::string const& caller, unsigned int slot, std::size_t count) {
+    if (slot >= count) {
+        throw std::invalid_argument(
+            "[DerivedEntityDef::" + caller + "] Index is out of range. (index " + std::to_string(slot) + ", " +
+            std::to_string(count) + " inputs)");
+    }
+}
+
 // The inputs of the entities that this thread destroys just now.
 constinit thread_local Inputs* released = nullptr;
 
@@ -93,9 +102,7 @@ DerivedEntityDef::~DerivedEntityDef() {
 }
 
 EntityDef const& DerivedEntityDef::getInput(unsigned int i) const {
-    if (i >= inputs_.size()) {
-        throw std::invalid_argument("[DerivedEntityDef::getInput] Index is out of range.");
-    }
+    requireSlot("getInput", i, inputs_.size());
     if (!inputs_[i]) {
         throw Exceptions::PlainException("[DerivedEntityDef::getInput] Input entity is not set.");
     }
@@ -103,16 +110,12 @@ EntityDef const& DerivedEntityDef::getInput(unsigned int i) const {
 }
 
 boost::shared_ptr<EntityDef const> DerivedEntityDef::getInputPtr(unsigned int i) const {
-    if (i >= inputs_.size()) {
-        throw std::invalid_argument("[DerivedEntityDef::getInputPtr] Index is out of range.");
-    }
+    requireSlot("getInputPtr", i, inputs_.size());
     return inputs_[i];
 }
 
 void DerivedEntityDef::setInput(unsigned int i, EntityDef const& entity) {
-    if (i >= inputs_.size()) {
-        throw std::invalid_argument("[DerivedEntityDef::setInput] Index is out of range.");
-    }
+    requireSlot("setInput", i, inputs_.size());
     inputs_[i] = entity.clone();
 }
 

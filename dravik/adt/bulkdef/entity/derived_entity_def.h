@@ -14,6 +14,7 @@ namespace Quorvel::Dravik::Adt::BulkDef::Entity {
 
 /// What a transform makes of its inputs: one slot per input, each empty until it is set.
 ///
+/// An index at or above the number of slots is refused with both numbers.
 /// Holds clones of the transform and of the inputs; copies and clones of this definition share them. The hash is the
 /// transform's alone.
 class DRAVIK_ADT_EXPORT DerivedEntityDef : public EntityDef, public IPrintable {
@@ -36,16 +37,16 @@ class DRAVIK_ADT_EXPORT DerivedEntityDef : public EntityDef, public IPrintable {
     unsigned int numInputs() const noexcept { return static_cast<unsigned int>(inputs_.size()); }
 
     /// The entity in slot `i`.
-    /// @throws std::invalid_argument "[DerivedEntityDef::getInput] Index is out of range."
+    /// @throws std::invalid_argument "[DerivedEntityDef::getInput] Index is out of range. (index 2, 2 inputs)"
     /// @throws Exceptions::PlainException "[DerivedEntityDef::getInput] Input entity is not set."
     EntityDef const& getInput(unsigned int i) const;
 
     /// The pointer in slot `i`, empty where no entity is set.
-    /// @throws std::invalid_argument "[DerivedEntityDef::getInputPtr] Index is out of range."
+    /// @throws std::invalid_argument "[DerivedEntityDef::getInputPtr] Index is out of range. (index 2, 2 inputs)"
     boost::shared_ptr<EntityDef const> getInputPtr(unsigned int i) const;
 
     /// Puts a clone of `entity` into slot `i`; on failure the slot stays as it was.
-    /// @throws std::invalid_argument "[DerivedEntityDef::setInput] Index is out of range."
+    /// @throws std::invalid_argument "[DerivedEntityDef::setInput] Index is out of range. (index 2, 2 inputs)"
     void setInput(unsigned int i, EntityDef const& entity);
 
     /// `entity` itself where it is derived, else null.
