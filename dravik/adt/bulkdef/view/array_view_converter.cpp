@@ -57,8 +57,8 @@ bool isDecimated(ExtentK<N, int> const& extents, OpenEndedRange<N, int> const& b
     throw std::length_error("[ArrayViewConverter::convertArray] The array is too large to be read backwards.");
 }
 
-int fitted(std::int64_t value, bool dependsOnIt) {
-    if (dependsOnIt && toInt(value) != value) {
+int fitted(std::int64_t value, bool mustFit) {
+    if (mustFit && toInt(value) != value) {
         refuseSize();
     }
     return toInt(value);
@@ -77,9 +77,9 @@ void turnToTarget(ExtentK<N, int> const& target, ArrayConstRef<N>& array) {
             refuseSize();
         }
         std::int64_t const step = target[axis].step == 0 ? 1 : target[axis].step;
-        strides[axis] = fitted(stride / step, /*dependsOnIt=*/target[axis].count > 1);
+        strides[axis] = fitted(stride / step, /*mustFit=*/target[axis].count > 1);
     }
-    array.setBufferOffset(fitted(offset, /*dependsOnIt=*/!target.isEmpty()));
+    array.setBufferOffset(fitted(offset, /*mustFit=*/!target.isEmpty()));
     array.setStrides(strides);
 }
 

@@ -107,52 +107,51 @@ TEST(ArrayViewConverter, PutsEmptyBoxesWhereTheViewBegins) {
     EXPECT_EQ(ArrayViewConverter<1>(CompleteViewDef()).convert(box(3, 1)), box(3, 1));
 }
 
-TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
-    using Array = ArrayConstRef<1>;
+using Array = ArrayConstRef<1>;
+
+Array lineOf(int min, int max, int stride) {
     using Point = FixedVector<1, int>;
-    auto const array = [](int min, int max, int stride) {
-        return Array({Point(min), Point(max)}, Point(stride), nullptr, 5, typeid(char), 8);
-    };
+    return Array({Point(min), Point(max)}, Point(stride), nullptr, 5, typeid(char), 8);
+}
+
+TEST(ArrayViewConverter, RefusesArraysThatNoStrideFits) {
     auto const decimated = through({10, -2, 5});
     auto const reversed = through({9, -1, 10});
-    Array out = array(1, 2, 3);
+    Array out = lineOf(1, 2, 3);
     EXPECT_THAT(
-        [&] { decimated.convertArray(array(3, 9, 1), &out); },
+        [&] { decimated.convertArray(lineOf(3, 9, 1), &out); },
         ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] Target view is decimated, cannot convert array."))
         << "comes before the test for the outside";
     EXPECT_THAT(
         [&] {
-            through({10, 1, 5}).convertArray(array(3, 7, 1), &out);
+            through({10, 1, 5}).convertArray(lineOf(3, 7, 1), &out);
         },
         ThrowsMessage<Exceptions::NotSupportedException>(
             "Unsupported: [ArrayViewConverter::convertArray] Given array is (partially) outside the view."));
     for (int const stride : {INT_MAX - 4, INT_MIN}) {
         EXPECT_THAT(
-            [&] { reversed.convertArray(array(0, 2, stride), &out); },
+            [&] { reversed.convertArray(lineOf(0, 2, stride), &out); },
             ThrowsMessage<std::length_error>(
                 "[ArrayViewConverter::convertArray] The array is too large to be read backwards."))
             << stride;
     }
-    EXPECT_EQ(out, array(1, 2, 3)) << "untouched";
-    EXPECT_EQ(reversed.convert(array(0, 2, INT_MAX - 5)).bufferOffset(), INT_MAX);
+    EXPECT_EQ(out, lineOf(1, 2, 3)) << "untouched";
+    EXPECT_THROW(through({INT_MAX, -2, 5}).convert(lineOf(0, 2, 1)), std::invalid_argument) << "the box ends with int";
+    EXPECT_EQ(reversed.convert(lineOf(0, 2, INT_MAX - 5)).bufferOffset(), INT_MAX);
+    EXPECT_EQ(decimated.convert(lineOf(2, 3, 7)), lineOf(6, 7, -3)) << "one index fits any stride";
+    EXPECT_EQ(decimated.convert(lineOf(2, 3, INT_MIN)), lineOf(6, 7, 1 << 30));
+    EXPECT_EQ(through({4, 0, 1}).convert(lineOf(0, 1, 7)), lineOf(4, 5, 7));
+}
 
-    using Point3 = FixedVector<3, int>;
+TEST(ArrayViewConverter, RefusesArraysBeyondSixtyFourBits) {
+    using Point = FixedVector<3, int>;
     auto const through3 = [](Extent const& first, Extent const& others) {
         return ArrayViewConverter<3>(ArraySubsetDef<3>({first, others, others}));
     };
     Extent const wholeAxis{INT_MAX - 1, -1, INT_MAX};
-    ArrayConstRef<3> const vast(
-        {Point3(), Point3::Filled(INT_MAX)}, Point3::Filled(INT_MAX), nullptr, 0, typeid(char), 8);
-    EXPECT_THROW(through3(wholeAxis, wholeAxis).convert(vast), std::length_error) << "farther than 64 bits count";
-    EXPECT_THAT(
-        [&] {
-            through3({0, 2, INT_MAX}, wholeAxis).convert(vast);
-        },
-        ThrowsMessage<std::invalid_argument>("[ArrayViewConverter] Target view is decimated, cannot convert array."));
-    EXPECT_THROW(through({INT_MAX, -2, 5}).convert(array(0, 2, 1)), std::invalid_argument) << "the box ends with int";
-    EXPECT_EQ(decimated.convert(array(2, 3, 7)), array(6, 7, -3)) << "one index fits any stride";
-    EXPECT_EQ(decimated.convert(array(2, 3, INT_MIN)), array(6, 7, 1 << 30));
-    EXPECT_EQ(through({4, 0, 1}).convert(array(0, 1, 7)), array(4, 5, 7));
+    ArrayConstRef<3> const vast({Point(), Point::Filled(INT_MAX)}, Point::Filled(INT_MAX), nullptr, 0, typeid(char), 8);
+    EXPECT_THROW(through3(wholeAxis, wholeAxis).convert(vast), std::length_error);
+    EXPECT_THROW(through3({0, 2, INT_MAX}, wholeAxis).convert(vast), std::invalid_argument);
 }
 
 TEST(ArrayViewConverter, AddsConvertedSetsToWhatIsThere) {

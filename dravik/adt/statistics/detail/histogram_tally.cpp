@@ -197,7 +197,7 @@ bool HistogramTally::addBlockInside(float const* samples) noexcept {
         !((ends.highest - origin) * density < placeLimit())) {
         return false;
     }
-    addBlockInside(samples, samples, ends.lowest, ends.highest);
+    countBlock(samples, samples, ends.lowest, ends.highest);
     return true;
 }
 
@@ -213,6 +213,12 @@ bool HistogramTally::addMixedBlock(float const* samples) noexcept {
     if (insiders == 0 || (flexible && (maskOf(samples, isFinite) & ~insiders) != 0)) {
         return false;
     }
+    countInsiders(samples, insiders);
+    forEach(~insiders, [&](std::size_t at) { add(samples[at]); });
+    return true;
+}
+
+void HistogramTally::countInsiders(float const* samples, std::uint64_t insiders) noexcept {
     // In the place of each outsider one that is inside is counted, and then taken back; no sum changes by -0.
     float const substitute = samples[std::countr_zero(insiders)];
     float counted[kBlock];
@@ -222,17 +228,15 @@ bool HistogramTally::addMixedBlock(float const* samples) noexcept {
     forEach(~insiders, [&](std::size_t at) {
         counted[at] = substitute;
         summands[at] = -0.0f;
-        add(samples[at]);
     });
     BlockEnds const ends(counted);
-    addBlockInside(counted, summands, ends.lowest, ends.highest);
+    countBlock(counted, summands, ends.lowest, ends.highest);
     int const outsiders = std::popcount(~insiders);
     counts()[binIndex(substitute)] -= static_cast<std::uint64_t>(outsiders);
     inside.count -= outsiders;
-    return true;
 }
 
-void HistogramTally::addBlockInside(float const* samples, float const* summands, float lowest, float highest) noexcept {
+void HistogramTally::countBlock(float const* samples, float const* summands, float lowest, float highest) noexcept {
     int places[kBlock];
     for (std::size_t at = 0; at < kBlock; ++at) {
         places[at] = static_cast<int>((samples[at] - origin) * density);

@@ -80,7 +80,9 @@ struct HistogramTally {
     /// one sample in a hundred does, a run takes a quarter less time than without this.
     bool addMixedBlock(float const* samples) noexcept;
     /// Counts where `samples` lie and sums up `summands`.
-    void addBlockInside(float const* samples, float const* summands, float lowest, float highest) noexcept;
+    void countBlock(float const* samples, float const* summands, float lowest, float highest) noexcept;
+    /// Counts the samples of a block that have their bit set, one at least; they lie inside the bins.
+    void countInsiders(float const* samples, std::uint64_t insiders) noexcept;
     void addScattered(float const* first, std::size_t count) noexcept;
     /// Counts samples until one lies outside the bins or is no number; where that one is.
     float const* addWhileInside(float const* first, float const* end) noexcept;
