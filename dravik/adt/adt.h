@@ -48,6 +48,7 @@
 #include "dravik/adt/bulkview/views/typed_view_iterator.h"
 #include "dravik/adt/bulkview/views/view_base.h"
 #include "dravik/adt/bulkview/views/view_exceptions.h"
+#include "dravik/adt/bulkview/write_back.h"
 #include "dravik/adt/converters/basic_down_scale_converter.h"
 #include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/copy_converter.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/composite_converter.h"
 
+#include "dravik/adt/converters/detail/long_run.h"
 #include "dravik/adt/converters/type_register.h"
 
 #include <boost/make_shared.hpp>
@@ -35,10 +36,6 @@ void toOuter(IValueConverter const& converter, void const* scratch, void* out, i
     } else {
         converter.convertStrided(scratch, 0, 1, out, index, stride, count);
     }
-}
-
-int advanced(int index, int stride, int count) {
-    return static_cast<int>(index + std::int64_t{stride} * count);
 }
 
 }  // namespace
@@ -98,21 +95,22 @@ void ChainedConverter::convert(void const* in, void* out) const {
 
 void ChainedConverter::convertStrided(
     void const* in, int inIndex, int inStride, void* out, int outIndex, int outStride, int count) const {
-    Scratch scratch(std::min(count, kChunkValues), intermediateBits_);
-    for (;;) {
-        int const chunk = std::min(count, kChunkValues);
+    Detail::LongRun<void const> const input(in, inIndex, inStride, count, getInputType());
+    Detail::LongRun<void> const output(out, outIndex, outStride, count, getOutputType());
+    int const longest = std::min({kChunkValues, input.longestPart(), output.longestPart()});
+    Scratch scratch(std::min(count, longest), intermediateBits_);
+    int done = 0;
+    do {
+        int const chunk = std::min(count - done, longest);
+        auto const from = input.part(done, chunk);
+        auto const to = output.part(done, chunk);
         if (inverse_) {
-            fromOuter(*inverse_, out, outIndex, outStride, scratch.data(), chunk);
+            fromOuter(*inverse_, to.base, to.index, outStride, scratch.data(), chunk);
         }
-        fromOuter(*first_, in, inIndex, inStride, scratch.data(), chunk);
-        toOuter(*second_, scratch.data(), out, outIndex, outStride, chunk);
-        count -= chunk;
-        if (count == 0) {
-            return;
-        }
-        inIndex = advanced(inIndex, inStride, chunk);
-        outIndex = advanced(outIndex, outStride, chunk);
-    }
+        fromOuter(*first_, from.base, from.index, inStride, scratch.data(), chunk);
+        toOuter(*second_, scratch.data(), to.base, to.index, outStride, chunk);
+        done += chunk;
+    } while (done < count);
 }
 
 void ChainedConverter::convertContiguous(void const* in, int inIndex, void* out, int outIndex, int count) const {

@@ -15,7 +15,9 @@ class CompositeConverter {
     /// With an inverse of the second converter the intermediate values start as what the output holds, for first
     /// converters that write only a part of them. Runs pass in chunks of at most 1024 values, contiguous sides through
     /// the contiguous operations. The scratch belongs to the call: on the stack up to 1024 values of 64 bits, on the
-    /// heap beyond. A count of 0 or less is handed on once.
+    /// heap beyond. A count of 0 or less is handed on once. Where positions inside a run leave [0, 2^31), the parts get
+    /// bases nearer by and are shorter where strides are long; then TypeRegister has to know the outer type, or the run
+    /// throws std::runtime_error before anything is converted.
     class DRAVIK_ADT_EXPORT ChainedConverter final : public IValueConverter {
       public:
         /// `inverse` may be null. Shares all three.

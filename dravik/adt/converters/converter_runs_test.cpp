@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every converter over runs of every shape, against one value after the other.
 
+#include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/not_implemented_exception.h"
@@ -8,8 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <bitset>
+#include <cstdint>
+#include <limits>
 #include <ostream>
 #include <vector>
 
@@ -165,6 +170,69 @@ TEST(ConverterRuns, BitsCopyInRunsOfEveryLengthAtEveryPairOfPhases) {
             bits.converter->convertContiguous(
                 in.data() + from.base, from.index, actual.data() + to.base, to.index, count);
             ASSERT_EQ(actual, expected) << count << " bits from " << from << " to " << to;
+        }
+    }
+}
+
+// Buffers of 8 GiB of which only the pages touched take memory.
+struct SparseBytes {
+    static constexpr std::size_t kSize = std::size_t{8} << 30;
+
+    SparseBytes()
+        : data(static_cast<unsigned char*>(
+              mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))) {}
+    SparseBytes(SparseBytes const&) = delete;
+    SparseBytes& operator=(SparseBytes const&) = delete;
+    ~SparseBytes() { munmap(data, kSize); }
+
+    unsigned char* data;
+};
+
+TEST(ConverterRuns, ReachPositionsBeyond32BitsPlainAndChained) {
+    auto const bits = Factory::getCopyConverter(1);
+    auto const toShort = Factory::getTypeConverter(typeid(unsigned char), typeid(short));
+    auto const toByte = Factory::getTypeConverter(typeid(short), typeid(unsigned char));
+    Subject const all[] = {
+        {bits, true},
+        {Factory::getCopyConverter(8), true},
+        {CompositeConverter::getCompositeConverter(bits, bits, bits), true},
+        {CompositeConverter::getCompositeConverter(toShort, toByte, toShort), true},
+    };
+    constexpr int kMax = std::numeric_limits<int>::max();
+    struct Row {
+        char const* name;
+        int index, stride;
+    };
+    constexpr Row kRows[] = {
+        {"SecondChunk", 5, 1},        {"SecondChunkBackwards", 3000, -2}, {"RowAlongTheFirstAxis", 0, 6'000'000},
+        {"Straddles", kMax - 600, 1}, {"StraddlesInSteps", kMax - 5, 7},  {"StaysBelow", kMax, -1'900'000},
+    };
+    constexpr int kCount = 1100;
+    for (Row const& row : kRows) {
+        for (Subject const& subject : all) {
+            SCOPED_TRACE(testing::Message() << row.name << " " << subject);
+            SparseBytes const dense, sparse, back;
+            auto const sample = [&](unsigned char* base, std::int64_t position, int k) {
+                int const value = k % 253;
+                return subject.inBits == 8 ? base[position] == value
+                                           : (base[position / 8] >> (position % 8) & 1) == (k % 3 == 0);
+            };
+            for (int k = 0; k < kCount; ++k) {
+                auto& byte = dense.data[subject.inBits == 8 ? k : k / 8];
+                byte = static_cast<unsigned char>(subject.inBits == 8 ? k % 253 : byte | (k % 3 == 0) << k % 8);
+            }
+            IValueConverter const& converter = *subject.converter;
+            if (row.stride == 1) {
+                converter.convertContiguous(dense.data, 0, sparse.data, row.index, kCount);
+                converter.convertContiguous(sparse.data, row.index, back.data, 0, kCount);
+            } else {
+                converter.convertStrided(dense.data, 0, 1, sparse.data, row.index, row.stride, kCount);
+                converter.convertStrided(sparse.data, row.index, row.stride, back.data, 0, 1, kCount);
+            }
+            for (int k = 0; k < kCount; ++k) {
+                ASSERT_TRUE(sample(sparse.data, row.index + std::int64_t{row.stride} * k, k)) << "written " << k;
+                ASSERT_TRUE(sample(back.data, k, k)) << "read back " << k;
+            }
         }
     }
 }

@@ -5,6 +5,8 @@
 
 #include "dravik/adt/converters/value_converter.h"
 
+#include <type_traits>
+
 namespace Quorvel::Dravik::Adt::Converters {
 
 /// Copies the bits of values as large as a T, one of char, short, float and double, and reports T as both types.
@@ -13,6 +15,10 @@ namespace Quorvel::Dravik::Adt::Converters {
 /// other, except for an input stride of 0 with an output stride of 1: then the one value, read first, fills the run.
 template <class T>
 class CopyConverter final : public IValueConverter {
+    static_assert(
+        std::is_same_v<T, char> || std::is_same_v<T, short> || std::is_same_v<T, float> || std::is_same_v<T, double>,
+        "Copies go by size: T is one of char, short, float and double.");
+
   public:
     std::type_info const& getInputType() const override;
     std::type_info const& getOutputType() const override;

@@ -62,7 +62,7 @@ Table standardTable() {
 }
 
 Table& table() {
-    static Table instance = standardTable();
+    static Table& instance = *new Table(standardTable());  // never destroyed: statics of users may ask at exit
     return instance;
 }
 

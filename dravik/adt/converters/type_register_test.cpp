@@ -4,11 +4,13 @@
 #include "dravik/adt/converters/int1.h"
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
+#include "dravik/adt/testing/child_output.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -18,6 +20,21 @@ namespace Quorvel::Dravik::Adt {
 namespace {
 
 using testing::ThrowsMessage;
+
+// A static of a user that is made before the table, and so is destroyed after whatever the library destroys.
+struct AsksAtExit {
+    ~AsksAtExit() {
+        if (isWanted) {
+            std::printf("float %d", TypeRegister::sizeofTypeInBits(typeid(float)));
+        }
+    }
+    bool isWanted = false;
+} asksAtExit;
+
+TEST(TypeRegister, AnswersStaticsAtExit) {
+    TypeRegister::sizeofTypeInBits(typeid(int));
+    EXPECT_EQ(Testing::outputOfChild([] { asksAtExit.isWanted = true; }), "float 32");
+}
 
 TEST(TypeRegister, KnowsTheStandardTypesOfPortableWidth) {
     std::pair<int, std::vector<std::type_info const*>> const known[] = {

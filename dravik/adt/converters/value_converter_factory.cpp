@@ -91,14 +91,16 @@ constexpr unsigned kLargestCopy = 64;  // bits
 using CopyConverters = std::array<ConverterPtr, kLargestCopy + 1>;
 
 CopyConverters const& copyConverters() {
-    static CopyConverters const converters = [] {
-        CopyConverters table;
+    // Never destroyed: statics of users may ask at exit.
+    static CopyConverters const& converters = *[] {
+        auto* const made = new CopyConverters;
+        CopyConverters& table = *made;
         table[1] = boost::make_shared<Int1CopyConverter>();
         table[8] = boost::make_shared<CopyConverter<char>>();
         table[16] = boost::make_shared<CopyConverter<short>>();
         table[32] = boost::make_shared<CopyConverter<float>>();
         table[64] = boost::make_shared<CopyConverter<double>>();
-        return table;
+        return made;
     }();
     return converters;
 }

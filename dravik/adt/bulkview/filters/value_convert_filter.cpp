@@ -1,13 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
+#include "dravik/adt/bulkview/write_back.h"
+#include "dravik/adt/converters/detail/long_run.h"
 #include "dravik/adt/converters/type_register.h"
+#include "dravik/adt/platform/cancellation.h"
+#include "dravik/adt/platform/type_name.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <stdexcept>
+#include <string>
 #include <typeinfo>
 #include <utility>
 
@@ -22,33 +28,47 @@ int runAxis(OpenEndedRange<4, int> const& block) {
     return block.size(2) > 1 ? 2 : block.size(1) > 1 ? 1 : 0;
 }
 
-// A sample of a buffer as converters take it: `index` samples from `base`.
-struct Place {
-    char* base;
-    int index;
-};
-
-// Converters count from the base in 32 bits; what lies farther away gets a base nearer by.
-Place placeOf(void* buffer, std::int64_t offset, std::type_info const& type) {
-    auto* base = static_cast<char*>(buffer);
-    if (offset > std::numeric_limits<int>::max()) {
-        // Whole bytes of any type, and room for runs that go backwards.
-        constexpr std::int64_t kRoom = 1 << 30;
-        std::int64_t const skippedOctets = (offset - kRoom) / 8;
-        base += skippedOctets * TypeRegister::sizeofTypeInBits(type);
-        offset -= skippedOctets * 8;
+// Calls `convert(place, start, count)` for each part of a run that converters can address.
+template <class Void, class Convert>
+void forEachPart(Converters::Detail::LongRun<Void> const& run, int count, Convert const& convert) {
+    int const longest = run.longestPart();
+    for (int start = 0; start < count;) {
+        int const part = std::min(count - start, longest);
+        convert(run.part(start, part), start, part);
+        start += part;
     }
-    return {base, static_cast<int>(offset)};
+}
+
+void checkConverters(int sampleSize, IValueConverter const& forward, IValueConverter const* inverse) {
+    using Platform::readableTypeName;
+    std::type_info const& shown = forward.getOutputType();
+    int const size =
+        !TypeRegister::isTypeRegisted(shown) ? sampleSize : (TypeRegister::sizeofTypeInBits(shown) + 7) / 8;
+    if (sampleSize < 1 || sampleSize != size) {
+        throw std::invalid_argument(
+            "[ValueConvertFilter::Apply] Invalid argument: a sample size of " + std::to_string(sampleSize) +
+            " bytes does not fit '" + readableTypeName(shown) + "', which the forward converter writes.");
+    }
+    if (inverse != nullptr &&
+        (inverse->getInputType() != shown || inverse->getOutputType() != forward.getInputType())) {
+        throw std::invalid_argument(
+            "[ValueConvertFilter::Apply] Invalid argument: the inverse converter goes from '" +
+            readableTypeName(inverse->getInputType()) + "' to '" + readableTypeName(inverse->getOutputType()) +
+            "', the forward converter from '" + readableTypeName(forward.getInputType()) + "' to '" +
+            readableTypeName(shown) + "'.");
+    }
 }
 
 }  // namespace
 
 // Keeps the run that a handle shows, and through a handle of its own the target's block that the run was made from.
 // Attached to its filter as long as both live; only an attached owner has anything pending.
-class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
+class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner, public IWriteBack {
   public:
     explicit TempBufferOwner(ValueConvertFilter& filter) noexcept
-        : Owner(&filter), filter_(&filter), slot_(&filter.owners_), next_(filter.owners_) {
+        : Owner(&filter), filter_(&filter), slot_(&filter.owners_) {
+        std::lock_guard const lock(filter.mutex_);
+        next_ = filter.owners_;
         *slot_ = this;
         if (next_ != nullptr) {
             next_->slot_ = &next_;
@@ -87,7 +107,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
         }
     }
 
-    void writeBack() {
+    void writeBack() override {
         if (pendingCount_ != 0 && filter_->inverse_ != nullptr) {
             convertIntoBlock();
         }
@@ -97,17 +117,23 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     // After this the filter may go.
     void detach() noexcept {
         pendingCount_ = 0;
-        *slot_ = next_;
-        if (next_ != nullptr) {
-            next_->slot_ = slot_;
+        {
+            std::lock_guard const lock(filter_->mutex_);
+            *slot_ = next_;
+            if (next_ != nullptr) {
+                next_->slot_ = slot_;
+            }
         }
         filter_ = nullptr;
+        letBlockGo();
     }
 
     void writeBackOrDropAndDetach() noexcept {
         if (filter_ == nullptr) {
             return;
         }
+        // Cancellation unwinds by an exception that nobody may keep in.
+        Platform::CancellationHeldOff const heldOff;
         try {
             writeBack();
         } catch (...) {
@@ -118,11 +144,30 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
 
     // The target's blocks are other ones now. Without an owner this one may be gone already.
     void distrustBlock() noexcept {
-        holdsBlock_ = false;
-        isBlockStale_ = true;
+        block_.invalidate(/*emptyRange=*/false);
         if (block_.owner() == nullptr) {
             pendingCount_ = 0;
         }
+    }
+
+    // For notifications: read under the filter's lock, possibly on another thread.
+
+    bool holds(void const* buffer) const noexcept { return buffer != nullptr && block_.buffer() == buffer; }
+    BufferHandle::Owner const* blockOwner() const noexcept { return block_.owner(); }
+    void const* run() const noexcept { return run_.get(); }
+    bool hasBorrowed(void const* buffer) const noexcept {
+        return hasBorrowed_.load(std::memory_order_relaxed) && holds(buffer);
+    }
+    // Also where a fetch is under way: its loan is then not confirmed.
+    void invalidateBlock() noexcept { block_.invalidate(/*emptyRange=*/false); }
+
+    // Drops what is pending.
+    void letBlockGo() noexcept {
+        pendingCount_ = 0;
+        holdsBlock_ = false;
+        hasBorrowed_.store(false, std::memory_order_relaxed);
+        // Assigned and not reset: this must not take the lock of the block's owner, which may fail.
+        block_ = BufferHandle();
     }
 
     TempBufferOwner* next() const noexcept { return next_; }
@@ -132,15 +177,15 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     void unlock() override {}
 
     bool servesFromBlock(FixedVector<4, int> const& position, AdtEnums::Access access) const noexcept {
-        return holdsBlock_ && block_.contains(position) &&
+        return holdsBlock_ && !block_.isInvalidated() && block_.contains(position) &&
                (access == AdtEnums::Read || AdtEnums::isWriteAccess(block_.access()));
     }
 
     void fetchBlock(FixedVector<4, int> const& position, AdtEnums::Access access) {
         holdsBlock_ = false;
-        if (isBlockStale_) {
+        hasBorrowed_.store(false, std::memory_order_relaxed);
+        if (block_.isInvalidated()) {
             block_.reset(/*releaseOwner=*/true);
-            isBlockStale_ = false;
         }
         filter_->targetAccessor().getBuffer(position, access, block_);
         while (!block_.confirm()) {
@@ -156,6 +201,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
         if (!block_.isNull()) {
             reserveRun();
             holdsBlock_ = true;
+            hasBorrowed_.store(block_.owner() == nullptr, std::memory_order_relaxed);
         }
     }
 
@@ -163,7 +209,9 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
         auto const bytes = static_cast<std::size_t>(std::max<std::int64_t>(runLength_, 0)) *
                            static_cast<std::size_t>(filter_->sampleSize_);
         if (bytes > capacity_) {
-            run_.reset(new unsigned char[bytes]);
+            std::unique_ptr<unsigned char[]> room(new unsigned char[bytes]);
+            std::lock_guard const lock(filter_->mutex_);
+            run_.swap(room);
             capacity_ = bytes;
         }
     }
@@ -179,25 +227,31 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     }
 
     void convertFromBlock(std::int64_t offset, int count) const {
+        using Converters::Detail::LongRun;
         IValueConverter const& forward = *filter_->forward_;
-        Place const from = placeOf(block_.buffer(), offset, forward.getInputType());
         int const stride = block_.info().strides[axis_];
-        if (stride == 1) {
-            forward.convertContiguous(from.base, from.index, run_.get(), 0, count);
-        } else {
-            forward.convertStrided(from.base, from.index, stride, run_.get(), 0, 1, count);
-        }
+        LongRun<void const> const run(block_.buffer(), offset, stride, count, forward.getInputType());
+        forEachPart(run, count, [&](auto const& from, int start, int part) {
+            if (stride == 1) {
+                forward.convertContiguous(from.base, from.index, run_.get(), start, part);
+            } else {
+                forward.convertStrided(from.base, from.index, stride, run_.get(), start, 1, part);
+            }
+        });
     }
 
     void convertIntoBlock() const {
+        using Converters::Detail::LongRun;
         IValueConverter const& inverse = *filter_->inverse_;
-        Place const to = placeOf(block_.buffer(), pendingOffset_, inverse.getOutputType());
         int const stride = block_.info().strides[axis_];
-        if (stride == 1) {
-            inverse.convertContiguous(run_.get(), 0, to.base, to.index, pendingCount_);
-        } else {
-            inverse.convertStrided(run_.get(), 0, 1, to.base, to.index, stride, pendingCount_);
-        }
+        LongRun<void> const run(block_.buffer(), pendingOffset_, stride, pendingCount_, inverse.getOutputType());
+        forEachPart(run, pendingCount_, [&](auto const& to, int start, int part) {
+            if (stride == 1) {
+                inverse.convertContiguous(run_.get(), start, to.base, to.index, part);
+            } else {
+                inverse.convertStrided(run_.get(), start, 1, to.base, to.index, stride, part);
+            }
+        });
     }
 
     ValueConvertFilter* filter_;  // null once detached
@@ -207,8 +261,8 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner {
     std::unique_ptr<unsigned char[]> run_;  // converted samples, one beside the other
     std::size_t capacity_ = 0;              // bytes
     BufferHandle block_;
-    bool isBlockStale_ = false;  // good for what is pending and for nothing else
-    bool holdsBlock_ = false;    // whether the block may serve further requests, and axis, length and capacity fit it
+    std::atomic<bool> hasBorrowed_ = false;  // whether the block has no owner, so that notifications take it back
+    bool holdsBlock_ = false;  // whether the block may serve further requests, and axis, length and capacity fit it
     int axis_ = 0;
     std::int64_t runLength_ = 0;      // samples
     int pendingCount_ = 0;            // samples of the run to carry back
@@ -223,6 +277,7 @@ std::unique_ptr<IBufferAccessor> ValueConvertFilter::Apply(
     if (forward == nullptr) {
         return target;
     }
+    checkConverters(sampleSize, *forward, inverse.get());
     return std::unique_ptr<IBufferAccessor>(new ValueConvertFilter(std::move(target), sampleSize, forward, inverse));
 }
 
@@ -289,10 +344,66 @@ void ValueConvertFilter::accessorUpdated() {
 
 void ValueConvertFilter::bufferInvalidated(BufferHandle::Owner const*) {}
 
-bool ValueConvertFilter::prepareBufferRelease(void const*, int&) {
-    return false;
+template <class Predicate>
+std::vector<void const*> ValueConvertFilter::invalidateBlocks(Predicate const& isMeant) {
+    std::vector<void const*> runs;
+    std::lock_guard const lock(mutex_);
+    for (TempBufferOwner* owner = owners_; owner != nullptr; owner = owner->next()) {
+        if (isMeant(*owner)) {
+            runs.push_back(owner->run());
+        }
+    }
+    for (TempBufferOwner* owner = owners_; owner != nullptr; owner = owner->next()) {
+        if (isMeant(*owner)) {
+            owner->invalidateBlock();
+        }
+    }
+    return runs;
 }
 
-void ValueConvertFilter::releaseBuffer(void const*, boost::intrusive_ptr<BufferHandle::Owner>) {}
+ValueConvertFilter::TempBufferOwner* ValueConvertFilter::borrowerOf(void const* buffer) {
+    std::lock_guard const lock(mutex_);
+    TempBufferOwner* owner = owners_;
+    while (owner != nullptr && !owner->hasBorrowed(buffer)) {
+        owner = owner->next();
+    }
+    return owner;
+}
+
+void ValueConvertFilter::giveBack(void const* buffer) {
+    while (TempBufferOwner* const owner = borrowerOf(buffer)) {
+        owner->writeBack();
+        owner->letBlockGo();
+    }
+}
+
+bool ValueConvertFilter::prepareBufferRelease(void const* buffer, int& value) {
+    auto const runs = invalidateBlocks([&](TempBufferOwner const& owner) { return owner.holds(buffer); });
+    giveBack(buffer);
+    for (void const* run : runs) {
+        relay(&IClient::prepareBufferRelease, run, value);
+    }
+    return !runs.empty();
+}
+
+void ValueConvertFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> blockOwner) {
+    auto const runs = invalidateBlocks(
+        [&](TempBufferOwner const& owner) { return owner.holds(buffer) && owner.blockOwner() == blockOwner.get(); });
+    if (blockOwner == nullptr) {
+        try {
+            giveBack(buffer);
+        } catch (...) {
+            // The memory goes all the same.
+            while (TempBufferOwner* const owner = borrowerOf(buffer)) {
+                owner->letBlockGo();
+            }
+            throw;
+        }
+    }
+    int unused = 0;
+    for (void const* run : runs) {
+        relay(&IClient::prepareBufferRelease, run, unused);
+    }
+}
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Filters

@@ -9,6 +9,8 @@
 #include "dravik/adt/export.h"
 
 #include <memory>
+#include <mutex>
+#include <vector>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
 
@@ -26,9 +28,18 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 /// fails leaves the handle empty, with its owner; one that fails in carrying a run back leaves it as it was, and the
 /// next one tries again. A failure in carrying back where nobody can be told, in a destructor, is dropped.
 ///
-/// Notifications about the target's blocks end here, since the client holds copies; accessorUpdated is relayed, and
-/// blocks lent before are not used for reading any more. What was written reaches them still, if an owner keeps them in
-/// memory.
+/// accessorUpdated is relayed, and blocks lent before are not used for reading any more. What was written reaches them
+/// still, if an owner keeps them in memory. bufferInvalidated ends here.
+///
+/// For the blocks that it holds the filter answers prepareBufferRelease itself, with true. A block without an owner is
+/// written to, if a run is pending, and let go before the answer; one with an owner is let go by the next request of
+/// the handle, which carries the run back to it. The client hears that the run's memory is taken back, so its next
+/// access is such a request. releaseBuffer does the same for a block that nobody asked back before.
+///
+/// @threads Another thread may send bufferInvalidated, and for blocks that an owner keeps in memory
+/// prepareBufferRelease and releaseBuffer, at any moment. For a block without an owner these two must come on the
+/// chain's thread or while neither the chain nor a handle is used, since the memory goes; so must accessorUpdated and
+/// releaseAccessor.
 ///
 ///     auto const forward = ValueConverterFactory::getTypeConverter(typeid(float), typeid(short));
 ///     auto const inverse = ValueConverterFactory::getTypeConverter(typeid(short), typeid(float));
@@ -39,8 +50,10 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
     using ConverterPtr = IValueConverter::ConstPtr;
 
     /// A filter above `target`, or `target` itself without a `forward` converter. `forward` goes from the target's
-    /// sample type to the one shown, whose samples take `sampleSize` bytes; `inverse`, possibly null, goes back.
-    /// @throws std::invalid_argument for a null target
+    /// sample type to the one shown, whose samples take `sampleSize` bytes; `inverse`, possibly null, goes back. The
+    /// size of a type that TypeRegister does not know is the caller's word.
+    /// @throws std::invalid_argument for a null target, a size that is not positive or not that of the type shown, and
+    /// an inverse whose types are not those of `forward` the other way round; the text names them
     static std::unique_ptr<IBufferAccessor> Apply(
         std::unique_ptr<IBufferAccessor> target, int sampleSize, ConverterPtr const& forward,
         ConverterPtr const& inverse);
@@ -66,6 +79,11 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
         ConverterPtr const& inverse);
     ValueConvertFilter(ValueConvertFilter const& other);
 
+    template <class Predicate>
+    std::vector<void const*> invalidateBlocks(Predicate const& isMeant);
+    TempBufferOwner* borrowerOf(void const* buffer);
+    void giveBack(void const* buffer);
+
     void accessorUpdated() override;
     void bufferInvalidated(BufferHandle::Owner const* owner) override;
     bool prepareBufferRelease(void const* buffer, int& value) override;
@@ -74,6 +92,8 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
     int sampleSize_;  // bytes
     ConverterPtr forward_;
     ConverterPtr inverse_;
+    // Guards the list and what notifications read of its owners. Never held while foreign code runs.
+    std::mutex mutex_;
     TempBufferOwner* owners_ = nullptr;  // those that handles hold, a list through their own links
 };
 

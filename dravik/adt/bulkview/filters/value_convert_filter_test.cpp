@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
+#include "dravik/adt/bulkview/views/typed_3d_views.h"
 #include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/lending_accessor.h"
@@ -10,9 +11,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <pthread.h>
 #include <sys/mman.h>
 
+#include <atomic>
+#include <functional>
+#include <limits>
 #include <numeric>
+#include <thread>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
 namespace {
@@ -219,27 +225,239 @@ TEST(ValueConvertFilter, TrustsNoBlockAfterAnUpdate) {
     }
 }
 
+// A converter of a client: checks that every position is in reach of `int`, and can be told to fail or to be cancelled.
+class ClientConverter final : public IValueConverter {
+  public:
+    explicit ClientConverter(ConverterPtr inner) : inner_(std::move(inner)) {}
+    std::type_info const& getInputType() const override { return inner_->getInputType(); }
+    std::type_info const& getOutputType() const override { return inner_->getOutputType(); }
+    void convert(void const* in, void* out) const override { inner_->convert(in, out); }
+    void convertStrided(
+        void const* in, int inIndex, int inStride, void* out, int outIndex, int outStride, int count) const override {
+        for (auto const& [index, stride] : {std::pair(inIndex, inStride), std::pair(outIndex, outStride)}) {
+            std::int64_t const last = index + std::int64_t{stride} * (count - 1);
+            EXPECT_GE(index, 0);
+            EXPECT_GE(last, 0);
+            EXPECT_LE(last, std::numeric_limits<int>::max());
+        }
+        atCall();
+        inner_->convertStrided(in, inIndex, inStride, out, outIndex, outStride, count);
+    }
+    void convertContiguous(void const* in, int inIndex, void* out, int outIndex, int count) const override {
+        convertStrided(in, inIndex, 1, out, outIndex, 1, count);
+    }
+
+    std::function<void()> atCall = [] {};
+
+  private:
+    ConverterPtr inner_;
+};
+
 TEST(ValueConvertFilter, ReachesSamplesBeyond32Bits) {
-    constexpr std::size_t kBytes = std::size_t{5} << 30;
+    constexpr std::size_t kBytes = std::size_t{8} << 30;
     void* const memory =
         mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
-    for (int const stride : {1, 3, -1}) {
-        BufferHandle::ArrayInfo const info{Box::OfSize({5, 1, 20, 1}), {1 << 30, 0, stride, 0}, 100};
-        Accessor const filter = asShorts<unsigned char>(std::make_unique<LendingAccessor>(
-            info.range.max,
-            [&](Index const&, AdtEnums::Access access, BufferHandle& handle) { handle.update(memory, info, access); }));
-        BufferHandle handle;
-        Index const position(4, 0, 7, 0);
-        unsigned char& sample = static_cast<unsigned char*>(memory)[(std::int64_t{4} << 30) + 100 + 7 * stride];
-        sample = 200;
-        filter->getBuffer(position, AdtEnums::ReadWrite, handle);
-        EXPECT_EQ(sampleOf(handle, position), 200) << stride;
-        sampleOf(handle, position) = 100;
-        handle.reset(/*releaseOwner=*/true);
-        EXPECT_EQ(sample, 100) << stride;
+    struct Row {
+        char const* name;
+        std::int64_t first;  // of the row asked for
+        int stride, count;
+    };
+    constexpr Row kRows[] = {
+        {"Far", 5'000'000'107, 1, 20},
+        {"FarInSteps", 5'000'000'107, 3, 20},
+        {"Backwards", 5'000'000'107, -1, 20},
+        {"LongStepsBackwards", 2'400'001'203, -6'000'003, 400},
+        {"LongStepsFromNear", 1'000, 6'000'003, 400},
+        {"Straddles", 2'147'483'640, 1, 400},
+    };
+    for (int const bits : {1, 8}) {
+        for (Row const& row : kRows) {
+            SCOPED_TRACE(testing::Message() << row.name << " of " << bits << " bits");
+            // The row at index 4 of axis 0.
+            int const step = static_cast<int>(row.first / 5), offset = static_cast<int>(row.first - 4LL * step);
+            BufferHandle::ArrayInfo const info{Box::OfSize({5, 1, row.count, 1}), {step, 0, row.stride, 0}, offset};
+            auto const copy =
+                boost::make_shared<ClientConverter>(Converters::ValueConverterFactory::getCopyConverter(bits));
+            Accessor const filter = ValueConvertFilter::Apply(
+                std::make_unique<LendingAccessor>(
+                    info.range.max, [&](Index const&, AdtEnums::Access access,
+                                        BufferHandle& handle) { handle.update(memory, info, access); }),
+                1, copy, copy);
+            auto const sample = [&](void* base, std::int64_t position) {
+                auto const* const bytes = static_cast<unsigned char const*>(base);
+                return bits == 8 ? bytes[position] : bytes[position / 8] >> (position % 8) & 1;
+            };
+            BufferHandle handle;
+            filter->getBuffer({4, 0, 0, 0}, AdtEnums::ReadWrite, handle);
+            for (int k = 0; k < row.count; ++k) {
+                ASSERT_EQ(sample(handle.buffer(), k), sample(memory, row.first + std::int64_t{row.stride} * k)) << k;
+            }
+            auto* const run = static_cast<unsigned char*>(handle.buffer());
+            for (int k = 0; k < row.count * bits / 8; ++k) {
+                run[k] = static_cast<unsigned char>(~run[k] ^ k * 37);
+            }
+            std::vector<unsigned char> const written(run, run + row.count * bits / 8);
+            handle.reset(/*releaseOwner=*/true);
+            for (int k = 0; k < static_cast<int>(written.size()) * 8 / bits; ++k) {
+                int const expected = bits == 8 ? written[static_cast<std::size_t>(k)]
+                                               : written[static_cast<std::size_t>(k / 8)] >> (k % 8) & 1;
+                ASSERT_EQ(sample(memory, row.first + std::int64_t{row.stride} * k), expected) << k;
+            }
+        }
     }
     munmap(memory, kBytes);
+}
+
+TEST(ValueConvertFilter, RefusesConvertersThatDoNotFit) {
+    auto const toShort = converter<float, short>(), toFloat = converter<short, float>();
+    struct Row {
+        char const* name;
+        int sampleSize;
+        ConverterPtr inverse;
+        char const* message;
+    };
+    Row const rows[] = {
+        {"TooSmall", 1, toFloat, "a sample size of 1 bytes does not fit 'short', which the forward converter writes."},
+        {"TooLarge", 4, nullptr, "a sample size of 4 bytes does not fit 'short', which the forward converter writes."},
+        {"InverseIsForward", 2, toShort,
+         "the inverse converter goes from 'float' to 'short', the forward converter from 'float' to 'short'."},
+        {"InverseWritesAnother", 2, converter<short, int>(),
+         "the inverse converter goes from 'short' to 'int', the forward converter from 'float' to 'short'."},
+    };
+    for (Row const& row : rows) {
+        EXPECT_THAT(
+            [&] {
+                ValueConvertFilter::Apply(Block(alongAxis2(0, 4)).accessor(), row.sampleSize, toShort, row.inverse);
+            },
+            testing::ThrowsMessage<std::invalid_argument>(
+                std::string("[ValueConvertFilter::Apply] Invalid argument: ") + row.message))
+            << row.name;
+    }
+}
+
+// A block shown to a view, with the means to fail on the way back, to be cancelled there, and to be taken back.
+struct ViewedBlock {
+    explicit ViewedBlock(bool hasOwner) : block(alongAxis2(0, 30)) {
+        auto target = std::make_unique<LendingAccessor>(
+            block.info.range.max, [this, hasOwner](Index const&, AdtEnums::Access access, BufferHandle& lent) {
+                lent.update(block.samples.data(), block.info, access);
+                lent.setOwner(hasOwner ? owner = new Testing::CallingOwner([this] { owner = nullptr; }) : nullptr);
+            });
+        accessor = target.get();
+        filter = ValueConvertFilter::Apply(std::move(target), sizeof(short), converter<float, short>(), inverse);
+    }
+    bool prepare() {
+        int value = 0;
+        return accessor->client()->prepareBufferRelease(block.samples.data(), value);
+    }
+
+    Block block;
+    BufferHandle::Owner* owner = nullptr;
+    LendingAccessor* accessor;
+    boost::shared_ptr<ClientConverter> inverse = boost::make_shared<ClientConverter>(converter<short, float>());
+    Accessor filter;
+};
+
+TEST(ValueConvertFilter, DisposingAViewReportsAFailedWayBack) {
+    ViewedBlock viewed(/*hasOwner=*/true);
+    Typed3dRwView<short> view;
+    view.init(std::move(viewed.filter));
+    view.set({0, 0, 7}, 70);
+    viewed.inverse->atCall = [] { throw std::runtime_error("full"); };
+    EXPECT_THAT([&] { view.dispose(); }, testing::ThrowsMessage<std::runtime_error>("full"));
+    EXPECT_THAT(
+        [&] { view.init(Block(alongAxis2(0, 4)).accessor()); }, testing::ThrowsMessage<std::runtime_error>("full"));
+    viewed.inverse->atCall = [] {};
+    EXPECT_EQ(view.get({0, 0, 7}), 70) << "the view is as it was";
+    view.dispose();
+    EXPECT_EQ(viewed.block.samples[7], 70) << "tried again";
+}
+
+TEST(ValueConvertFilter, LetsTheBlockGoWhenDisposed) {
+    ViewedBlock viewed(/*hasOwner=*/true);
+    BufferHandle handle;
+    viewed.filter->getBuffer({}, AdtEnums::ReadWrite, handle);
+    ASSERT_NE(viewed.owner, nullptr);
+    viewed.filter->dispose(/*flag=*/false);
+    EXPECT_EQ(viewed.owner, nullptr);
+}
+
+TEST(ValueConvertFilter, CarriesRunsDownBeforeBlocksAreTakenBack) {
+    for (bool const hasOwner : {true, false}) {
+        for (bool const prepares : {true, false}) {
+            SCOPED_TRACE(testing::Message() << "owner " << hasOwner << ", prepares " << prepares);
+            ViewedBlock viewed(hasOwner);
+            Typed3dRwView<short> view;
+            view.init(std::move(viewed.filter));
+            EXPECT_FALSE(viewed.prepare()) << "not held yet";
+            view.set({0, 0, 7}, 70);
+            std::vector<float> const& samples = viewed.block.samples;
+            if (prepares) {
+                EXPECT_TRUE(viewed.prepare());
+            } else {
+                viewed.accessor->client()->releaseBuffer(samples.data(), viewed.owner);
+            }
+            EXPECT_EQ(samples[7], hasOwner ? 7 : 70) << "while the memory is there";
+            viewed.block.samples[8] = 80;
+            EXPECT_EQ(view.get({0, 0, 8}), hasOwner ? 8 : 80) << "the run goes down whole, then the block is lent anew";
+            EXPECT_EQ(samples[7], 70);
+            view.set({0, 0, 9}, 90);
+            viewed.prepare();
+            if (!hasOwner) {
+                viewed.block.samples[9] = -1;  // somebody else's memory by now
+            }
+            view.dispose();
+            EXPECT_EQ(samples[9], hasOwner ? 90 : -1);
+        }
+    }
+}
+
+TEST(ValueConvertFilter, BlocksMayBeAskedBackWhileAViewWrites) {
+    ViewedBlock viewed(/*hasOwner=*/true);
+    Typed3dRwView<short> view;
+    view.init(std::move(viewed.filter));
+    std::atomic<bool> done = false;
+    std::thread host([&] {
+        while (!done) {
+            viewed.prepare();
+        }
+    });
+    for (int round = 0; round < 3000; ++round) {
+        short const value = static_cast<short>(round);
+        view.set({0, 0, round % 30}, value);
+        EXPECT_EQ(view.get({0, 0, round % 30}), value);
+    }
+    done = true;
+    host.join();
+    view.dispose();
+    for (int k = 0; k < 30; ++k) {
+        EXPECT_EQ(viewed.block.samples[static_cast<std::size_t>(k)], 2970 + k);
+    }
+}
+
+TEST(ValueConvertFilter, HoldsCancellationOffWhileItWritesBack) {
+    ViewedBlock viewed(/*hasOwner=*/true);
+    BufferHandle handle;
+    viewed.filter->getBuffer(at(7), AdtEnums::ReadWrite, handle);
+    sampleOf(handle, at(7)) = 70;
+    viewed.inverse->atCall = [] { pthread_testcancel(); };
+    pthread_t thread;
+    ASSERT_EQ(
+        pthread_create(
+            &thread, nullptr,
+            [](void* held) -> void* {
+                pthread_cancel(pthread_self());
+                static_cast<BufferHandle*>(held)->reset(/*releaseOwner=*/true);
+                pthread_testcancel();
+                return nullptr;
+            },
+            &handle),
+        0);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED) << "but afterwards";
+    EXPECT_EQ(viewed.block.samples[7], 70);
 }
 
 }  // namespace

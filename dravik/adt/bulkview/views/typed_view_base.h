@@ -50,9 +50,11 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     int size(int axis) const noexcept { return size_.data()[axis]; }
     std::type_info const& valueType() const override { return typeid(T); }
 
-    /// Lets go of the block before the old chain is destroyed, then reads the new one's size. If that fails, the new
-    /// chain stays and the size is the old one.
+    /// Carries back what is pending as dispose does, lets go of the block before the old chain is destroyed, then reads
+    /// the new one's size. If that fails, the new chain stays and the size is the old one.
     void init(std::unique_ptr<IBufferAccessor> accessor) override;
+    /// Carries back first what the block's owner keeps of written samples.
+    /// @throws what carrying back throws, with the view as it was and the samples kept for another try
     void dispose() override;
 
     /// The sample at `index`.
@@ -146,6 +148,7 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     void adopt(T const* readPointer, T* writePointer) const;
     void adoptStrides(BufferHandle::ArrayInfo const& info) const noexcept;
     bool resetIfInvalidated() const;
+    void writeBack() const;
     void resetBlock() const;
     void updateRedundant();
     OpenEndedRange<4, int> wholeBox() const noexcept;

@@ -6,6 +6,7 @@
 #include "dravik/adt/bulkview/views/typed_view_base.h"
 #include "dravik/adt/bulkview/views/typed_view_iterator.h"
 #include "dravik/adt/bulkview/views/view_exceptions.h"
+#include "dravik/adt/bulkview/write_back.h"
 
 #include <algorithm>
 #include <utility>
@@ -34,12 +35,15 @@ FixedVector<N, int> narrowed(FixedVector<4, int> const& vector) noexcept {
 
 template <int N, class T, class Traits>
 TypedViewBase<N, T, Traits>::~TypedViewBase() {
-    TypedViewBase::dispose();
+    // Here a failure to carry back has nobody to tell; the block's owner tries once more.
+    resetBlock();
+    ViewBase::dispose();
 }
 
 template <int N, class T, class Traits>
 TypedViewBase<N, T, Traits>& TypedViewBase<N, T, Traits>::operator=(TypedViewBase const& other) {
     if (this != &other) {
+        writeBack();
         resetBlock();
         ViewBase::operator=(other);
     }
@@ -51,6 +55,7 @@ template <int N, class T, class Traits>
 void TypedViewBase<N, T, Traits>::init(std::unique_ptr<IBufferAccessor> accessor) {
     if (accessor != nullptr) {
         // An owner may need the chain that lent it, to write back what is pending: first the block, then the chain.
+        writeBack();
         resetBlock();
     }
     ViewBase::init(std::move(accessor));
@@ -59,6 +64,7 @@ void TypedViewBase<N, T, Traits>::init(std::unique_ptr<IBufferAccessor> accessor
 
 template <int N, class T, class Traits>
 void TypedViewBase<N, T, Traits>::dispose() {
+    writeBack();
     resetBlock();
     ViewBase::dispose();
     updateRedundant();
@@ -68,6 +74,14 @@ template <int N, class T, class Traits>
 void TypedViewBase<N, T, Traits>::updateRedundant() {
     resetBlock();
     size_ = isNull() ? Index() : Detail::narrowed<N>(accessor().getSize());
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::writeBack() const {
+    auto const owner = handle_.loan().owner;
+    if (auto* const pending = dynamic_cast<IWriteBack*>(owner.get())) {
+        pending->writeBack();
+    }
 }
 
 template <int N, class T, class Traits>
