@@ -161,6 +161,19 @@ TEST(Core, SurvivesEveryFailure) {
     Testing::failInEach(kScenarios);
 }
 
+TEST(SharedBuffer, KeepsTheBytesTakenWhileItAllocates) {
+    SharedBuffer::BasicArrayOwner owner(64);
+    char* taken = nullptr;
+    std::function<void()> const takeOnce = [&] {
+        Testing::memoryHook() = nullptr;
+        taken = owner.getBuffer(/*allocate=*/true);
+        *taken = 7;
+    };
+    Testing::memoryHook() = &takeOnce;
+    EXPECT_EQ(owner.getBuffer(/*allocate=*/true), taken);
+    EXPECT_EQ(*owner.getBufferRO(), 7);
+}
+
 TEST(SharedBuffer, TellsHowMuchItCouldNotAllocate) {
     SharedBuffer::BasicArrayOwner owner(0);
     try {

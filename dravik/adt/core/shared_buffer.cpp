@@ -106,12 +106,17 @@ boost::intrusive_ptr<SharedBuffer::Owner> SharedBuffer::BasicArrayOwner::share()
 
 void SharedBuffer::BasicArrayOwner::allocate() {
     std::uint32_t const byteSize = std::max<std::uint32_t>(size_, 1);
+    boost::shared_array<char> bytes;
     try {
-        storage_.reset(new char[byteSize]);
+        bytes.reset(new char[byteSize]);
     } catch (std::bad_alloc const& failure) {
         throw Exceptions::MemoryException(failure, "SharedBuffer", byteSize);
     }
-    published_.store(storage_.get(), std::memory_order_release);
+    // A host's operator new may have asked this owner for its bytes: those are in use by now and stay.
+    if (storage_ == nullptr) {
+        storage_ = std::move(bytes);
+        published_.store(storage_.get(), std::memory_order_release);
+    }
 }
 
 SharedBuffer::ExternalPointerOwner::ExternalPointerOwner(void* pointer, std::uint32_t byteSize, bool writable) noexcept
