@@ -11,7 +11,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <type_traits>
 #include <typeinfo>
@@ -37,6 +36,17 @@ class DRAVIK_ADT_EXPORT SharedArray : public ArrayRef<N> {
 
     /// No samples, no memory.
     SharedArray() noexcept = default;
+    SharedArray(SharedArray const&) noexcept = default;
+    SharedArray& operator=(SharedArray const&) noexcept = default;
+    /// Leaves `other` without samples and memory.
+    SharedArray(SharedArray&& other) noexcept
+        : ArrayRef<N>(std::exchange(static_cast<ArrayRef<N>&>(other), {})), buffer_(std::move(other.buffer_)) {}
+    SharedArray& operator=(SharedArray&& other) noexcept {
+        static_cast<ArrayRef<N>&>(*this) = std::exchange(static_cast<ArrayRef<N>&>(other), {});
+        buffer_ = std::move(other.buffer_);
+        return *this;
+    }
+    ~SharedArray() = default;
 
     /// The block `array` together with the storage that data() points into, or will once it is allocated.
     SharedArray(ArrayRef<N> const& array, SharedBuffer buffer) noexcept
@@ -63,18 +73,24 @@ class DRAVIK_ADT_EXPORT SharedArray : public ArrayRef<N> {
         return Make(range, strides, typeid(Sample), bitSizeOf<Sample>());
     }
 
-    /// The caller's own writable memory as an array, laid out as Make would; nothing is copied.
+    /// The caller's own memory as an array, laid out as Make would; nothing is copied. What the caller may only read
+    /// stays that way: data() refuses it, and so does every loan that asks to write.
     /// @lifetime the caller keeps the memory as long as this array, a copy, or a reference to the buffer exists
     /// @throws std::invalid_argument if the memory is too small or `bitSize` is below 1
     /// @throws std::length_error as Make does
     static SharedArray Wrap(
         void* memory, std::size_t byteSize, Range const& range, Strides const& strides, std::type_info const& valueType,
         int bitSize);
-    template <ByteSample Sample>
+    static SharedArray Wrap(
+        void const* memory, std::size_t byteSize, Range const& range, Strides const& strides,
+        std::type_info const& valueType, int bitSize);
+    template <class Sample>
+    requires ByteSample<std::remove_const_t<Sample>>
     static SharedArray Wrap(std::span<Sample> samples, Range const& range) {
         return Wrap<Sample>(samples, range, DenseStrides(range));
     }
-    template <ByteSample Sample>
+    template <class Sample>
+    requires ByteSample<std::remove_const_t<Sample>>
     static SharedArray Wrap(std::span<Sample> samples, Range const& range, Strides const& strides) {
         return Wrap(samples.data(), samples.size_bytes(), range, strides, typeid(Sample), bitSizeOf<Sample>());
     }
@@ -86,6 +102,17 @@ class DRAVIK_ADT_EXPORT SharedArray : public ArrayRef<N> {
     SharedBuffer const& buffer() const noexcept { return buffer_; }
     void setBuffer(SharedBuffer buffer) noexcept { buffer_ = std::move(buffer); }
 
+    /// The start of the buffer, for writing; null where there is no memory.
+    /// @throws Exceptions::NotSupportedException if the memory is read-only
+    char* data() const {
+        if (buffer_.isReadOnly()) {
+            refuseWriting();
+        }
+        return ArrayRef<N>::data();
+    }
+    /// The start of the buffer, for reading; null where there is no memory.
+    char const* constData() const noexcept { return ArrayRef<N>::data(); }
+
     /// Takes data() from the storage, where the block keeps its place: from the present one, which leaves data() null
     /// if it is too small, or from a new one if there is none. Bytes that do not exist yet are allocated if
     /// `allocateNow`, uninitialised; else data() becomes null. When the allocation fails, a storage made for it stays.
@@ -94,9 +121,9 @@ class DRAVIK_ADT_EXPORT SharedArray : public ArrayRef<N> {
     /// @throws Exceptions::MemoryException if the allocation fails; data() is as it was
     void allocate(bool allocateNow);
 
-    /// Allocates if `wanted` and there is no memory; throws as allocate does.
+    /// Allocates if `wanted` and there is no memory; throws as data() and allocate do.
     void ensureAllocated(bool wanted) {
-        if (wanted && this->data() == nullptr) {
+        if (wanted && data() == nullptr) {
             allocate(/*allocateNow=*/true);
         }
     }
@@ -106,6 +133,8 @@ class DRAVIK_ADT_EXPORT SharedArray : public ArrayRef<N> {
     static constexpr int bitSizeOf() noexcept {
         return static_cast<int>(8 * sizeof(Sample));
     }
+    [[noreturn]] static void refuseWriting();
+    static SharedArray wrapped(void* memory, bool writable, std::size_t byteSize, SharedArray laidOut);
     static SharedArray laidOut(
         Range const& range, Strides const& strides, std::type_info const& valueType, int bitSize);
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/shared_array.h"
 
+#include "dravik/adt/exceptions/not_supported_exception.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -74,6 +76,32 @@ TEST(SharedArray, WrapsTheCallersMemory) {
     EXPECT_EQ(array.buffer().getBufferByteSize(), 48u);
     EXPECT_THROW(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {1, 13}}), std::invalid_argument);
     EXPECT_EQ(SharedArray<2>::Wrap<int>(samples, {{0, 0}, {2, 4}}).position({1, 0}), 4);
+}
+
+TEST(SharedArray, RefusesToWriteWhatMayOnlyBeRead) {
+    std::vector<int> const samples(12, 7);
+    auto array = SharedArray<2>::Wrap(std::span(samples), {{0, 0}, {3, 4}});
+    EXPECT_TRUE(array.buffer().isReadOnly());
+    SharedArray<4> const wide = array;
+    EXPECT_THROW(wide.data(), Exceptions::NotSupportedException);
+    EXPECT_THROW(array.ensureAllocated(/*wanted=*/true), Exceptions::NotSupportedException);
+    array.allocate(/*allocateNow=*/false);
+    EXPECT_EQ(wide.constData(), reinterpret_cast<char const*>(samples.data()));
+    EXPECT_EQ(ArrayConstRef<2>(array).data(), wide.constData());
+    EXPECT_EQ(SharedArray<1>::Wrap(std::span<int>(), {}).range(), SharedArray<1>::Range()) << "nothing to wrap";
+}
+
+TEST(SharedArray, IsEmptyAfterItWasMoved) {
+    auto array = SharedArray<2>::Make<float>({{0, 0}, {3, 4}});
+    char* const bytes = array.data();
+    SharedArray<2> moved(std::move(array));
+    EXPECT_EQ(array, SharedArray<2>());
+    EXPECT_TRUE(array.buffer().isNull());
+    array = std::move(moved);
+    EXPECT_EQ(moved, SharedArray<2>());
+    EXPECT_EQ(array.buffer().getBufferNoAlloc(), bytes);
+    moved.ensureAllocated(/*wanted=*/true);
+    EXPECT_NE(moved.data(), nullptr);
 }
 
 TEST(SharedArray, RefusesWhatItsNumbersCannotTell) {
