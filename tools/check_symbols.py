@@ -10,7 +10,7 @@ import sys
 
 DECLARATION = re.compile(r"^DRAVIK_ADT_EXPORT\s.*?(\w+)\(", re.MULTILINE)
 # Functions, tables, thunks and statics of the namespace, and the standard hash of its types.
-OWN = re.compile(r"_Z(T\w|Th\w*_|Tv\w*_|GV)?Z?N[VK]*7Quorvel6Dravik|_ZNKSt4hashIN7Quorvel6Dravik")
+OWN = re.compile(r"_Z(T\w|Th\w*_|Tv\w*_|GV)?Z?N[VK]*[RO]?7Quorvel6Dravik|_ZNKSt4hashIN7Quorvel6Dravik")
 # What a sanitizer or the coverage tool adds.
 INSTRUMENTS = re.compile(r"_?_(asan|ubsan|tsan|llvm|odr)_|__start_|__stop_|_init$|_fini$")
 

@@ -55,14 +55,6 @@ def scale_offset(value):
     return "%g*x%+g" % (float(value["scale_"]), float(value["offset_"]))
 
 
-def unique_pointer(value):
-    """The plain pointer in a std::unique_ptr of the GNU library, whatever its deleter."""
-    storage = value["_M_t"]["_M_t"]
-    implementation = storage.cast(storage.type.fields()[0].type)
-    head = next(field for field in implementation.type.fields() if field.name.startswith("std::_Head_base<0"))
-    return implementation.cast(head.type)["_M_head_impl"]
-
-
 def tree_boxes(nodes, number):
     """The boxes below one node, in the order in which C++ iterates them."""
     node = nodes[number]
@@ -76,10 +68,11 @@ def tree_boxes(nodes, number):
 
 def index_set(value):
     bounds = value["bounds_"]
-    if int(unique_pointer(value["tree_"])) == 0:
+    pointer = value["tree_"]["tree_"]
+    if int(pointer) == 0:
         sides = zip(components(bounds["min"]), components(bounds["max"]))
         return "{}" if any(low >= high for low, high in sides) else "{%s}" % box(bounds, ")")
-    tree = unique_pointer(value["tree_"]).dereference()
+    tree = pointer.dereference()
     if not tree.type.strip_typedefs().fields():
         return "{several boxes in %s}" % box(bounds, ")")
     return "{%s}" % " ".join(tree_boxes(tree["boxes_"]["pool_"]["nodes_"]["_M_impl"]["_M_start"], 0))

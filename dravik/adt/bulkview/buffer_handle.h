@@ -221,9 +221,6 @@ class DRAVIK_ADT_EXPORT BufferHandle::Owner : public Shared, private boost::nonc
 template <>
 struct std::hash<Quorvel::Dravik::Adt::BulkView::BufferHandle::ArrayInfo> {
     std::size_t operator()(Quorvel::Dravik::Adt::BulkView::BufferHandle::ArrayInfo const& info) const {
-        std::size_t seed = std::hash<Quorvel::Dravik::Adt::OpenEndedRange<4, int>>()(info.range);
-        boost::hash_range(seed, info.strides.begin(), info.strides.end());
-        boost::hash_combine(seed, info.offset);
-        return seed;
+        return Quorvel::Dravik::Adt::Detail::hashOf(info.range, info.strides, info.offset);
     }
 };

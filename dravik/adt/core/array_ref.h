@@ -8,12 +8,9 @@
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/export.h"
 
-#include <boost/functional/hash.hpp>
-
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <iosfwd>
 #include <string>
 #include <type_traits>
@@ -117,8 +114,9 @@ class DRAVIK_ADT_EXPORT BasicArrayRef {
         bitSize_ = bitSize;
     }
 
-    /// Labels the same samples anew, so that the first one has index `newMin`.
-    constexpr void moveTo(Index const& newMin) noexcept { setRange({newMin, newMin + (range_.max - range_.min)}); }
+    /// Labels the same samples anew, so that the first one has index `newMin`. Samples whose index would leave `int`
+    /// are cut off.
+    constexpr void moveTo(Index const& newMin) noexcept { setRange(range_.movedTo(newMin)); }
 
     /// The position of the sample at `index`, inside the range or not.
     constexpr std::int64_t position(Index const& index) const noexcept {
@@ -191,13 +189,9 @@ extern template class BasicArrayRef<4, char>;
 template <int N, class Byte>
 struct std::hash<Quorvel::Dravik::Adt::BasicArrayRef<N, Byte>> {
     std::size_t operator()(Quorvel::Dravik::Adt::BasicArrayRef<N, Byte> const& array) const {
-        std::size_t seed = array.valueType().hash_code();
-        boost::hash_range(seed, array.range().min.begin(), array.range().min.end());
-        boost::hash_range(seed, array.range().max.begin(), array.range().max.end());
-        boost::hash_range(seed, array.strides().begin(), array.strides().end());
-        boost::hash_combine(seed, static_cast<void const*>(array.data()));
-        boost::hash_combine(seed, array.bufferOffset());
-        boost::hash_combine(seed, array.bitSize());
-        return seed;
+        void const* const memory = array.data();
+        return Quorvel::Dravik::Adt::Detail::hashOf(
+            std::type_index(array.valueType()), array.range(), array.strides(), memory, array.bufferOffset(),
+            array.bitSize());
     }
 };

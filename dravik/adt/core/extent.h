@@ -8,15 +8,14 @@
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
 
-#include <boost/functional/hash.hpp>
-
-#include <algorithm>
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt {
+
+template <int N, class T>
+class ExtentK;
 
 /// The indices origin + k * step for k = 0 ... count - 1, in that order.
 ///
@@ -36,6 +35,9 @@ struct ExtentImpl {
     T count = 0;   ///< number of indices
 
     constexpr bool isEmpty() const noexcept { return count <= 0; }
+
+    /// The index at place `k`, in the extent or before or behind it.
+    constexpr T at(T k) const noexcept { return static_cast<T>(wideAt(k)); }
 
     /// The last index of a non-empty extent.
     constexpr T last() const noexcept { return static_cast<T>(wideLast()); }
@@ -60,7 +62,7 @@ struct ExtentImpl {
         double const place =
             (static_cast<double>(value) - static_cast<double>(origin)) / static_cast<double>(divisor());
         auto const truncated = static_cast<std::int64_t>(place + 0.5);
-        return static_cast<T>(std::clamp<std::int64_t>(truncated, 0, std::int64_t{count} - 1));
+        return truncated < 0 ? T{0} : truncated < count ? static_cast<T>(truncated) : static_cast<T>(count - 1);
     }
 
     /// Whether every index of `other` is one of this extent; an empty `other` always is.
@@ -81,19 +83,14 @@ struct ExtentImpl {
         if (isEmpty() || other.isEmpty()) {
             return {};
         }
-        auto common = Detail::commonIndices(progression(), other.progression());
-        constexpr std::int64_t kLowest = std::numeric_limits<T>::min();
-        constexpr std::int64_t kHighest = std::numeric_limits<T>::max();
-        common.clip(kLowest, kHighest);
-        if (common.isEmpty()) {
+        auto const common = Detail::commonIndices(progression(), other.progression());
+        if (common.count == 0) {
             return {};
         }
-        std::int64_t const first = step < 0 ? common.last : common.first;
+        std::int64_t const first = step < 0 ? common.first + (common.count - 1) * common.step : common.first;
         std::int64_t const stride = step < 0 ? -common.step : common.step;
-        if (stride < kLowest || stride > kHighest) {
-            return {static_cast<T>(first), static_cast<T>(std::clamp(stride, kLowest, kHighest)), 1};
-        }
-        return {static_cast<T>(first), static_cast<T>(stride), static_cast<T>(common.count())};
+        auto const narrow = Detail::saturated<T>(stride);
+        return {static_cast<T>(first), narrow, narrow == stride ? static_cast<T>(common.count) : T{1}};
     }
 
     /// The places of this extent's indices inside `outer`; empty unless `outer` contains them all.
@@ -103,6 +100,14 @@ struct ExtentImpl {
         }
         std::int64_t const place = (std::int64_t{origin} - std::int64_t{outer.origin}) / outer.divisor();
         return {static_cast<T>(place), static_cast<T>(std::int64_t{step} / outer.divisor()), count};
+    }
+
+    /// The indices at these places of this extent: what relativeTo undoes. Wrapped where they leave T.
+    ///
+    ///     ExtentImpl<int>{10, 5, 8}.composed({1, 2, 3});  // {15, 10, 3}: 15 25 35
+    constexpr ExtentImpl composed(ExtentImpl const& places) const noexcept {
+        std::int64_t const stride = std::int64_t{places.step} * std::int64_t{step};
+        return {at(places.origin), static_cast<T>(stride), places.count};
     }
 
     friend constexpr bool operator==(ExtentImpl const& left, ExtentImpl const& right) noexcept {
@@ -120,14 +125,24 @@ struct ExtentImpl {
     }
 
   private:
+    template <int N, class U>
+    friend class ExtentK;
+
     constexpr std::int64_t divisor() const noexcept { return step == 0 ? 1 : std::int64_t{step}; }
-    constexpr std::int64_t wideLast() const noexcept {
-        return std::int64_t{origin} + (std::int64_t{count} - 1) * std::int64_t{step};
+    constexpr std::int64_t wideAt(std::int64_t k) const noexcept { return std::int64_t{origin} + k * step; }
+    constexpr std::int64_t wideLast() const noexcept { return wideAt(std::int64_t{count} - 1); }
+    /// The half-open interval from the lowest to the highest index, empty for an empty extent.
+    constexpr std::pair<std::int64_t, std::int64_t> wideBounds() const noexcept {
+        std::int64_t const first = step < 0 && isEmpty() ? std::int64_t{origin} - step : std::int64_t{origin};
+        return isEmpty() ? std::pair{first, first} : std::pair{lowest(), highest() + 1};
     }
     constexpr std::int64_t lowest() const noexcept { return step < 0 ? wideLast() : std::int64_t{origin}; }
     constexpr std::int64_t highest() const noexcept { return step < 0 ? std::int64_t{origin} : wideLast(); }
+    /// What of it lies within T.
     constexpr Detail::Progression progression() const noexcept {
-        return {lowest(), step < 0 ? -std::int64_t{step} : divisor(), highest()};
+        Detail::Progression all{lowest(), highest(), step < 0 ? -std::int64_t{step} : divisor()};
+        all.clip(std::numeric_limits<T>::min(), std::numeric_limits<T>::max());
+        return all;
     }
 };
 
@@ -159,9 +174,7 @@ class ExtentK {
     constexpr explicit ExtentK(OpenEndedRange<N, T> const& range) noexcept {
         for (int axis = 0; axis < N; ++axis) {
             std::int64_t const length = std::int64_t{range.max.data()[axis]} - std::int64_t{range.min.data()[axis]};
-            std::int64_t const count =
-                std::clamp<std::int64_t>(length, std::numeric_limits<T>::min(), std::numeric_limits<T>::max());
-            axes_.data()[axis] = {range.min.data()[axis], 1, static_cast<T>(count)};
+            axes_.data()[axis] = {range.min.data()[axis], 1, Detail::saturated<T>(length)};
         }
     }
 
@@ -175,7 +188,11 @@ class ExtentK {
     constexpr ExtentImpl<T> const* data() const noexcept { return axes_.data(); }
 
     constexpr bool isEmpty() const noexcept {
-        return std::any_of(axes_.begin(), axes_.end(), [](ExtentImpl<T> const& axis) { return axis.isEmpty(); });
+        bool empty = false;
+        for (ExtentImpl<T> const& axis : axes_) {
+            empty = empty || axis.isEmpty();
+        }
+        return empty;
     }
 
     /// Per axis the smallest and the largest index of a non-empty extent. A step of 0 goes with the negative ones.
@@ -184,6 +201,34 @@ class ExtentK {
     }
     constexpr Vector highCorner() const noexcept {
         return corner([](ExtentImpl<T> const& axis) { return axis.step < 1 ? axis.origin : axis.last(); });
+    }
+
+    /// The smallest box that holds every index, cut at the ends of T. An axis without indices leaves an empty interval:
+    /// at its origin, or one step above where it would descend.
+    constexpr OpenEndedRange<N, T> bounds() const noexcept {
+        OpenEndedRange<N, T> box;
+        for (int axis = 0; axis < N; ++axis) {
+            auto const [low, end] = axes_.data()[axis].wideBounds();
+            box.min.data()[axis] = Detail::saturated<T>(low);
+            box.max.data()[axis] = Detail::saturated<T>(end);
+        }
+        return box;
+    }
+
+    /// Axis by axis ExtentImpl::at and ExtentImpl::composed.
+    constexpr Vector at(Vector const& place) const noexcept {
+        Vector index;
+        for (int axis = 0; axis < N; ++axis) {
+            index.data()[axis] = axes_.data()[axis].at(place.data()[axis]);
+        }
+        return index;
+    }
+    constexpr ExtentK composed(ExtentK const& places) const noexcept {
+        ExtentK indices;
+        for (int axis = 0; axis < N; ++axis) {
+            indices.data()[axis] = axes_.data()[axis].composed(places.data()[axis]);
+        }
+        return indices;
     }
 
     friend constexpr bool operator==(ExtentK const&, ExtentK const&) = default;
@@ -201,7 +246,9 @@ class ExtentK {
     template <class Pick>
     constexpr Vector corner(Pick pick) const noexcept {
         Vector corner;
-        std::transform(axes_.begin(), axes_.end(), corner.begin(), pick);
+        for (int axis = 0; axis < N; ++axis) {
+            corner.data()[axis] = pick(axes_.data()[axis]);
+        }
         return corner;
     }
 
@@ -220,20 +267,18 @@ struct std::hash<Quorvel::Dravik::Adt::ExtentImpl<T>> {
             return 0;
         }
         // What equality looks at: a single index has no step.
-        std::size_t seed = 0;
-        boost::hash_combine(seed, extent.origin);
-        boost::hash_combine(seed, extent.count);
-        boost::hash_combine(seed, extent.count == 1 ? T{} : extent.step);
-        return seed;
+        T const step = extent.count == 1 ? T{} : extent.step;
+        return Quorvel::Dravik::Adt::Detail::hashOf(extent.origin, extent.count, step);
     }
 };
 
 template <int N, class T>
 struct std::hash<Quorvel::Dravik::Adt::ExtentK<N, T>> {
     std::size_t operator()(Quorvel::Dravik::Adt::ExtentK<N, T> const& extent) const {
-        std::size_t seed = 0;
+        std::size_t seed = N;
         for (int axis = 0; axis < N; ++axis) {
-            boost::hash_combine(seed, std::hash<Quorvel::Dravik::Adt::ExtentImpl<T>>()(extent.data()[axis]));
+            auto const code = std::hash<Quorvel::Dravik::Adt::ExtentImpl<T>>()(extent.data()[axis]);
+            seed = Quorvel::Dravik::Adt::Detail::mixedHash(seed, code);
         }
         return seed;
     }

@@ -4,22 +4,28 @@
 // FixedVector: N components side by side, the way every position, size and stride vector is written. A plain value that
 // owns nothing beyond its components. Threads: as `int`.
 
+#include "dravik/adt/core/detail/hash.h"
 #include "dravik/adt/export.h"
-
-#include <boost/functional/hash.hpp>
 
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <iosfwd>
+#include <limits>
 #include <type_traits>
 
 namespace Quorvel::Dravik::Adt {
 
 namespace Detail {
 
-/// Throws std::invalid_argument "[Adt::FixedVector] Index out of bounds.".
-[[noreturn]] DRAVIK_ADT_EXPORT void throwFixedVectorIndexOutOfBounds();
+/// Throws std::invalid_argument "[Adt::FixedVector] Index out of bounds." and the two numbers.
+[[noreturn]] DRAVIK_ADT_EXPORT void throwFixedVectorIndexOutOfBounds(int axis, int componentCount);
+
+/// Converts to T without loss, whatever the value.
+template <class From, class T>
+concept FitsInto = std::convertible_to<From, T> &&
+    (requires(From const& value) { T{value}; } ||
+     (std::integral<From> && std::floating_point<T> &&
+      std::numeric_limits<From>::digits <= std::numeric_limits<T>::digits));
 
 }  // namespace Detail
 
@@ -38,31 +44,33 @@ class FixedVector {
 
     constexpr FixedVector() noexcept = default;
 
-    /// The N components in order.
-    template <class... Components>
-    requires(sizeof...(Components) == N && (std::convertible_to<Components, T> && ...)) constexpr explicit(N == 1)
+    /// The N components in order. What T may not hold does not compile: a `long` or a `double` where T is `int`.
+    template <Detail::FitsInto<T>... Components>
+    requires(sizeof...(Components) == N) constexpr explicit(N == 1)
         FixedVector(Components const&... components) noexcept
         : components_{static_cast<T>(components)...} {}
 
     /// The components of `shorter`, then `fill` in every added one.
-    template <int M>
-    requires(M < N) constexpr FixedVector(FixedVector<M, T> const& shorter, T fill) noexcept {
+    template <int M, Detail::FitsInto<T> Fill>
+    requires(M < N) constexpr FixedVector(FixedVector<M, T> const& shorter, Fill const& fill) noexcept {
         for (int axis = 0; axis < N; ++axis) {
-            components_[axis] = axis < M ? shorter.data()[axis] : fill;
+            components_[axis] = axis < M ? shorter.data()[axis] : static_cast<T>(fill);
         }
     }
 
     /// The vector with `value` in every component.
-    static constexpr FixedVector Filled(T value) noexcept {
+    template <Detail::FitsInto<T> Value>
+    static constexpr FixedVector Filled(Value const& value) noexcept {
         FixedVector filled;
         for (T& component : filled.components_) {
-            component = value;
+            component = static_cast<T>(value);
         }
         return filled;
     }
 
     /// Component `axis`, compared as unsigned.
-    /// @throws std::invalid_argument "[Adt::FixedVector] Index out of bounds." for an axis of N or more, or below 0
+    /// @throws std::invalid_argument "[Adt::FixedVector] Index out of bounds.", the axis and N after it, for an axis of
+    /// N or more, or below 0
     constexpr T& operator[](int axis) { return components_[checked(axis)]; }
     constexpr T const& operator[](int axis) const { return components_[checked(axis)]; }
 
@@ -139,7 +147,7 @@ class FixedVector {
   private:
     static constexpr int checked(int axis) {
         if (static_cast<unsigned>(axis) >= static_cast<unsigned>(N)) {
-            Detail::throwFixedVectorIndexOutOfBounds();
+            Detail::throwFixedVectorIndexOutOfBounds(axis, N);
         }
         return axis;
     }
@@ -165,6 +173,10 @@ class FixedVector {
 template <int N, class T>
 struct std::hash<Quorvel::Dravik::Adt::FixedVector<N, T>> {
     std::size_t operator()(Quorvel::Dravik::Adt::FixedVector<N, T> const& vector) const {
-        return boost::hash_range(vector.begin(), vector.end());
+        std::size_t seed = N;
+        for (T const& component : vector) {
+            seed = Quorvel::Dravik::Adt::Detail::mixedHash(seed, std::hash<T>()(component));
+        }
+        return seed;
     }
 };

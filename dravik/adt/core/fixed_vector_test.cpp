@@ -17,14 +17,25 @@ static_assert(std::is_trivially_copyable_v<FixedVector<4, int>>);
 static_assert(sizeof(FixedVector<3, int>) == 3 * sizeof(int));
 static_assert(FixedVector<2, int>(3, 4)[1] == 4, "usable in constant expressions");
 static_assert(!std::is_convertible_v<int, FixedVector<1, int>>);
+template <class T, class... Components>
+constexpr bool kTakes = std::constructible_from<FixedVector<2, T>, Components...>;
+static_assert(kTakes<int, short, char> && kTakes<std::int64_t, int, unsigned> && kTakes<double, int, float>);
+static_assert(!kTakes<int, long, int> && !kTakes<int, int, unsigned> && !kTakes<int, double, int>);
+static_assert(!kTakes<float, int, float> && !kTakes<float, float, double>);
+template <class Value>
+concept Fills = requires(Value value) {
+    FixedVector<2, int>::Filled(value);
+};
+static_assert(!kTakes<int, FixedVector<1, int>, long> && !Fills<double> && Fills<short>);
 
 TEST(FixedVector, RejectsAnIndexOutsideAsUnsigned) {
     FixedVector<3, int> vector(1, 2, 3);
     EXPECT_EQ(vector[2], 3);
     for (int const axis : {3, -1, INT_MAX, INT_MIN}) {
         EXPECT_THAT(
-            [&] { vector[axis] = 7; }, ThrowsMessage<std::invalid_argument>("[Adt::FixedVector] Index out of bounds."))
-            << axis;
+            [&] { vector[axis] = 7; },
+            ThrowsMessage<std::invalid_argument>(
+                "[Adt::FixedVector] Index out of bounds. Index " + std::to_string(axis) + " of 3 components."));
     }
     EXPECT_THAT(vector, ElementsAre(1, 2, 3));
 }

@@ -4,6 +4,8 @@
 #include "dravik/adt/core/detail/index_set_bulk.h"
 #include "dravik/adt/core/detail/index_set_tree.h"
 
+#include <algorithm>
+
 namespace Quorvel::Dravik::Adt {
 
 namespace {
@@ -55,8 +57,8 @@ void dump(Detail::IndexPool<N> const& pool, std::uint32_t id, int depth, std::st
 }  // namespace
 
 template <int N>
-void Detail::IndexSetTreeDeleter<N>::operator()(IndexSetTree<N>* tree) const noexcept {
-    delete tree;
+void Detail::IndexSetTreePointer<N>::reset(Tree* tree) noexcept {
+    delete std::exchange(tree_, tree);
 }
 
 template <int N, class T>
@@ -221,7 +223,7 @@ bool IndexSet<N, T>::isRange() const noexcept {
 
 template <int N, class T>
 std::int64_t IndexSet<N, T>::size() const noexcept {
-    return Detail::saturated(pointCount(tree_, bounds_));
+    return Detail::pointsOf(pointCount(tree_, bounds_));
 }
 
 template <int N, class T>
@@ -271,10 +273,10 @@ void IndexSet<N, T>::forEachMeeting(Box const& box, Visit const& visit) const {
 template <int N, class T>
 void IndexSet<N, T>::appendCommon(Box const& box, std::vector<Box>& common) const {
     std::size_t const before = common.size();
-    Box const within = Detail::overlap(bounds_, box);
+    Box const within = bounds_.intersection(box);
     WideCount found = 0;
     forEachMeeting(within, [&](Box const& stored) {
-        common.push_back(Detail::overlap(stored, within));
+        common.push_back(stored.intersection(within));
         found += Detail::wideCount(common.back());
     });
     if (found == Detail::wideCount(within)) {
@@ -337,10 +339,10 @@ bool IndexSet<N, T>::equals(Box const& box) const noexcept {
     return bounds_ == (isInverted(box) ? Box{} : box) && isRange();
 }
 
-template struct Detail::IndexSetTreeDeleter<1>;
-template struct Detail::IndexSetTreeDeleter<2>;
-template struct Detail::IndexSetTreeDeleter<3>;
-template struct Detail::IndexSetTreeDeleter<4>;
+template class Detail::IndexSetTreePointer<1>;
+template class Detail::IndexSetTreePointer<2>;
+template class Detail::IndexSetTreePointer<3>;
+template class Detail::IndexSetTreePointer<4>;
 template class IndexSet<1, int>;
 template class IndexSet<2, int>;
 template class IndexSet<3, int>;

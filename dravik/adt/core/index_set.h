@@ -11,10 +11,9 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt {
@@ -24,9 +23,28 @@ namespace Detail {
 template <int N>
 class IndexSetTree;
 
+/// Owns a tree or none, as std::unique_ptr does, whose header would weigh as much as this one.
 template <int N>
-struct DRAVIK_ADT_EXPORT IndexSetTreeDeleter {
-    void operator()(IndexSetTree<N>* tree) const noexcept;
+class DRAVIK_ADT_EXPORT IndexSetTreePointer {
+  public:
+    using Tree = IndexSetTree<N>;
+
+    explicit IndexSetTreePointer(Tree* tree = nullptr) noexcept : tree_(tree) {}
+    IndexSetTreePointer(IndexSetTreePointer&& other) noexcept : tree_(std::exchange(other.tree_, nullptr)) {}
+    IndexSetTreePointer& operator=(IndexSetTreePointer&& other) noexcept {
+        reset(std::exchange(other.tree_, nullptr));
+        return *this;
+    }
+    ~IndexSetTreePointer() { reset(); }
+
+    void reset(Tree* tree = nullptr) noexcept;
+    Tree* get() const noexcept { return tree_; }
+    Tree* operator->() const noexcept { return tree_; }
+    Tree& operator*() const noexcept { return *tree_; }
+    explicit operator bool() const noexcept { return tree_ != nullptr; }
+
+  private:
+    Tree* tree_;
 };
 
 }  // namespace Detail
@@ -71,6 +89,8 @@ class DRAVIK_ADT_EXPORT IndexSet {
         explicit Boxes(IndexSet const& set) noexcept : set_(&set) {}
         IndexSet const* set_;
     };
+
+    class OwnBoxes;
 
     /// The empty set: the empty box at the origin.
     IndexSet() noexcept = default;
@@ -143,8 +163,11 @@ class DRAVIK_ADT_EXPORT IndexSet {
     /// The stored box that contains `point`, or the empty box at the origin.
     Box getAnyRange(Point const& point) const noexcept;
 
-    /// The stored boxes: `for (auto const& box : set.boxes())`.
-    Boxes boxes() const noexcept { return Boxes(*this); }
+    /// The stored boxes: `for (auto const& box : set.boxes())`. Of a temporary set they keep the set:
+    /// `for (auto const& box : set.intersection(other).boxes())`.
+    Boxes boxes() const& noexcept { return Boxes(*this); }
+    OwnBoxes boxes() &&;
+    OwnBoxes boxes() const&&;
 
     /// One line per stored box with its depth in the tree: " L 1 (0-4) , (1-3) , " for [0,4)x[1,3) under the top node.
     std::string toString() const;
@@ -168,7 +191,7 @@ class DRAVIK_ADT_EXPORT IndexSet {
 
   private:
     using Tree = Detail::IndexSetTree<N>;
-    using TreePointer = std::unique_ptr<Tree, Detail::IndexSetTreeDeleter<N>>;
+    using TreePointer = Detail::IndexSetTreePointer<N>;
 
     static IndexSet OfDisjoint(std::vector<Box>& boxes);
     template <class Change>
@@ -183,10 +206,34 @@ class DRAVIK_ADT_EXPORT IndexSet {
     TreePointer tree_;  // null: a single box
 };
 
-extern template struct Detail::IndexSetTreeDeleter<1>;
-extern template struct Detail::IndexSetTreeDeleter<2>;
-extern template struct Detail::IndexSetTreeDeleter<3>;
-extern template struct Detail::IndexSetTreeDeleter<4>;
+/// The boxes of a set that was a temporary, and the set.
+/// @lifetime that of this range
+template <int N, class T>
+class IndexSet<N, T>::OwnBoxes {
+  public:
+    explicit OwnBoxes(IndexSet set) noexcept : set_(std::move(set)) {}
+
+    BoxIterator begin() const { return set_.boxes().begin(); }
+    BoxIterator end() const noexcept { return BoxIterator(); }
+
+  private:
+    IndexSet set_;
+};
+
+template <int N, class T>
+auto IndexSet<N, T>::boxes() && -> OwnBoxes {
+    return OwnBoxes(std::move(*this));
+}
+
+template <int N, class T>
+auto IndexSet<N, T>::boxes() const&& -> OwnBoxes {
+    return OwnBoxes(*this);
+}
+
+extern template class Detail::IndexSetTreePointer<1>;
+extern template class Detail::IndexSetTreePointer<2>;
+extern template class Detail::IndexSetTreePointer<3>;
+extern template class Detail::IndexSetTreePointer<4>;
 extern template class IndexSet<1, int>;
 extern template class IndexSet<2, int>;
 extern template class IndexSet<3, int>;
@@ -197,8 +244,6 @@ extern template class IndexSet<4, int>;
 template <int N, class T>
 struct std::hash<Quorvel::Dravik::Adt::IndexSet<N, T>> {
     std::size_t operator()(Quorvel::Dravik::Adt::IndexSet<N, T> const& set) const {
-        std::size_t seed = std::hash<Quorvel::Dravik::Adt::OpenEndedRange<N, T>>()(set.bounds());
-        boost::hash_combine(seed, set.size());
-        return seed;
+        return Quorvel::Dravik::Adt::Detail::hashOf(set.bounds(), set.size());
     }
 };

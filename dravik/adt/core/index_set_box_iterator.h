@@ -8,8 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
-#include <vector>
+#include <vector>  // brings the iterator tags; <iterator> brings streams
 
 namespace Quorvel::Dravik::Adt {
 

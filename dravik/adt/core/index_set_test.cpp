@@ -105,6 +105,11 @@ TEST(IndexSet, StoresIntervalsInTheOrderOfTheRules) {
         {"OneCellIsNone", grid(10, box(3, 7)), {box(1, 4), box(6, 9)}, {}, " L 1 (1-4) , \n L 1 (6-9) , \n"},
         {"NoGranularity", grid(0, box(3, 27)), {box(8, 12)}, {}, " L 0 (8-12) , \n"},
         {"EmptyRange", grid(10, box(3, 3)), {box(8, 12)}, {}, " L 0 (8-12) , \n"},
+        {"VastCells",
+         grid(1 << 30, box(0, high)),
+         {box(0, high)},
+         {},
+         " L 2 (0-1073741824) , \n L 2 (1073741824-2147483647) , \n"},
         {"LowestInt",
          grid(10, box(low, low + 11)),
          {box(low, low + 11)},
@@ -153,6 +158,36 @@ TEST(IndexSet, EmptySetsKeepTheirBoundsButInvertedOnesDoNot) {
     EXPECT_FALSE(Set1(box(0, 9)).intersects(box(5, 5)));
     EXPECT_EQ(Set1(box(0, 4)).intersection(box(7, 9)), Set1());
     EXPECT_EQ(Set1(Set1::Point(INT_MAX)), Set1()) << "no box holds the last index";
+}
+
+TEST(IndexSet, IntersectionIsOneBoxWhereItCan) {
+    // Five boxes around a centre, of which no two make a box.
+    Set2 wheel;
+    for (Set2::Box const& each :
+         {Set2::Box{{0, 0}, {1, 2}}, Set2::Box{{0, 2}, {2, 3}}, Set2::Box{{2, 1}, {3, 3}}, Set2::Box{{1, 0}, {3, 1}},
+          Set2::Box{{1, 1}, {2, 2}}}) {
+        wheel.add(each);
+    }
+    ASSERT_EQ(stored(wheel).size(), 5u);
+    Set2 apart(Set2::Box{{-1, -1}, {4, 4}});
+    apart.add(Set2::Box{{9, 9}, {10, 10}});
+    for (Set2 const& other : {Set2(Set2::Box{{0, 0}, {3, 3}}), apart}) {
+        EXPECT_EQ(wheel.intersection(other).toString(), " L 0 (0-3) , (0-3) , \n");
+    }
+}
+
+TEST(IndexSet, BoxesOfATemporaryKeepIt) {
+    auto const boxes = lattice<2>(6);
+    Set2 const set(boxes);
+    std::vector<Set2::Box> seen;
+    for (auto const& each : set.intersection(set).boxes()) {
+        seen.push_back(each);
+    }
+    EXPECT_EQ(Set2(seen), set);
+    EXPECT_EQ(seen.size(), boxes.size());
+    auto const own = static_cast<Set2 const&&>(set).boxes();
+    EXPECT_EQ(std::distance(own.begin(), own.end()), 36);
+    EXPECT_EQ(set.size(), 4 * 36) << "a constant is copied";
 }
 
 // A set and the flags of the points it should have.

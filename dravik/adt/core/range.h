@@ -4,9 +4,9 @@
 // Axis-aligned boxes: OpenEndedRange for indices (upper corner exclusive), ClosedRange for values (upper corner
 // inclusive). Plain records that own nothing. Threads: as `int`.
 
+#include "dravik/adt/core/detail/saturated.h"
 #include "dravik/adt/core/fixed_vector.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <limits>
 
@@ -23,8 +23,21 @@ struct OpenEndedRange {
     Point min;  ///< inclusive lower corner
     Point max;  ///< exclusive upper corner
 
+    /// The box [0, 0) on every axis.
+    constexpr OpenEndedRange() noexcept = default;
+    constexpr OpenEndedRange(Point const& lower, Point const& upper) noexcept : min(lower), max(upper) {}
+
     /// The box [0, size) on every axis.
     static constexpr OpenEndedRange OfSize(Point const& size) noexcept { return {Point(), size}; }
+
+    /// The box [first, first + size) on every axis, cut where it leaves T.
+    static constexpr OpenEndedRange OfSize(Point const& first, Point const& size) noexcept {
+        OpenEndedRange box(first, first);
+        for (int axis = 0; axis < N; ++axis) {
+            box.max.data()[axis] = Detail::saturatedSum(first.data()[axis], size.data()[axis]);
+        }
+        return box;
+    }
 
     constexpr bool isEmpty() const noexcept {
         bool empty = false;
@@ -68,12 +81,46 @@ struct OpenEndedRange {
         for (int axis = 0; axis < N; ++axis) {
             T& low = min.data()[axis];
             T& high = max.data()[axis];
-            low = std::max(low, other.min.data()[axis]);
-            high = std::min(high, other.max.data()[axis]);
+            low = low < other.min.data()[axis] ? other.min.data()[axis] : low;
+            high = high > other.max.data()[axis] ? other.max.data()[axis] : high;
             if (low > high) {
                 low = high = T();
             }
         }
+    }
+
+    /// The part that the two share, as intersect() leaves it.
+    constexpr OpenEndedRange intersection(OpenEndedRange const& other) const noexcept {
+        OpenEndedRange common = *this;
+        common.intersect(other);
+        return common;
+    }
+
+    /// The smallest box that holds both. Axis by axis: an empty side takes that of the other box.
+    constexpr OpenEndedRange bounding(OpenEndedRange const& other) const noexcept {
+        OpenEndedRange both = *this;
+        for (int axis = 0; axis < N; ++axis) {
+            T& low = both.min.data()[axis];
+            T& high = both.max.data()[axis];
+            T const otherLow = other.min.data()[axis];
+            T const otherHigh = other.max.data()[axis];
+            bool const isEmpty = high <= low;
+            if (isEmpty || otherLow < otherHigh) {
+                low = isEmpty || otherLow < low ? otherLow : low;
+                high = isEmpty || otherHigh > high ? otherHigh : high;
+            }
+        }
+        return both;
+    }
+
+    /// The same box elsewhere: its lower corner at `lower`, and its upper corner cut where it leaves T.
+    constexpr OpenEndedRange movedTo(Point const& lower) const noexcept {
+        OpenEndedRange moved(lower, lower);
+        for (int axis = 0; axis < N; ++axis) {
+            std::int64_t const length = std::int64_t{max.data()[axis]} - std::int64_t{min.data()[axis]};
+            moved.max.data()[axis] = Detail::saturated<T>(std::int64_t{lower.data()[axis]} + length);
+        }
+        return moved;
     }
 
     friend constexpr bool operator==(OpenEndedRange const&, OpenEndedRange const&) = default;
@@ -96,6 +143,10 @@ template <int N, class T>
 struct ClosedRange {
     FixedVector<N, T> min;  ///< inclusive lower bound
     FixedVector<N, T> max;  ///< inclusive upper bound
+
+    constexpr ClosedRange() noexcept = default;
+    constexpr ClosedRange(FixedVector<N, T> const& lower, FixedVector<N, T> const& upper) noexcept
+        : min(lower), max(upper) {}
 
     constexpr bool isEmpty() const noexcept {
         bool empty = false;
@@ -129,6 +180,9 @@ struct ClosedRange<1, T> {
     T min{};  ///< inclusive lower bound
     T max{};  ///< inclusive upper bound
 
+    constexpr ClosedRange() noexcept = default;
+    constexpr ClosedRange(T lower, T upper) noexcept : min(lower), max(upper) {}
+
     constexpr bool isEmpty() const noexcept { return min > max; }
 
     /// Whether every value of `other` is one of this range; an empty `other` always is.
@@ -151,23 +205,13 @@ struct ClosedRange<1, T> {
 template <int N, class T>
 struct std::hash<Quorvel::Dravik::Adt::OpenEndedRange<N, T>> {
     std::size_t operator()(Quorvel::Dravik::Adt::OpenEndedRange<N, T> const& range) const {
-        std::size_t seed = boost::hash_range(range.min.begin(), range.min.end());
-        boost::hash_range(seed, range.max.begin(), range.max.end());
-        return seed;
+        return Quorvel::Dravik::Adt::Detail::hashOf(range.min, range.max);
     }
 };
 
 template <int N, class T>
 struct std::hash<Quorvel::Dravik::Adt::ClosedRange<N, T>> {
     std::size_t operator()(Quorvel::Dravik::Adt::ClosedRange<N, T> const& range) const {
-        std::size_t seed = 0;
-        if constexpr (N == 1) {
-            boost::hash_combine(seed, range.min);
-            boost::hash_combine(seed, range.max);
-        } else {
-            boost::hash_range(seed, range.min.begin(), range.min.end());
-            boost::hash_range(seed, range.max.begin(), range.max.end());
-        }
-        return seed;
+        return Quorvel::Dravik::Adt::Detail::hashOf(range.min, range.max);
     }
 };

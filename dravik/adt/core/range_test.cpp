@@ -14,6 +14,9 @@ using Box2 = OpenEndedRange<2, int>;
 static_assert(std::is_trivially_copyable_v<OpenEndedRange<4, int>>);
 static_assert(sizeof(OpenEndedRange<4, int>) == 8 * sizeof(int));
 static_assert(sizeof(ClosedRange<1, double>) == 2 * sizeof(double));
+static_assert(OpenEndedRange<1, int>(FixedVector<1, int>(1), FixedVector<1, int>(4)).size(0) == 3);
+static_assert(ClosedRange<1, int>(1, 4).contains(ClosedRange<1, int>(2, 3)));
+static_assert(ClosedRange<2, int>({1, 1}, {4, 4}).contains(ClosedRange<2, int>({2, 2}, {3, 3})));
 
 Box1 box(int min, int max) {
     return {Box1::Point(min), Box1::Point(max)};
@@ -52,6 +55,20 @@ TEST(OpenEndedRange, OnlyTheAxisThatLiesApartIsCleared) {
     Box2 range{{0, 5}, {4, 9}};
     range.intersect({{6, 7}, {9, 8}});
     EXPECT_EQ(range, (Box2{{0, 7}, {0, 8}}));
+}
+
+TEST(OpenEndedRange, BoundsBothAxisByAxis) {
+    Box2 const box{{0, 5}, {4, 9}};
+    EXPECT_EQ(box.bounding({{-3, 7}, {2, 11}}), (Box2{{-3, 5}, {4, 11}}));
+    EXPECT_EQ(box.bounding({{6, 5}, {6, 4}}), box) << "an empty side adds nothing";
+    EXPECT_EQ((Box2{{7, 0}, {7, 20}}).bounding(box), (Box2{{0, 0}, {4, 20}})) << "nor does it keep anything";
+}
+
+TEST(OpenEndedRange, IsCutWhereItsEndLeavesInt) {
+    EXPECT_EQ(Box2::OfSize({2, -5}, {INT_MAX, 3}), (Box2{{2, -5}, {INT_MAX, -2}}));
+    EXPECT_EQ(Box2::OfSize({INT_MIN, 0}, {-1, -1}), (Box2{{INT_MIN, 0}, {INT_MIN, -1}}));
+    EXPECT_EQ(
+        (Box2{{INT_MIN, 0}, {INT_MAX, 3}}).movedTo({-7, INT_MAX - 2}), (Box2{{-7, INT_MAX - 2}, {INT_MAX, INT_MAX}}));
 }
 
 TEST(OpenEndedRange, CountsPointsInSixtyFourBits) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/statistics/histogram.h"
 
-#include <boost/container_hash/hash.hpp>
+#include "dravik/adt/core/detail/hash.h"
 
 #include <algorithm>
 #include <cmath>
@@ -215,12 +215,7 @@ std::vector<float> Histogram::binBorders(int n) const {
 
 std::size_t std::hash<Quorvel::Dravik::Adt::Histogram>::operator()(
     Quorvel::Dravik::Adt::Histogram const& histogram) const {
-    std::size_t seed = histogram.resolution();
-    boost::hash_combine(seed, histogram.nofSamples());
-    boost::hash_combine(seed, histogram.sum());
-    boost::hash_combine(seed, histogram.min());
-    boost::hash_combine(seed, histogram.max());
-    boost::hash_combine(seed, histogram.underflows());
-    boost::hash_combine(seed, histogram.overflows());
-    return seed;
+    return Quorvel::Dravik::Adt::Detail::hashOf(
+        histogram.resolution(), histogram.nofSamples(), histogram.sum(), histogram.min(), histogram.max(),
+        histogram.underflows(), histogram.overflows());
 }

@@ -195,7 +195,8 @@ TEST(ControllerFunctions, StandEveryPointerIntegerAndSize) {
                 if (function.name == "Open" && size[0] == INT_MAX) {
                     expected = kSmallOnly;
                 } else if (function.name == "Size" && (n < 0 || n > 2)) {
-                    expected = "[Adt::FixedVector] Index out of bounds.";
+                    expected =
+                        "[Adt::FixedVector] Index out of bounds. Index " + std::to_string(n) + " of 3 components.";
                 } else if (function.name == "Buffer" && !isBrick) {
                     expected = "[ControllerAdapter::buffer] Invalid argument: brick number is out of bounds.";
                 }

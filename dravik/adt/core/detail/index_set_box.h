@@ -31,7 +31,7 @@ constexpr WideCount wideCount(IndexBox<N> const& box) noexcept {
     return count;
 }
 
-constexpr std::int64_t saturated(WideCount count) noexcept {
+constexpr std::int64_t pointsOf(WideCount count) noexcept {
     constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
     return count > static_cast<WideCount>(kMost) ? kMost : static_cast<std::int64_t>(count);
 }
@@ -40,17 +40,6 @@ constexpr std::int64_t saturated(WideCount count) noexcept {
 template <int N>
 constexpr bool encloses(IndexBox<N> const& outer, IndexBox<N> const& inner) noexcept {
     return inner.min.allGreaterEqual(outer.min) && outer.max.allGreaterEqual(inner.max);
-}
-
-/// The common part of two non-empty boxes, or an inverted box where they share none.
-template <int N>
-constexpr IndexBox<N> overlap(IndexBox<N> const& left, IndexBox<N> const& right) noexcept {
-    IndexBox<N> common;
-    for (int axis = 0; axis < N; ++axis) {
-        common.min.data()[axis] = std::max(left.min.data()[axis], right.min.data()[axis]);
-        common.max.data()[axis] = std::min(left.max.data()[axis], right.max.data()[axis]);
-    }
-    return common;
 }
 
 /// Makes `box` the union of itself and the non-empty `added` where that union is a box; otherwise leaves it.

@@ -24,8 +24,8 @@ class IndexGrid {
     IndexGrid(Point const& granularity, Box const& range) noexcept : granularity_(granularity), place_(range) {
         for (int axis = 0; axis < N; ++axis) {
             std::int64_t const step = granularity.data()[axis];
-            place_.min.data()[axis] = clipped(floorDivided(range.min.data()[axis], step) * step);
-            place_.max.data()[axis] = clipped(-floorDivided(-std::int64_t{range.max.data()[axis]}, step) * step);
+            place_.min.data()[axis] = saturated<int>(floorDivided(range.min.data()[axis], step) * step);
+            place_.max.data()[axis] = saturated<int>(-floorDivided(-std::int64_t{range.max.data()[axis]}, step) * step);
         }
     }
 
@@ -47,7 +47,7 @@ class IndexGrid {
         int cut = cutPoint(part, first);
         if (cut == part.max.data()[first]) {
             // Only where the lower end was clipped to int: no cut there would leave the part as long as it is.
-            cut -= granularity(first);
+            cut = static_cast<int>(cut - granularity(first));
         }
         halves[0].max.data()[first] = halves[1].min.data()[first] = cut;
         int count = 0;
@@ -83,14 +83,10 @@ class IndexGrid {
     static constexpr std::int64_t floorDivided(std::int64_t value, std::int64_t step) noexcept {
         return value / step - (value % step < 0 ? 1 : 0);
     }
-    static constexpr int clipped(std::int64_t value) noexcept {
-        return static_cast<int>(
-            std::clamp<std::int64_t>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-    }
     static std::int64_t length(Box const& part, int axis) noexcept {
         return std::int64_t{part.max.data()[axis]} - part.min.data()[axis];
     }
-    int granularity(int axis) const noexcept { return granularity_.data()[axis]; }
+    std::int64_t granularity(int axis) const noexcept { return granularity_.data()[axis]; }
 
     /// The longest axis but `other` that is longer than a cell, the lower one of equals.
     int longestDivisible(Box const& part, int other) const noexcept {

@@ -125,7 +125,7 @@ class IndexCoverTest {
         : pool_(pool), box_(box), wanted_(wideCount(box)) {}
 
     bool covered() noexcept {
-        possible_ = wideCount(overlap(box_, pool_.root().bounds()));
+        possible_ = wideCount(box_.intersection(pool_.root().bounds()));
         visit(IndexPool<N>::kRoot, possible_);
         return found_ == wanted_;
     }
@@ -138,7 +138,7 @@ class IndexCoverTest {
         WideCount shares[IndexNode<N>::kSlots];
         possible_ -= share;
         forEachSlot(slots, [&](int slot) {
-            shares[slot] = wideCount(overlap(box_, node.box(slot)));
+            shares[slot] = wideCount(box_.intersection(node.box(slot)));
             possible_ += shares[slot];
             found_ += node.isNode(slot) ? 0 : shares[slot];
         });

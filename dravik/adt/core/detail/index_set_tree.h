@@ -160,7 +160,7 @@ class IndexSetTree {
         Box parts[IndexGrid<N>::kMostParts];
         int const count = grid_->divide(part, parts);
         for (int slot = 0; slot < count; ++slot) {
-            Box const inside = overlap(grid_->reach(parts[slot]), box);
+            Box const inside = box.intersection(grid_->reach(parts[slot]));
             if (inside.isEmpty()) {
                 continue;
             }
