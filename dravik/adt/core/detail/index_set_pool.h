@@ -30,9 +30,14 @@ class IndexPool {
     Node const& root() const noexcept { return nodes_[kRoot]; }
 
     /// Calls for the children's memory while the node itself is still being looked at: one of them comes next, and
-    /// which one is known late. Saves a third of the time that a look-up takes among 100 000 boxes.
+    /// which one is known late. Halves a look-up among 100 000 boxes. Among 1000, whose nodes are in the cache anyway,
+    /// it would lengthen one by two fifths.
     void prefetchChildren(Node const& node) const noexcept {
         constexpr std::size_t kCacheLine = 64;
+        constexpr std::size_t kSecondLevelCache = 256 * 1024;  // bytes
+        if (nodes_.size() < kSecondLevelCache / sizeof(Node)) {
+            return;
+        }
         for (Id const id : node.child) {
             auto const* const child = reinterpret_cast<unsigned char const*>(&nodes_[id]);
             for (std::size_t line = 0; line < sizeof(Node); line += kCacheLine) {
