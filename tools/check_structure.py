@@ -21,9 +21,10 @@ MAY_INCLUDE = {
     "converters": ["core", "exceptions", "platform"],
     "bulkdef": ["core", "exceptions"],
     "bulkview": ["core", "exceptions"],
-    "bulkview/accessors": ["bulkview", "core", "exceptions"],
-    "bulkview/views": ["bulkview", "core", "exceptions"],
-    "bulkview/filters": ["bulkview", "converters", "bulkdef", "core", "exceptions", "platform"],
+    "bulkview/regions": ["bulkview", "converters", "statistics", "core", "exceptions", "platform"],
+    "bulkview/accessors": ["bulkview", "bulkview/regions", "core", "exceptions"],
+    "bulkview/views": ["bulkview", "bulkview/regions", "core", "exceptions"],
+    "bulkview/filters": ["bulkview", "bulkview/regions", "converters", "bulkdef", "core", "exceptions", "platform"],
     "bulkview/old": ["bulkview", "bulkview/accessors", "bulkview/filters", "core", "exceptions"],
 }
 

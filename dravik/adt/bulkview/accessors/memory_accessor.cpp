@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 
+#include "dravik/adt/bulkview/regions/region_transfer.h"
+
+#include <cstdlib>
 #include <stdexcept>
 
 namespace Quorvel::Dravik::Adt::BulkView::Accessors {
@@ -33,5 +36,32 @@ void MemoryAccessor::dispose(bool) {
     array_.setData(nullptr);
     array_.setBuffer(SharedBuffer());
 }
+
+AccessTraits MemoryAccessor::traits() const {
+    AccessTraits traits;
+    for (int axis = 0; axis < 4; ++axis) {
+        if (array_.range().size(axis) > 1 && std::abs(array_.strides()[axis]) == 1) {
+            traits.fastestAxis = axis;
+        }
+    }
+    traits.sampleType = &array_.valueType();
+    traits.bitSize = array_.bitSize();
+    traits.concurrency = AccessTraits::Concurrency::PerClone;
+    traits.writable = true;
+    return traits;
+}
+
+bool MemoryAccessor::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
+    auto const min = array_.range().min;
+    if (!request.region.lowCorner().allGreaterEqual(min)) {
+        return false;  // the block lent for it will not contain it, and whoever walks the blocks says so
+    }
+    BufferHandle handle;
+    getBuffer(min, request.access, handle);
+    transfer.copy(request, handle);
+    return true;
+}
+
+void MemoryAccessor::flush() {}
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Accessors

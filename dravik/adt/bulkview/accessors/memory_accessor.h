@@ -5,6 +5,7 @@
 // chain, one thread; clones may be read from several threads at once, writers among them guard themselves.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
+#include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/core/shared_array.h"
 #include "dravik/adt/export.h"
 
@@ -16,7 +17,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Accessors {
 /// then a reader is lent the block without memory, and holds on to it: a view that read first absorbs what it writes.
 /// A clone made before that finds the memory with its own first writing request.
 /// @lifetime the accessor keeps the bytes alive, not the loan
-class DRAVIK_ADT_EXPORT MemoryAccessor : public IBufferAccessor {
+class DRAVIK_ADT_EXPORT MemoryAccessor : public IBufferAccessor, public IRegionAccess {
   public:
     /// Without data: getSize fails.
     MemoryAccessor() = default;
@@ -35,6 +36,14 @@ class DRAVIK_ADT_EXPORT MemoryAccessor : public IBufferAccessor {
     std::unique_ptr<IBufferAccessor> createClone() const override;
     /// Lets go of the samples. A request that may write gets new ones.
     void dispose(bool flag) override;
+
+    /// Any cut of the array is as good as another.
+    AccessTraits traits() const override;
+    /// Copies a region at once.
+    /// @throws as SharedArray::allocate does
+    bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
+    /// Nothing is ever held back.
+    void flush() override;
 
     /// The array, sharing the samples: what views have written can be read there.
     SharedArray<4> data() const { return array_; }
