@@ -5,8 +5,12 @@
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
 
+#include "dravik/adt/bulkview/regions/region.h"
+#include "dravik/adt/bulkview/regions/region_transfer.h"
+
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -92,6 +96,37 @@ FixedVector<4, int> SubsetFilter::getSize() {
     FixedVector<4, int> size;
     std::transform(subset.data(), subset.data() + 4, size.begin(), [](auto const& axis) { return axis.count; });
     return size;
+}
+
+AccessTraits SubsetFilter::traits() const {
+    auto const* const regions = dynamic_cast<IRegionAccess const*>(&targetAccessor());
+    auto traits = regions == nullptr ? AccessTraits() : regions->traits();
+    auto const subset = getSubset();
+    for (int axis = 0; axis < 4; ++axis) {
+        auto const& along = subset[axis];
+        int& block = traits.naturalBlock[axis];
+        int& start = traits.blockOrigin[axis];
+        if (block == 0) {
+            continue;
+        }
+        std::int64_t const step = along.step == 0 ? 1 : along.step;
+        // Backwards, a block starts with its last index.
+        std::int64_t const first = step < 0 ? std::int64_t{start} + block - 1 : start;
+        start = static_cast<int>((first - along.origin) / step % block);
+        block = std::max(static_cast<int>(block / std::abs(step)), 1);
+    }
+    return traits;
+}
+
+bool SubsetFilter::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
+    auto below = request;
+    below.region = composed(getSubset(), request.region);
+    transfer.run(targetAccessor(), below);
+    return true;
+}
+
+void SubsetFilter::flush() {
+    BulkView::flush(targetAccessor());
 }
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Filters

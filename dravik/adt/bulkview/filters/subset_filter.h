@@ -5,6 +5,7 @@
 // it is part of.
 
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/core/extent.h"
 #include "dravik/adt/export.h"
 
@@ -19,7 +20,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 ///
 ///     // Every second row, last one first, of a grid of 480 rows.
 ///     auto rows = SubsetFilter::MakeSubset(std::move(grid), extent);  // extent[0] = {479, -2, 240}
-class DRAVIK_ADT_EXPORT SubsetFilter : public BufferAccessorFilter {
+class DRAVIK_ADT_EXPORT SubsetFilter : public BufferAccessorFilter, public IRegionAccess {
   public:
     /// The cheapest accessor that shows `extent` of `target`: the target itself where the extent is all of it, else one
     /// filter over the innermost accessor, subsets of subsets being folded into one.
@@ -36,6 +37,12 @@ class DRAVIK_ADT_EXPORT SubsetFilter : public BufferAccessorFilter {
 
     /// The subset in indices of the target.
     virtual ExtentK<4, int> getSubset() const = 0;
+
+    /// The target's, in indices of the subset; of a decimated axis the natural block is what is left of it, at least 1.
+    AccessTraits traits() const override;
+    /// Passes the request on, its region in indices of the target.
+    bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
+    void flush() override;
 
   protected:
     explicit SubsetFilter(std::unique_ptr<IBufferAccessor> target) noexcept;
