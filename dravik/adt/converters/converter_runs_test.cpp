@@ -116,7 +116,9 @@ TEST(ConverterRuns, CopiesOfOneValueKeepEveryBitAndTouchNoOther) {
 TEST(ConverterRuns, ConvertInTurnWhereBuffersOverlapButMoveCopiesAsABlockAndFillsWithOneValue) {
     Testing::Random random, noisy(Testing::randomSeed());
     Bytes const noise = randomBytes(noisy, 9000);
-    for (Subject const& subject : subjects()) {
+    auto all = subjects();
+    std::rotate(all.begin(), all.begin() + random.between<std::ptrdiff_t>(0, std::ssize(all) - 1), all.end());
+    for (Subject const& subject : all) {
         for (int round = 0; round < (subject.isCopy ? 2000 : 200); ++round) {
             // Small arenas overlap nearly always, large ones seldom; above 256 values a run passes in blocks.
             bool const isSmall = round % 2 == 0, isContiguous = round % 3 == 0;

@@ -14,6 +14,8 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <sstream>
+#include <string>
 
 namespace Quorvel::Dravik::Adt::Testing {
 
@@ -113,6 +115,21 @@ void failInEach(FailureScenario<Scene> const (&scenarios)[count]) {
         auto const fails = static_cast<Fails>((allocations > 0 ? 1 : 0) + (calls > 0 ? 2 : 0));
         ASSERT_TRUE(testing::Test::HasFailure() || fails == scenario.fails)
             << scenario.name << " has " << allocations << " allocations and " << calls << " calls out";
+    }
+}
+
+/// The values, one a line.
+std::string shownAs(auto const&... values) {
+    std::ostringstream out;
+    ((out << values << '\n'), ...);
+    return out.str();
+}
+
+/// The check of an act that is done whole or not at all: after a failure a scene's shown() is that of a new one.
+template <class Scene>
+void isUnchanged(Scene& scene, bool completed) {
+    if (!completed) {
+        EXPECT_EQ(scene.shown(), Scene().shown());
     }
 }
 

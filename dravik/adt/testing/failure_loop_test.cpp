@@ -14,7 +14,7 @@ namespace {
 
 constexpr auto kNoScene = [] { return 0; };
 
-TEST(FailEverywhere, FailsEveryFormOfNewOnceAndFromThereOn) {
+TEST(FailEverywhere, FailsEveryFormOfNew) {
     struct alignas(128) Wide {
         char bytes[256];
     };
