@@ -12,8 +12,8 @@
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
-#include <numeric>
 #include <cstring>
+#include <numeric>
 #include <stdexcept>
 #include <vector>
 

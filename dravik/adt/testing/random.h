@@ -42,6 +42,10 @@ struct FuzzedBytes {
             value = value << 8 | left.front();
             left = left.subspan(1);
         }
+        return reduce(value, highest);
+    }
+
+    static constexpr std::uint64_t reduce(std::uint64_t value, std::uint64_t highest) {
         return highest == UINT64_MAX ? value : value % (highest + 1);
     }
 };
@@ -58,8 +62,9 @@ class Random {
     template <std::integral T>
     T between(T lowest, T highest) {
         auto const low = static_cast<std::uint64_t>(lowest);
-        return isFuzzed_ ? static_cast<T>(low + FuzzedBytes::take(static_cast<std::uint64_t>(highest) - low))
-                         : std::uniform_int_distribution<T>(lowest, highest)(engine_);
+        auto const span = static_cast<std::uint64_t>(highest) - low;
+        // No distribution of the standard library, which differs from one to the next.
+        return static_cast<T>(low + (isFuzzed_ ? FuzzedBytes::take(span) : FuzzedBytes::reduce(engine_(), span)));
     }
 
     /// True in `percent` of 100 cases.
@@ -73,8 +78,9 @@ class Random {
 
     /// Leans on the edges: `low` or `high` themselves, one beside or one beyond them, else anything in between.
     int edgy(int low, int high) {
-        std::int64_t const wide =
-            chance(50) ? oneOf<std::int64_t>({low, high}) + between(-1, 1) : between<std::int64_t>(low, high);
+        std::int64_t const wide = chance(50)
+                                      ? oneOf<std::int64_t>({low - 1LL, low, low + 1LL, high - 1LL, high, high + 1LL})
+                                      : between<std::int64_t>(low, high);
         return static_cast<int>(std::clamp<std::int64_t>(wide, INT32_MIN, INT32_MAX));
     }
 
