@@ -43,6 +43,8 @@
 #include "dravik/adt/bulkview/old/controller_adapter.h"
 #include "dravik/adt/bulkview/old/controller_functions.h"
 #include "dravik/adt/bulkview/regions/access_traits.h"
+#include "dravik/adt/bulkview/regions/gather.h"
+#include "dravik/adt/bulkview/regions/padding.h"
 #include "dravik/adt/bulkview/regions/region.h"
 #include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/bulkview/regions/region_transfer.h"

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/regions/region.h"
 
+#include "dravik/adt/bulkview/regions/detail/region_checks.h"
 #include "dravik/adt/bulkview/regions/detail/strided_copy.h"
 #include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/bulkview/regions/region_transfer.h"
-#include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/core/shared_array.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <numeric>
-#include <sstream>
 #include <stdexcept>
 
 namespace Quorvel::Dravik::Adt::BulkView {
@@ -22,60 +21,15 @@ namespace {
 using Region = ExtentK<4, int>;
 using Box = OpenEndedRange<4, int>;
 
-template <class Error, class... Parts>
-[[noreturn]] void refuse(Parts const&... parts) {
-    std::ostringstream text;
-    text << "[BulkView] Invalid region: ";
-    (text << ... << parts);
-    throw Error(text.str());
-}
-
-void requireFit(Region const& region, ArrayRef<4> const& array) {
-    for (int axis = 0; axis < 4; ++axis) {
-        auto const& along = region.data()[axis];
-        if (along.count != array.range().size(axis)) {
-            refuse<std::invalid_argument>("the region ", region, " and the array ", array, " differ in size.");
-        }
-        if (along.step == 0 && along.count > 1) {
-            refuse<std::invalid_argument>("a step of 0 in ", region, ".");
-        }
-    }
-    if (array.data() == nullptr) {
-        refuse<std::invalid_argument>("an array without memory: ", array, ".");
-    }
-    if (array.bitSize() <= 0 || (array.bitSize() != 1 && array.bitSize() % 8 != 0)) {
-        refuse<std::invalid_argument>("samples of ", array.bitSize(), " bits, neither 1 nor whole bytes.");
-    }
-}
-
 void requireInside(Region const& region, FixedVector<4, int> const& size) {
     for (int axis = 0; axis < 4; ++axis) {
         auto const& along = region.data()[axis];
         std::int64_t const last = along.origin + (std::int64_t{along.count} - 1) * along.step;
         if (std::min<std::int64_t>(along.origin, last) < 0 ||
             std::max<std::int64_t>(along.origin, last) >= size.data()[axis]) {
-            refuse<std::out_of_range>(region, " reaches outside the size ", size, ".");
+            Detail::refuseRegion<std::out_of_range>(region, " reaches outside the size ", size, ".");
         }
     }
-}
-
-// The converter of the move, from `from` to `to`, either `void` where unknown.
-IValueConverter::ConstPtr converterOf(
-    std::type_info const& from, std::type_info const& to, IValueConverter::ConstPtr const& given) {
-    if (given == nullptr) {
-        bool const isKnown = from != typeid(void) && to != typeid(void);
-        return isKnown ? Converters::ValueConverterFactory::getTypeConverter(from, to) : nullptr;
-    }
-    auto const fits = [](std::type_info const& told, std::type_info const& taken) {
-        return told == typeid(void) || told == taken;
-    };
-    if (!fits(from, given->getInputType()) || !fits(to, given->getOutputType())) {
-        refuse<std::invalid_argument>(
-            "a converter from ", Adt::Detail::sampleTypeName(given->getInputType()), " to ",
-            Adt::Detail::sampleTypeName(given->getOutputType()), " between ", Adt::Detail::sampleTypeName(from),
-            " and ", Adt::Detail::sampleTypeName(to), ".");
-    }
-    return given;
 }
 
 bool overlapsItself(ArrayRef<4> const& array) {
@@ -143,12 +97,12 @@ void transferRegion(IBufferAccessor& accessor, RegionRequest request, TransferOp
     if (request.region.isEmpty()) {
         return;
     }
-    requireFit(request.region, request.array);
+    Detail::requireFit(request.region, request.array);
     bool const isRead = request.access == AdtEnums::Read;
     std::type_info const& below = *traitsOf(accessor).sampleType;
     std::type_info const& above = request.array.valueType();
-    request.converter =
-        isRead ? converterOf(below, above, options.converter) : converterOf(above, below, options.converter);
+    request.converter = isRead ? Detail::converterOf(below, above, options.converter)
+                               : Detail::converterOf(above, below, options.converter);
     requireInside(request.region, accessor.getSize());
     RegionTransfer transfer(options, countOf(request.region));
     if (isRead && overlapsItself(request.array)) {

@@ -101,36 +101,13 @@ RegionRequest withPositiveSteps(RegionRequest request) {
 
 }  // namespace
 
-// Makes a transfer the client of a chain for as long as this lives.
-class RegionTransfer::Attachment {
-  public:
-    Attachment(IBufferAccessor& accessor, RegionTransfer& transfer) : accessor_(accessor), transfer_(transfer) {
-        accessor.setClient(&transfer);
-    }
-    Attachment(Attachment const&) = delete;
-    Attachment& operator=(Attachment const&) = delete;
-    ~Attachment() {
-        try {
-            // An owner may need the chain that lent it: first the block, then the chain.
-            transfer_.handle_.reset(/*releaseOwner=*/true);
-            accessor_.setClient(nullptr);
-        } catch (std::exception const&) {
-            // What ended the transfer is told; there is no room for a second failure.
-        }
-    }
-
-  private:
-    IBufferAccessor& accessor_;
-    RegionTransfer& transfer_;
-};
-
 RegionTransfer::RegionTransfer(TransferOptions const& options, std::int64_t total) noexcept
     : options_(options), total_(total) {}
 
 RegionTransfer::~RegionTransfer() = default;
 
 void RegionTransfer::start(IBufferAccessor& accessor, RegionRequest const& request) {
-    Attachment const attachment(accessor, *this);
+    Detail::LoanClient::Attachment const attachment(accessor, client_);
     run(accessor, request);
 }
 
@@ -149,12 +126,12 @@ void RegionTransfer::runByBlocks(IBufferAccessor& accessor, RegionRequest const&
     auto const upwards = withPositiveSteps(request);
     // Never for writing alone: what the region leaves out of a block has to stay.
     auto const access = request.access == AdtEnums::Read ? AdtEnums::Read : AdtEnums::ReadWrite;
-    Detail::BlockWalk walk(accessor, upwards.region, access, handle_);
+    Detail::BlockWalk walk(accessor, upwards.region, access, client_.handle);
     for (; !walk.isAtEnd(); walk.advance()) {
         do {
             stop();
             walk.fetch();
-            copy(upwards, handle_, walk.places());
+            copy(upwards, client_.handle, walk.places());
         } while (!walk.stands());
         moved(walk.places().pointCount());
     }
@@ -208,31 +185,17 @@ void RegionTransfer::moved(std::int64_t samples) {
     }
 }
 
-void RegionTransfer::accessorUpdated() {
-    handle_.invalidate(/*emptyRange=*/true);
-}
-
-void RegionTransfer::bufferInvalidated(BufferHandle::Owner const* owner) {
-    if (owner == handle_.owner()) {
-        handle_.invalidate(/*emptyRange=*/true);
-    }
-}
-
-bool RegionTransfer::prepareBufferRelease(void const* buffer, int& value) {
-    if (buffer != handle_.buffer()) {
-        return false;
-    }
-    value = std::max(value, 10000);
-    handle_.invalidate(/*emptyRange=*/true);
-    return true;
-}
-
-void RegionTransfer::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
-    handle_.tryThreadSafeReset(buffer, std::move(owner));
-}
-
-std::unique_ptr<IBufferAccessor> RegionTransfer::releaseAccessor() {
-    return nullptr;
+void RegionTransfer::visitBlocks(IBufferAccessor& accessor, std::function<void(Lend const&)> const& act) {
+    Detail::LoanClient::Attachment const attachment(accessor, client_);
+    act([&](FixedVector<4, int> const& index, Visit const& visit) {
+        ExtentK<4, int> const one(index, FixedVector<4, int>::Filled(1));
+        Detail::BlockWalk walk(accessor, one, AdtEnums::Read, client_.handle);
+        do {
+            stop();
+            walk.fetch();
+            visit(client_.handle);
+        } while (!walk.stands());
+    });
 }
 
 }  // namespace Quorvel::Dravik::Adt::BulkView

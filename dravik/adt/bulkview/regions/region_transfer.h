@@ -5,24 +5,26 @@
 // the chain; notifications from any.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
+#include "dravik/adt/bulkview/regions/detail/loan_client.h"
 #include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/bulkview/regions/transfer_options.h"
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/export.h"
 
 #include <cstdint>
+#include <functional>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
 /// Lives for one call. Is the client of the chain meanwhile, so that a block taken back on another thread clears the
 /// handle in use. Refers to the options.
-class DRAVIK_ADT_EXPORT RegionTransfer : private IBufferAccessor::IClient {
+class DRAVIK_ADT_EXPORT RegionTransfer {
   public:
     /// Of `total` samples, which progress is told of.
     RegionTransfer(TransferOptions const& options, std::int64_t total) noexcept;
     RegionTransfer(RegionTransfer const&) = delete;
     RegionTransfer& operator=(RegionTransfer const&) = delete;
-    ~RegionTransfer() override;
+    ~RegionTransfer();
 
     /// Serves `request` by `accessor`, which gets this transfer as its client and has none afterwards.
     void start(IBufferAccessor& accessor, RegionRequest const& request);
@@ -45,22 +47,22 @@ class DRAVIK_ADT_EXPORT RegionTransfer : private IBufferAccessor::IClient {
     /// @throws Exceptions::CancelledException once a stop is requested
     void stop() const;
 
-  private:
-    class Attachment;
+    /// Calls visit(handle) with the block around `index` on loan for reading, once more for each time that the block is
+    /// taken back meanwhile.
+    using Visit = std::function<void(BufferHandle const& handle)>;
+    using Lend = std::function<void(FixedVector<4, int> const& index, Visit const& visit)>;
+    /// Calls act with what lends blocks of `accessor`, whose client this transfer is meanwhile.
+    void visitBlocks(IBufferAccessor& accessor, std::function<void(Lend const& lend)> const& act);
 
-    void runByBlocks(IBufferAccessor& accessor, RegionRequest const& request);
+    /// Tells progress of further samples.
     void moved(std::int64_t samples);
 
-    void accessorUpdated() override;
-    void bufferInvalidated(BufferHandle::Owner const* owner) override;
-    bool prepareBufferRelease(void const* buffer, int& value) override;
-    void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
-    std::unique_ptr<IBufferAccessor> releaseAccessor() override;
-
+  private:
+    void runByBlocks(IBufferAccessor& accessor, RegionRequest const& request);
     TransferOptions const& options_;
     std::int64_t total_;  // samples
     std::int64_t done_ = 0;
-    BufferHandle handle_;
+    Detail::LoanClient client_;
 };
 
 }  // namespace Quorvel::Dravik::Adt::BulkView

@@ -7,6 +7,8 @@
 #include "dravik/adt/bulkview/filters/subset_filter.h"
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/regions/access_traits.h"
+#include "dravik/adt/bulkview/regions/gather.h"
+#include "dravik/adt/bulkview/regions/padding.h"
 #include "dravik/adt/converters/int1.h"
 #include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/cancelled_exception.h"
@@ -17,6 +19,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <sstream>
@@ -33,6 +36,7 @@ using Box = OpenEndedRange<4, int>;
 using Extent1 = ExtentImpl<int>;
 using Extent4 = ExtentK<4, int>;
 using Index = FixedVector<4, int>;
+using Index1 = FixedVector<1, int>;
 
 Extent4 extentOf(Extent1 a, Extent1 b, Extent1 c, Extent1 d = {0, 1, 1}) {
     return {a, b, c, d};
@@ -136,6 +140,69 @@ T sampleOf(IBufferAccessor& accessor, Index const& index) {
     return static_cast<T const*>(handle.buffer())[handle.offset(index)];
 }
 
+// Points of any order, some of them twice.
+template <class T>
+void expectGathered(Testing::Random& random, IBufferAccessor& chain) {
+    auto const size = chain.getSize();
+    std::vector<Index> indices(static_cast<std::size_t>(random.between(0, 40)));
+    for (Index& index : indices) {
+        std::transform(size.begin(), size.end(), index.begin(), [&](int n) { return random.between(0, n - 1); });
+    }
+    int const count = static_cast<int>(indices.size());
+    std::vector<T> samples(indices.size() * 2 + 1, T{99});
+    gatherSamples(
+        chain, indices,
+        ArrayRef<1>(
+            {Index1(5), Index1(5 + count)}, Index1(-2), reinterpret_cast<char*>(samples.data()), 2 * count, typeid(T),
+            static_cast<int>(8 * sizeof(T))));
+    for (std::size_t at = 0; at < indices.size(); ++at) {
+        ASSERT_EQ(samples[2 * (indices.size() - at)], sampleOf<T>(chain, indices[at])) << indices[at];
+        ASSERT_EQ(samples[2 * at + 1], T{99});
+    }
+}
+
+// An index outside walks to the one it stands for, one step at a time.
+int walked(int index, int size, Boundary boundary) {
+    while (index < 0 || index >= size) {
+        switch (boundary) {
+        case Boundary::Constant:
+            return -1;
+        case Boundary::Nearest:
+            index += index < 0 ? 1 : -1;
+            break;
+        case Boundary::Reflect:
+            index = size == 1 ? 0 : index < 0 ? -index : 2 * (size - 1) - index;
+            break;
+        case Boundary::Wrap:
+            index += index < 0 ? size : -size;
+            break;
+        }
+    }
+    return index;
+}
+
+template <class T>
+void expectPadded(Testing::Random& random, IBufferAccessor& chain) {
+    auto const boundary = random.oneOf({Boundary::Constant, Boundary::Nearest, Boundary::Reflect, Boundary::Wrap});
+    auto const size = chain.getSize();
+    Extent4 region;
+    for (int axis = 0; axis < 4; ++axis) {
+        region[axis] = {random.between(-8, size[axis] + 4), random.oneOf({-2, -1, 1, 1, 3}), random.between(1, 7)};
+    }
+    Strided<T> read(random, region);
+    readPadded(chain, region, read.ref, boundary);
+    Testing::forEachIndex({Index(), read.box.max - read.box.min}, [&](Index const& place) {
+        auto index = indexAt(region, place);
+        for (int axis = 0; axis < 4; ++axis) {
+            index[axis] = walked(index[axis], size[axis], boundary);
+        }
+        bool const isInside = Box::OfSize(size).contains(index);
+        EXPECT_EQ(read.at(place), isInside ? sampleOf<T>(chain, index) : T{99})
+            << region << " of " << size << " at " << place << ", boundary " << static_cast<int>(boundary);
+        return !testing::Test::HasFailure();
+    });
+}
+
 // Reads a region, writes other samples to it, and finds both as the protocol shows them, sample by sample.
 template <class T>
 void expectRegionsAreTheirSamples(Testing::Random& random) {
@@ -154,6 +221,8 @@ void expectRegionsAreTheirSamples(Testing::Random& random) {
     readRegion(*chain, region, read.ref);
     ASSERT_EQ(read.memory, expected.memory) << "samples, and all beside them";
 
+    expectGathered<T>(random, *chain);
+    expectPadded<T>(random, *chain);
     std::iota(written.memory.begin(), written.memory.end(), T{1});
     PlainArray<T> after(chain->getSize());
     Testing::forEachIndex(after.box(), [&](Index const& index) {
@@ -241,6 +310,25 @@ TEST(Regions, AskForEachWantedBrickOnce) {
         EXPECT_EQ(bricks.requests(), row.requests) << row.name;
         EXPECT_EQ(bricks.client(), nullptr) << row.name;
     }
+}
+
+TEST(Regions, GatherEachBrickOnce) {
+    PlainArray<float> data({12, 9, 20, 4});
+    std::iota(data.samples().begin(), data.samples().end(), 0.0f);
+    BrickAccessor<float> bricks(data);
+    std::vector<Index> indices;
+    Testing::forEachIndex(data.box(), [&](Index const& index) { return indices.push_back(index), true; });
+    std::reverse(indices.begin(), indices.end());
+    std::vector<float> samples(indices.size());
+    ArrayRef<1> array(
+        {Index1(0), Index1(static_cast<int>(indices.size()))}, Index1(1), reinterpret_cast<char*>(samples.data()), 0,
+        typeid(float), 32);
+    gatherSamples(bricks, indices, array);
+    EXPECT_EQ(bricks.requests(), 3 * 3 * 4 * 2);
+    EXPECT_TRUE(std::equal(samples.rbegin(), samples.rend(), data.samples().begin()));
+    indices.back() = {0, 9, 0, 0};
+    EXPECT_THROW(gatherSamples(bricks, indices, array), std::out_of_range);
+    EXPECT_EQ(bricks.requests(), 3 * 3 * 4 * 2);
 }
 
 TEST(Regions, RefuseBeforeAnythingIsAsked) {
