@@ -64,7 +64,7 @@ class SlowCacheOf {
         auto const s = static_cast<unsigned>(count(box));
         unsigned const old = samples_;
         samples_ += s;
-        covered_ = bounding(covered_, box);
+        covered_ = covered_.bounding(box);
         auto const c = std::min<std::int64_t>(count(covered_), UINT_MAX);
         auto const n = static_cast<unsigned>(size());
         if (samples_ > static_cast<unsigned>(limits_.sampleBudget) ||
@@ -104,16 +104,6 @@ class SlowCacheOf {
             inside = inside && box.min[a] <= p[a] && p[a] < box.max[a];
         }
         return inside;
-    }
-    Box bounding(Box both, Box const& box) const {
-        for (int a = 0; a < axes_; ++a) {
-            bool const wasEmpty = both.max[a] <= both.min[a];
-            if (wasEmpty || box.min[a] < box.max[a]) {
-                both.min[a] = wasEmpty ? box.min[a] : std::min(box.min[a], both.min[a]);
-                both.max[a] = wasEmpty ? box.max[a] : std::max(box.max[a], both.max[a]);
-            }
-        }
-        return both;
     }
     bool matches(int i, Position const& p, BulkView::AdtEnums::Access access) {
         Loan const& loan = at(i).loan;

@@ -1,22 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
 
-#include <cstdint>
 #include <ostream>
 
 namespace Quorvel::Dravik::Adt::BulkDef::View {
-
-namespace {
-
-// The places `positions` of `extent`. Formed in 64 bits; what leaves 32 of them wraps.
-ExtentImpl<int> elementsAt(ExtentImpl<int> const& positions, ExtentImpl<int> const& extent) {
-    std::int64_t const step = extent.step;
-    return {
-        static_cast<int>(extent.origin + positions.origin * step), static_cast<int>(positions.step * step),
-        positions.count};
-}
-
-}  // namespace
 
 template <int N>
 ArraySubsetDef<N>::ArraySubsetDef(ExtentK<N, int> const& subset) : subset_(subset) {}
@@ -34,7 +21,7 @@ AxisExtent ArraySubsetDef<N>::viewToTargetAxisExtent(AxisExtent const& viewAxis)
     }
     ExtentImpl<int> const& seen = subset_[axis];
     ExtentImpl<int> const whole{0, 1, seen.count};
-    return {axis, elementsAt(whole.contains(wanted) ? wanted : whole.intersection(wanted), seen)};
+    return {axis, seen.composed(whole.contains(wanted) ? wanted : whole.intersection(wanted))};
 }
 
 template <int N>

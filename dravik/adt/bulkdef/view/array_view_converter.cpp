@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <numeric>
 #include <ostream>
 #include <stdexcept>
@@ -16,31 +15,6 @@
 namespace Quorvel::Dravik::Adt::BulkDef::View {
 
 namespace {
-
-int toInt(std::int64_t index) {
-    return static_cast<int>(
-        std::clamp<std::int64_t>(index, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-}
-
-// The smallest box that holds every index of the extent. One without indices leaves an empty box at its origin, or one
-// step above where it would descend.
-template <int N>
-OpenEndedRange<N, int> tightBox(ExtentK<N, int> const& extents) {
-    OpenEndedRange<N, int> box;
-    for (int axis = 0; axis < N; ++axis) {
-        ExtentImpl<int> const& extent = extents[axis];
-        std::int64_t const first = extent.origin;
-        std::int64_t const last = first + (std::int64_t{extent.count} - 1) * extent.step;
-        bool const descends = extent.step < 0;
-        if (extent.isEmpty()) {
-            box.min[axis] = box.max[axis] = toInt(descends ? first - extent.step : first);
-        } else {
-            box.min[axis] = toInt(descends ? last : first);
-            box.max[axis] = toInt((descends ? first : last) + 1);
-        }
-    }
-    return box;
-}
 
 template <int N>
 bool isDecimated(ExtentK<N, int> const& extents, OpenEndedRange<N, int> const& box) {
@@ -58,10 +32,11 @@ bool isDecimated(ExtentK<N, int> const& extents, OpenEndedRange<N, int> const& b
 }
 
 int fitted(std::int64_t value, bool mustFit) {
-    if (mustFit && toInt(value) != value) {
+    int const cut = Adt::Detail::saturated<int>(value);
+    if (mustFit && cut != value) {
         refuseSize();
     }
-    return toInt(value);
+    return cut;
 }
 
 // Turns the strides of an array whose range is already that of `target` into the direction of `target`.
@@ -135,7 +110,7 @@ typename ArrayViewConverter<N>::Extent ArrayViewConverter<N>::convertExtents(
 
 template <int N>
 typename ArrayViewConverter<N>::Range ArrayViewConverter<N>::convert(Range const& range) const {
-    return isIdentity() ? range : tightBox(convertExtents(Extent(range)));
+    return isIdentity() ? range : convertExtents(Extent(range)).bounds();
 }
 
 template <int N>
@@ -178,7 +153,7 @@ typename ArrayViewConverter<N>::Array ArrayViewConverter<N>::convert(Array const
     if (axes != inPlace) {
         throw Exceptions::NotImplementedException("[ArrayViewConverter] Axis permutation is not yet supported.");
     }
-    Range const box = tightBox(target);
+    Range const box = target.bounds();
     if (isDecimated(target, box)) {
         throw std::invalid_argument("[ArrayViewConverter] Target view is decimated, cannot convert array.");
     }

@@ -12,11 +12,6 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 
 namespace {
 
-/// The index at `place` of the extent, inside it or not; wrapped to 32 bits.
-int indexAt(ExtentImpl<int> const& extent, int place) {
-    return static_cast<int>(extent.origin + std::int64_t{extent.step} * place);
-}
-
 std::int64_t floorOfQuotient(std::int64_t dividend, std::int64_t divisor) {
     return dividend / divisor - (dividend % divisor < 0 ? 1 : 0);
 }
@@ -48,20 +43,14 @@ SubsetExtentFilter& SubsetExtentFilter::operator=(SubsetExtentFilter const& othe
 SubsetExtentFilter::~SubsetExtentFilter() = default;
 
 void SubsetExtentFilter::setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) {
-    ExtentK<4, int> wanted;
-    auto const counts = range.max - range.min;
-    for (int axis = 0; axis < 4; ++axis) {
-        wanted[axis] = {indexAt(extent_[axis], range.min[axis]), extent_[axis].step, counts[axis]};
-    }
-    targetAccessor().setHint(type, Detail::boundsOf(wanted), weight);
+    // By the corners, which pass an empty hint on as one.
+    auto const wanted = extent_.composed(ExtentK<4, int>(range));
+    FixedVector<4, int> const end = wanted.highCorner() + FixedVector<4, int>::Filled(1);
+    targetAccessor().setHint(type, {wanted.lowCorner(), end}, weight);
 }
 
 void SubsetExtentFilter::getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) {
-    FixedVector<4, int> targetPosition;
-    for (int axis = 0; axis < 4; ++axis) {
-        targetPosition[axis] = indexAt(extent_[axis], position[axis]);
-    }
-    targetAccessor().getBuffer(targetPosition, access, handle);
+    targetAccessor().getBuffer(extent_.at(position), access, handle);
 
     Detail::SubsetBlock block(handle.infoSnapshot());
     for (int axis = 0; axis < 4; ++axis) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/subset_filter.h"
 
-#include "dravik/adt/bulkview/filters/detail/subset_block.h"
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
 
@@ -46,21 +45,6 @@ void requireValid(Extent4 const& extent, FixedVector<4, int> const& size) {
     }
 }
 
-/// The indices that `outer` picks of those that `inner` picks.
-ExtentImpl<int> composed(ExtentImpl<int> const& inner, ExtentImpl<int> const& outer) {
-    // Of more than one index every product lies inside the innermost target; of one index the step does not matter.
-    std::int64_t const step = std::int64_t{outer.step} * inner.step;
-    std::int64_t const origin = inner.origin + std::int64_t{outer.origin} * inner.step;
-    return {static_cast<int>(origin), static_cast<int>(step), outer.count};
-}
-
-Extent4 composed(Extent4 const& inner, Extent4 outer) {
-    for (int axis = 0; axis < 4; ++axis) {
-        outer[axis] = composed(inner[axis], outer[axis]);
-    }
-    return outer;
-}
-
 }  // namespace
 
 SubsetFilter::SubsetFilter(std::unique_ptr<IBufferAccessor> target) noexcept
@@ -77,14 +61,15 @@ std::unique_ptr<IBufferAccessor> SubsetFilter::MakeSubset(std::unique_ptr<IBuffe
     auto size = target->getSize();
     requireValid(extent, size);
     while (auto* const inner = dynamic_cast<SubsetFilter*>(target.get())) {
-        extent = composed(inner->getSubset(), extent);
+        // Of more than one index every product lies inside the innermost target; of one index the step does not matter.
+        extent = inner->getSubset().composed(extent);
         target = inner->releaseTargetAccessor();
         size = target->getSize();
     }
     if (std::any_of(extent.data(), extent.data() + 4, [](auto const& axis) { return axis.step != 1; })) {
         return std::make_unique<SubsetExtentFilter>(std::move(target), extent);
     }
-    auto const range = Detail::boundsOf(extent);
+    auto const range = extent.bounds();
     if (range == OpenEndedRange<4, int>::OfSize(size)) {
         return target;
     }
@@ -120,7 +105,7 @@ AccessTraits SubsetFilter::traits() const {
 
 bool SubsetFilter::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
     auto below = request;
-    below.region = composed(getSubset(), request.region);
+    below.region = getSubset().composed(request.region);
     transfer.run(targetAccessor(), below);
     return true;
 }

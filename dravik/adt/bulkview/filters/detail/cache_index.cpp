@@ -58,24 +58,6 @@ std::uint64_t clampedSampleCount(Box const& box, int axes) {
     });
 }
 
-// Axis by axis: an empty side takes the other's interval.
-Box bounding(Box left, Box const& right, int axes) {
-    for (int axis = 0; axis < axes; ++axis) {
-        int& low = left.min.data()[axis];
-        int& high = left.max.data()[axis];
-        int const otherLow = right.min.data()[axis];
-        int const otherHigh = right.max.data()[axis];
-        if (high <= low) {
-            low = otherLow;
-            high = otherHigh;
-        } else if (otherLow < otherHigh) {
-            low = std::min(low, otherLow);
-            high = std::max(high, otherHigh);
-        }
-    }
-    return left;
-}
-
 template <int N>
 bool contains(Box const& box, Position const& position) {
     bool inside = true;
@@ -178,7 +160,7 @@ template int CacheIndex::search<4>(Position const&, AdtEnums::Access) noexcept;
 
 bool CacheIndex::isResetBy(Box const& box) const noexcept {
     unsigned const samples = samples_ + sampleCount(box, axes_);
-    std::uint64_t const covered = clampedSampleCount(bounding(covered_, box, axes_), axes_);
+    std::uint64_t const covered = clampedSampleCount(covered_.bounding(box), axes_);
     auto const entries = static_cast<unsigned>(size_);
     return samples > static_cast<unsigned>(limits_.sampleBudget) ||
            (entries >= static_cast<unsigned>(limits_.fullDensityThreshold) && covered > samples) ||
@@ -190,7 +172,7 @@ void CacheIndex::store(Box const& box, AdtEnums::Access access, bool unusable) n
         reset();
     }
     samples_ += sampleCount(box, axes_);
-    covered_ = bounding(covered_, box, axes_);
+    covered_ = covered_.bounding(box);
     link(size_);
     previous_ = size_;
     predicted_ = kNone;

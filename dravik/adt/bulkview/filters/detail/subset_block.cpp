@@ -2,7 +2,6 @@
 #include "dravik/adt/bulkview/filters/detail/subset_block.h"
 
 #include <algorithm>
-#include <limits>
 #include <stdexcept>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters::Detail {
@@ -11,13 +10,11 @@ namespace {
 
 /// `value` as an int, cut where it does not fit and nothing `dependsOnIt`.
 int fitted(std::int64_t value, bool dependsOnIt) {
-    constexpr std::int64_t kLowest = std::numeric_limits<int>::min();
-    constexpr std::int64_t kHighest = std::numeric_limits<int>::max();
-    std::int64_t const cut = std::clamp(value, kLowest, kHighest);
+    int const cut = Adt::Detail::saturated<int>(value);
     if (dependsOnIt && cut != value) {
         throw std::length_error("[SubsetFilter::getBuffer] The subset lies too far into the lent block.");
     }
-    return static_cast<int>(cut);
+    return cut;
 }
 
 }  // namespace

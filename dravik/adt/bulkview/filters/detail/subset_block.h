@@ -4,17 +4,10 @@
 // SubsetBlock: a lent block on its way from the labels of a target to those of a subset. Threads: as `int`.
 
 #include "dravik/adt/bulkview/buffer_handle.h"
-#include "dravik/adt/core/extent.h"
 
 #include <cstdint>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters::Detail {
-
-/// The smallest box that holds the indices of `extent`, which is not empty; of an empty one, a box whose corners may
-/// stand the wrong way round.
-inline OpenEndedRange<4, int> boundsOf(ExtentK<4, int> const& extent) noexcept {
-    return {extent.lowCorner(), extent.highCorner() + FixedVector<4, int>::Filled(1)};
-}
 
 /// The description of a block, in 64 bits while it is rewritten axis by axis.
 ///
