@@ -70,7 +70,7 @@ struct Strided {
     Strided(Testing::Random& random, Extent4 const& extent) {
         int axes[] = {0, 1, 2, 3};
         std::shuffle(axes, axes + 4, random.engine());
-        Index strides, min;
+        Index strides;
         int reach = random.oneOf({1, 1, 2, 3});
         int offset = random.between(0, 3);
         for (int const axis : axes) {
