@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
 
+#include "dravik/adt/bulkview/detail/clone_of.h"
+
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView {
@@ -9,11 +11,11 @@ BufferAccessorFilter::BufferAccessorFilter(std::unique_ptr<IBufferAccessor> targ
     : target_(std::move(target)) {}
 
 BufferAccessorFilter::BufferAccessorFilter(BufferAccessorFilter const& other)
-    : IBufferAccessor(other), target_(other.target_ == nullptr ? nullptr : other.target_->createClone()) {}
+    : IBufferAccessor(other), target_(other.target_ == nullptr ? nullptr : Detail::cloneOf(*other.target_)) {}
 
 BufferAccessorFilter& BufferAccessorFilter::operator=(BufferAccessorFilter const& other) {
     if (this != &other) {
-        target_ = other.target_ == nullptr ? nullptr : other.target_->createClone();
+        target_ = other.target_ == nullptr ? nullptr : Detail::cloneOf(*other.target_);
     }
     return *this;
 }

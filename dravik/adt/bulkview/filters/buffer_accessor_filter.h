@@ -29,6 +29,7 @@ class DRAVIK_ADT_EXPORT BufferAccessorFilter : public IBufferAccessor {
     /// Takes the target without a look at it; whoever makes filters for users tests for null.
     explicit BufferAccessorFilter(std::unique_ptr<IBufferAccessor> target) noexcept;
     /// Over a clone of the whole chain below `other`.
+    /// @throws std::logic_error where the clone is null; what cloning throws
     BufferAccessorFilter(BufferAccessorFilter const& other);
     BufferAccessorFilter& operator=(BufferAccessorFilter const& other);
 

@@ -8,11 +8,15 @@
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
+#include "dravik/adt/bulkview/views/typed_2d_views.h"
 #include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/testing/recording_chain.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 namespace {
@@ -216,6 +220,25 @@ TYPED_TEST(EveryBase, ExchangesItsTarget) {
     filter.dispose();
     if constexpr (std::is_same_v<TypeParam, Stateful>) {
         EXPECT_EQ(filter.clientPtr(), nullptr) << "gone together with the target";
+    }
+}
+
+TEST(EveryCopy, RefusesANullClone) {
+    struct Unclonable : RecordingAccessor {
+        Unclonable() : RecordingAccessor("u", Journal()) {}
+        Accessor createClone() const override { return nullptr; }
+    };
+    Plain const plain(std::make_unique<Unclonable>());
+    Stateful const stateful(std::make_unique<Unclonable>());
+    Typed2dRoView<float> const view(std::make_unique<Unclonable>());
+    Plain assigned(nullptr);
+    Typed2dRoView<float> assignedView;
+    std::function<void()> const copies[] = {
+        [&] { plain.createClone(); }, [&] { stateful.createClone(); }, [&] { assigned = plain; },
+        [&] { Typed2dRoView<float> const copy(view); }, [&] { assignedView = view; }};
+    for (auto const& copy : copies) {
+        EXPECT_THAT(copy, testing::ThrowsMessage<std::logic_error>("[IBufferAccessor::createClone] The clone is null."))
+            << &copy - copies;
     }
 }
 

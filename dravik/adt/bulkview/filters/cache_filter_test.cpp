@@ -370,6 +370,7 @@ TEST(CacheFilter, ServesThreadsWhileBlocksGo) {
         bottom.prepareRelease(p);
         bottom.release(p);
         bottom.client()->bufferInvalidated(bottom.brickAt(data.randomIndex(random)).get());
+        round % 16 == 0 ? bottom.client()->accessorUpdated() : void();
     }
     first.join();
     second.join();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 
+#include "dravik/adt/bulkview/detail/clone_of.h"
+
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <algorithm>
@@ -80,7 +82,7 @@ void ProxyFilter::setTarget(std::unique_ptr<IBufferAccessor> target) {
     try {
         former = replaceTargetAccessor(std::move(target));
     } catch (...) {
-        // Half an exchange is one, too: what the target so far has lent may be gone.
+        // A partial exchange counts as an exchange: what the former target has lent may be gone.
         accessorUpdated();
         throw;
     }
@@ -123,13 +125,13 @@ void ProxyFilter::ProxyTargetController::setTarget(std::unique_ptr<IBufferAccess
         static_cast<void>(target.release());  // the proxy owns it already
         return;
     }
+    if (target == nullptr) {
+        throw Error("[ProxyFilter::setTarget] target is null");
+    }
     std::vector<std::unique_ptr<IBufferAccessor>> targets;
     targets.push_back(std::move(target));
-    while (targets.size() < filters_.size() && targets.front() != nullptr) {
-        targets.push_back(targets.front()->createClone());
-    }
-    if (std::find(targets.begin(), targets.end(), nullptr) != targets.end()) {
-        throw Error("[ProxyFilter::setTarget] target is null");
+    while (targets.size() < filters_.size()) {
+        targets.push_back(Detail::cloneOf(*targets.front()));
     }
     // Whoever is told of an exchange may destroy and make proxies, and even set the next target: then nothing is
     // pending any more when that is done.

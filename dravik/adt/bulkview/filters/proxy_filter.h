@@ -86,9 +86,9 @@ class DRAVIK_ADT_EXPORT ProxyFilter::ProxyTargetController {
     /// Further proxies, as of copied views, get clones, which are made before the first exchange. Proxies that are
     /// attached meanwhile keep their target.
     /// @pre no attached proxy is in use on another thread; the caller keeps this controller
-    /// @throws ProxyFilter::Error for a null target or a null clone, and what cloning throws, with nothing changed;
-    /// what a target or a client throws, and the proxies that were not reached keep their target; the client of the
-    /// one that was is told, whatever failed
+    /// @throws ProxyFilter::Error for a null target, std::logic_error for a null clone, and what cloning throws, with
+    /// nothing changed; what a target or a client throws, and the proxies that were not reached keep their target; the
+    /// client of the one that was is told, whatever failed
     /// @threads The lock is held throughout, while the old target, the new one and the clients are called: these may
     /// attach and detach proxies on the same thread, and must not wait for another thread that does.
     void setTarget(std::unique_ptr<IBufferAccessor> target);

@@ -78,7 +78,7 @@ TEST(ProxyTargetController, ReachesWhatIsAttachedOnly) {
     auto const controller = boost::make_shared<Controller>();
     auto proxy = ProxyFilter::MakeProxy(accessor("a", journal), controller);
     auto copy = proxy->createClone();
-    EXPECT_THROW(controller->setTarget(std::make_unique<Unclonable>("u", journal)), ProxyFilter::Error);
+    EXPECT_THROW(controller->setTarget(std::make_unique<Unclonable>("u", journal)), std::logic_error);
     EXPECT_THAT(journal.take(), ElementsAre("a.createClone", "~u")) << "nothing is exchanged";
     controller->setTarget(accessor("b", journal));
     EXPECT_THAT(
@@ -110,6 +110,24 @@ TEST(ProxyTargetController, TellsTheClientOfHalfAnExchange) {
         [&] { controller->setTarget(std::make_unique<Refusing>("b", journal)); },
         ThrowsMessage<std::runtime_error>("no client"));
     EXPECT_THAT(journal.take(), ElementsAre("a.dispose(0)", "~a", "client.accessorUpdated"));
+}
+
+// The client of whichever proxy comes first destroys the other one, which is still to be reached.
+TEST(ProxyTargetController, ForgetsAPendingProxyThatGoes) {
+    Journal const journal;
+    auto const controller = boost::make_shared<Controller>();
+    Client clients[2] = {{"client", journal}, {"client", journal}};
+    Accessor proxies[2];
+    proxies[0] = ProxyFilter::MakeProxy(accessor("a", journal), controller);
+    proxies[1] = proxies[0]->createClone();
+    for (int i = 0; i < 2; ++i) {
+        proxies[i]->setClient(&clients[i]);
+        clients[i].onUpdate = [&, i] { proxies[1 - i].reset(); };
+    }
+    controller->setTarget(accessor("b", journal));
+    auto const seen = journal.take();
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), "client.accessorUpdated"), 1);
+    EXPECT_THAT(seen, testing::IsSupersetOf({"~a", "~a'", "~b'"}));
 }
 
 // The client of whichever proxy comes first sets the next target, destroys both proxies and makes another one.

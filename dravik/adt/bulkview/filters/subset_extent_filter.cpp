@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 
 #include "dravik/adt/bulkview/filters/detail/subset_block.h"
+#include "dravik/adt/core/detail/saturated.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -11,6 +12,8 @@
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
 
 namespace {
+
+using Adt::Detail::saturated;
 
 std::int64_t floorOfQuotient(std::int64_t dividend, std::int64_t divisor) {
     return dividend / divisor - (dividend % divisor < 0 ? 1 : 0);
@@ -43,10 +46,15 @@ SubsetExtentFilter& SubsetExtentFilter::operator=(SubsetExtentFilter const& othe
 SubsetExtentFilter::~SubsetExtentFilter() = default;
 
 void SubsetExtentFilter::setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) {
-    // By the corners, which pass an empty hint on as one.
-    auto const wanted = extent_.composed(ExtentK<4, int>(range));
-    FixedVector<4, int> const end = wanted.highCorner() + FixedVector<4, int>::Filled(1);
-    targetAccessor().setHint(type, {wanted.lowCorner(), end}, weight);
+    OpenEndedRange<4, int> wanted;
+    for (int axis = 0; axis < 4; ++axis) {
+        auto const& [origin, step, count] = extent_.data()[axis];
+        std::int64_t const first = origin + std::int64_t{step} * range.min.data()[axis];
+        std::int64_t const last = origin + std::int64_t{step} * (std::int64_t{range.max.data()[axis]} - 1);
+        wanted.min.data()[axis] = saturated<int>(step < 1 ? last : first);
+        wanted.max.data()[axis] = saturated<int>((step < 1 ? first : last) + 1);
+    }
+    targetAccessor().setHint(type, wanted, weight);
 }
 
 void SubsetExtentFilter::getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -18,10 +19,11 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 
 namespace {
 
+using Extent1 = ExtentImpl<int>;
 using Extent4 = ExtentK<4, int>;
 
-[[noreturn]] void refuse(char const* reason) {
-    throw std::invalid_argument(std::string("[SubsetFilter::MakeSubset] Invalid argument: ") + reason);
+[[noreturn]] void refuse(std::string const& reason) {
+    throw std::invalid_argument("[SubsetFilter::MakeSubset] Invalid argument: " + reason);
 }
 
 bool isInside(ExtentImpl<int> const& extent, int size) {
@@ -31,18 +33,20 @@ bool isInside(ExtentImpl<int> const& extent, int size) {
 }
 
 void requireValid(Extent4 const& extent, FixedVector<4, int> const& size) {
-    if (extent.isEmpty()) {
-        refuse("subset is empty.");
-    }
-    for (int axis = 0; axis < 4; ++axis) {
-        if (!isInside(extent[axis], size[axis])) {
-            refuse("subset exceeds size of target accessor.");
+    auto const refuseAxis = [&](int axis, char const* reason) {
+        std::ostringstream text;
+        text << reason << " Extent " << extent[axis] << " on axis " << axis << " of size " << size[axis] << ".";
+        refuse(text.str());
+    };
+    auto const requireOnEachAxis = [&](auto isGood, char const* otherwise) {
+        for (int axis = 0; axis < 4; ++axis) {
+            isGood(extent[axis], size[axis]) ? void() : refuseAxis(axis, otherwise);
         }
-    }
-    if (std::any_of(
-            extent.data(), extent.data() + 4, [](auto const& axis) { return axis.step == 0 && axis.count > 1; })) {
-        refuse("subset has a step of zero.");
-    }
+    };
+    requireOnEachAxis([](Extent1 const& axis, int) { return !axis.isEmpty(); }, "subset is empty.");
+    requireOnEachAxis(isInside, "subset exceeds size of target accessor.");
+    requireOnEachAxis(
+        [](Extent1 const& axis, int) { return axis.step != 0 || axis.count == 1; }, "subset has a step of zero.");
 }
 
 }  // namespace

@@ -42,25 +42,26 @@ TEST(MakeSubset, RefusesWhatDoesNotFit) {
     struct Row {
         char const* name;
         Extent4 extent;
-        std::string reason;
+        std::string reason, numbers;
     };
     Row const rows[] = {
-        {"NegativeCount", extentOf(kWhole, kWhole, {0, 1, -3}), kEmpty},
-        {"EmptyComesBeforeOutside", extentOf({-1, 1, 99}, kWhole, {0, 1, 0}), kEmpty},
-        {"BelowZero", extentOf({-1, 1, 2}), kOutside},
-        {"BackwardsBelowZero", extentOf({4, -3, 3}), kOutside},
-        {"OnePastTheEnd", extentOf(kWhole, {1, 1, 10}), kOutside},
-        {"OriginPastTheEnd", extentOf({10, -1, 2}), kOutside},
-        {"FourthAxis", extentOf(kWhole, kWhole, kWhole, {0, 1, 2}), kOutside},
-        {"LastIndexWraps", extentOf({0, 1 << 30, 5}), kOutside},
-        {"RepeatsAnIndex", extentOf({3, 0, 2}), "subset has a step of zero."},
+        {"NegativeCount", extentOf(kWhole, kWhole, {0, 1, -3}), kEmpty, "0:1:-3 on axis 2 of size 10."},
+        {"EmptyComesFirst", extentOf({-1, 1, 99}, kWhole, {0, 1, 0}), kEmpty, "0:1:0 on axis 2 of size 10."},
+        {"BelowZero", extentOf({-1, 1, 2}), kOutside, "-1:1:2 on axis 0 of size 10."},
+        {"BackwardsBelowZero", extentOf({4, -3, 3}), kOutside, "4:-3:3 on axis 0 of size 10."},
+        {"OnePastTheEnd", extentOf(kWhole, {1, 1, 10}), kOutside, "1:1:10 on axis 1 of size 10."},
+        {"OriginPastTheEnd", extentOf({10, -1, 2}), kOutside, "10:-1:2 on axis 0 of size 10."},
+        {"FourthAxis", extentOf(kWhole, kWhole, kWhole, {0, 1, 2}), kOutside, "0:1:2 on axis 3 of size 1."},
+        {"LastIndexWraps", extentOf({0, 1 << 30, 5}), kOutside, "0:1073741824:5 on axis 0 of size 10."},
+        {"RepeatsAnIndex", extentOf({3, 0, 2}), "subset has a step of zero.", "3:0:2 on axis 0 of size 10."},
     };
     for (Row const& row : rows) {
         EXPECT_THAT(
             [&] {
                 SubsetFilter::MakeSubset(bottom({10, 10, 10, 1}), row.extent);
             },
-            ThrowsMessage<std::invalid_argument>("[SubsetFilter::MakeSubset] Invalid argument: " + row.reason))
+            ThrowsMessage<std::invalid_argument>(
+                "[SubsetFilter::MakeSubset] Invalid argument: " + row.reason + " Extent " + row.numbers))
             << row.name;
     }
     EXPECT_THAT(
@@ -142,12 +143,30 @@ TEST(SubsetFilters, RelabelABlockLiterally) {
     }
     BufferHandle::ArrayInfo volume{Range4{{0, 0, 0, 0}, {1000, 1, 1, 1}}, {6'000'000, 0, 0, 0}, 0};
     auto const farAway = Range4{{400, 0, 0, 0}, {500, 1, 1, 1}};
-    EXPECT_THROW(lentThrough<SubsetRangeFilter>(farAway, volume), std::length_error);
-    EXPECT_THROW(lentThrough<SubsetExtentFilter>(extentOf({0, 400, 2}), volume), std::length_error);
-    EXPECT_THROW(lentThrough<SubsetExtentFilter>(extentOf({999, -400, 2}), volume), std::length_error);
+    auto const isTooFar = [](std::string const& samples) {
+        return ThrowsMessage<std::length_error>(
+            "[SubsetFilter::getBuffer] The subset lies too far into the lent block: " + samples +
+            " samples, at most 2147483647. Let the target lend smaller blocks.");
+    };
+    auto const extent = [&](Extent1 const& axis) { lentThrough<SubsetExtentFilter>(extentOf(axis), volume); };
+    EXPECT_THAT([&] { lentThrough<SubsetRangeFilter>(farAway, volume); }, isTooFar("an offset of 2400000000"));
+    EXPECT_THAT([&] { extent({0, 400, 2}); }, isTooFar("a stride of 2400000000"));
+    EXPECT_THAT([&] { extent({999, -400, 2}); }, isTooFar("a stride of -2400000000"));
     volume.range = {{300, 0, 0, 0}, {500, 1, 1, 1}};
     EXPECT_EQ(lentThrough<SubsetExtentFilter>(extentOf({0, 400, 3}), volume).info().offset, 600'000'000)
         << "the step of a single index reaches nowhere";
+}
+
+TEST(SubsetFilters, CutHintsAtTheLargestIndex) {
+    Range4 const box{{5, 0, 0, 0}, {9, 1, 1, 1}};
+    Journal const journal;
+    Accessor const subsets[] = {
+        std::make_unique<SubsetRangeFilter>(bottom({10, 1, 1, 1}, journal), box),
+        std::make_unique<SubsetExtentFilter>(bottom({10, 1, 1, 1}, journal), Extent4(box))};
+    for (Accessor const& subset : subsets) {
+        subset->setHint(IBufferAccessor::Prefetch, {{2, 0, 0, 0}, {INT_MAX, 1, 1, 1}}, 1);
+        EXPECT_THAT(journal.take(), testing::ElementsAre("a.setHint(0 [7,2147483647)x[0,1)x[0,1)x[0,1) 1)"));
+    }
 }
 
 // Over bricks that divide neither the target nor the subset and stand across the subset's ends: what is shown stands

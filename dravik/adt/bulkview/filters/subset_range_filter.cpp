@@ -2,12 +2,15 @@
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
 
 #include "dravik/adt/bulkview/filters/detail/subset_block.h"
+#include "dravik/adt/core/detail/saturated.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
+
+using Adt::Detail::saturatedSum;
 
 SubsetRangeFilter::SubsetRangeFilter(
     std::unique_ptr<IBufferAccessor> target, OpenEndedRange<4, int> const& range) noexcept
@@ -18,7 +21,13 @@ SubsetRangeFilter& SubsetRangeFilter::operator=(SubsetRangeFilter const& other) 
 SubsetRangeFilter::~SubsetRangeFilter() = default;
 
 void SubsetRangeFilter::setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) {
-    targetAccessor().setHint(type, {range.min + range_.min, range.max + range_.min}, weight);
+    OpenEndedRange<4, int> wanted;
+    for (int axis = 0; axis < 4; ++axis) {
+        int const corner = range_.min.data()[axis];
+        wanted.min.data()[axis] = saturatedSum(range.min.data()[axis], corner);
+        wanted.max.data()[axis] = saturatedSum(range.max.data()[axis], corner);
+    }
+    targetAccessor().setHint(type, wanted, weight);
 }
 
 void SubsetRangeFilter::getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/old/controller_adapter.h"
 
+#include "dravik/adt/bulkview/write_back.h"
 #include "dravik/adt/exceptions/plain_exception.h"
 
 #include <cstdint>
@@ -42,6 +43,9 @@ int ControllerAdapter::open() {
 }
 
 void ControllerAdapter::close(int) {
+    if (auto* const pending = dynamic_cast<IWriteBack*>(handle_.owner())) {
+        pending->writeBack();
+    }
     opened_ = false;
     handle_.reset(/*releaseOwner=*/true);
     accessor_.reset();
@@ -70,7 +74,11 @@ void ControllerAdapter::request(FixedVector<3, int> const& position, AdtEnums::A
     try {
         accessor_->getBuffer(FixedVector<4, int>(position, 0), access, handle_);
     } catch (...) {
-        handle_.reset(/*releaseOwner=*/true);  // what a failed request left there is not served next time
+        // What a failed request left there is not served. Its owner stays: samples that it could not write back are
+        // pending, and the next request tries again.
+        auto const owner = handle_.loan().owner;
+        handle_ = BufferHandle();
+        handle_.setOwner(owner.get());
         throw;
     }
 }

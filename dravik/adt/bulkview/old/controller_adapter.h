@@ -30,7 +30,8 @@ class DRAVIK_ADT_EXPORT ControllerAdapter : public IController {
     ControllerAdapter(std::unique_ptr<IBufferAccessor> accessor, int valueSize);
 
     /// The address of a sample; null for a memory model other than Addressed and for a block without memory. A block
-    /// that is held is used again only for the very access it was lent for.
+    /// that is held is used again only for the very access it was lent for. Samples written through a converter are
+    /// written back by the next request of another block; those of a failed request stay for another try.
     /// @throws std::invalid_argument after `close`, and for a number that is no brick's; what the accessor throws
     void* buffer(int, MemoryModel model, void*, int brick, AdtEnums::Access access) override;
     int vtsize() override { return valueSize_; }
@@ -43,7 +44,8 @@ class DRAVIK_ADT_EXPORT ControllerAdapter : public IController {
     /// Returns 0. To be called once at most, also when it failed.
     /// @throws Exceptions::PlainException the second time, after `close`, and for data of 2^31 samples or more
     int open() override;
-    /// Lets go of the block and destroys the chain.
+    /// Writes back what is pending, lets go of the block and destroys the chain.
+    /// @throws what writing back throws, with everything kept for another try
     void close(int) override;
     /// Does nothing.
     void flush(int, void*) override {}

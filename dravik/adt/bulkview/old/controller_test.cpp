@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
+#include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/old/controller_adapter.h"
 #include "dravik/adt/bulkview/old/controller_functions.h"
+#include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/not_implemented_exception.h"
 #include "dravik/adt/exceptions/plain_exception.h"
 #include "dravik/adt/testing/lending_accessor.h"
 #include "dravik/adt/testing/random.h"
 
+#include <boost/smart_ptr/make_shared.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <functional>
@@ -125,6 +129,44 @@ TEST(ControllerAdapter, GivesTheBlockBackBeforeTheAccessorGoes) {
         closes ? controller->close(0) : controller.reset();
         EXPECT_THAT(journal.take(), testing::ElementsAre("block back", "accessor gone"));
     }
+}
+
+// Shorts for the floats above, while it works.
+struct WayBack final : IValueConverter {
+    std::type_info const& getInputType() const override { return typeid(float); }
+    std::type_info const& getOutputType() const override { return typeid(short); }
+    void convert(void const*, void*) const override {}
+    void convertStrided(void const*, int, int, void*, int, int, int) const override {}
+    void convertContiguous(void const* in, int i, void* out, int o, int count) const override {
+        isOpen ? void() : throw std::runtime_error("no way back");
+        std::copy_n(static_cast<float const*>(in) + i, count, static_cast<short*>(out) + o);
+    }
+    bool isOpen = false;
+};
+
+TEST(ControllerAdapter, KeepsWrittenSamplesUntilTheyAreBack) {
+    auto const stored = SharedArray<3>::Make<short>({{0, 0, 0}, {1, 2, 4}});
+    auto const* const samples = reinterpret_cast<short const*>(stored.data());
+    auto const back = boost::make_shared<WayBack>();
+    ControllerAdapter controller(
+        Filters::ValueConvertFilter::Apply(
+            std::make_unique<Accessors::MemoryAccessor>(stored), sizeof(float),
+            Converters::ValueConverterFactory::getTypeConverter(typeid(short), typeid(float)), back),
+        sizeof(float));
+    auto const write = [&](float sample) {
+        *static_cast<float*>(bufferOf(controller, 0, AdtEnums::ReadWrite)) = sample;
+        back->isOpen = false;
+    };
+    write(7);
+    EXPECT_THROW(bufferOf(controller, 1, AdtEnums::Read), std::runtime_error);
+    back->isOpen = true;
+    bufferOf(controller, 1, AdtEnums::Read);
+    EXPECT_EQ(samples[0], 7) << "by the next request";
+    write(9);
+    EXPECT_THROW(controller.close(0), std::runtime_error);
+    back->isOpen = true;
+    controller.close(0);
+    EXPECT_EQ(samples[0], 9) << "by the next close";
 }
 
 TEST(ControllerFunctions, ServeACallerInC) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/views/view_base.h"
 
+#include "dravik/adt/bulkview/detail/clone_of.h"
 #include "dravik/adt/bulkview/views/view_exceptions.h"
 
 #include <stdexcept>
@@ -38,7 +39,7 @@ ViewBase& ViewBase::operator=(ViewBase const& other) {
     if (other.isNull()) {
         accessor_.reset();
     } else {
-        install(other.accessor_->createClone());
+        install(Detail::cloneOf(*other.accessor_));
     }
     return *this;
 }

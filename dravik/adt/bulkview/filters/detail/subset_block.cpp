@@ -1,20 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/detail/subset_block.h"
 
+#include "dravik/adt/core/detail/saturated.h"
+
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
+#include <string>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters::Detail {
 
 namespace {
 
-/// `value` as an int, cut where it does not fit and nothing `dependsOnIt`.
-int fitted(std::int64_t value, bool dependsOnIt) {
-    int const cut = Adt::Detail::saturated<int>(value);
-    if (dependsOnIt && cut != value) {
-        throw std::length_error("[SubsetFilter::getBuffer] The subset lies too far into the lent block.");
+using Adt::Detail::saturated;
+
+/// `samples` as an int.
+/// @throws std::length_error if they do not fit
+int narrowed(std::int64_t samples, char const* what) {
+    if (samples != saturated<int>(samples)) {
+        throw std::length_error(
+            "[SubsetFilter::getBuffer] The subset lies too far into the lent block: " + std::string(what) + " of " +
+            std::to_string(samples) + " samples, at most " + std::to_string(std::numeric_limits<int>::max()) +
+            ". Let the target lend smaller blocks.");
     }
-    return cut;
+    return static_cast<int>(samples);
 }
 
 }  // namespace
@@ -37,11 +46,12 @@ BufferHandle::ArrayInfo SubsetBlock::info() const {
     BufferHandle::ArrayInfo info;
     for (int axis = 0; axis < 4; ++axis) {
         Axis const& wide = axes_[axis];
-        info.range.min.data()[axis] = fitted(wide.min, /*dependsOnIt=*/false);
-        info.range.max.data()[axis] = fitted(wide.max, /*dependsOnIt=*/false);
-        info.strides.data()[axis] = fitted(wide.stride, /*dependsOnIt=*/!isEmpty && wide.max - wide.min > 1);
+        bool const isStridden = !isEmpty && wide.max - wide.min > 1;
+        info.range.min.data()[axis] = saturated<int>(wide.min);
+        info.range.max.data()[axis] = saturated<int>(wide.max);
+        info.strides.data()[axis] = isStridden ? narrowed(wide.stride, "a stride") : saturated<int>(wide.stride);
     }
-    info.offset = fitted(offset_, /*dependsOnIt=*/!isEmpty);
+    info.offset = isEmpty ? saturated<int>(offset_) : narrowed(offset_, "an offset");
     return info;
 }
 
