@@ -16,6 +16,10 @@ BufferHandle::Owner::~Owner() {
     userData_ = nullptr;
 }
 
+void BufferHandle::Owner::lock() {}
+
+void BufferHandle::Owner::unlock() {}
+
 // Holds the lock of an owner that enabled locking, and a reference so that the owner outlives its own unlock.
 class BufferHandle::OwnerLock {
   public:
@@ -44,7 +48,7 @@ BufferHandle::BufferHandle(BufferHandle const& other) noexcept {
 
 BufferHandle& BufferHandle::operator=(BufferHandle const& other) noexcept {
     if (this != &other) {
-        auto const dropped = assume(other.loan());
+        auto const dropped = replace(other.loan());
     }
     return *this;
 }
@@ -54,7 +58,7 @@ BufferHandle::Loan BufferHandle::loan() const noexcept {
     return {infoSnapshot(), buffer(), owner_.share(), access(), invalidated};
 }
 
-boost::intrusive_ptr<BufferHandle::Owner> BufferHandle::assume(Loan loan) noexcept {
+boost::intrusive_ptr<BufferHandle::Owner> BufferHandle::replace(Loan loan) noexcept {
     // The mark first: that of an invalidation which overlaps the rest has to stand, since its stores may be in between.
     mark(loan.invalidated);
     storeInfo(loan.info);
@@ -144,9 +148,9 @@ void BufferHandle::setOwner(Owner* owner) {
 
 void BufferHandle::mark(bool invalidated) noexcept {
     if (invalidated) {
-        Detail::setBits(invalidations_, kMarked);
-    } else if ((loadAcquire(invalidations_) & kMarked) != 0) {
-        Detail::clearBits(invalidations_, kMarked);
+        Detail::setBits(notices_, kMarked);
+    } else if ((loadAcquire(notices_) & kMarked) != 0) {
+        Detail::clearBits(notices_, kMarked);
     }
 }
 
@@ -158,7 +162,7 @@ void BufferHandle::empty() noexcept {
 }
 
 void BufferHandle::reset(bool releaseOwner) {
-    while (loadAcquire(invalidations_) >= kUnderWay) {
+    while ((loadAcquire(notices_) & kAllUnderWay) != 0) {
         std::this_thread::yield();
     }
     OwnerLock const lock(owner_.share(OwnerLock::isWantedBy));
@@ -169,17 +173,16 @@ void BufferHandle::reset(bool releaseOwner) {
 
 void BufferHandle::invalidate(bool emptyRange) volatile noexcept {
     auto& self = const_cast<BufferHandle&>(*this);
-    // Marked before and after. Before, so that a fetch which overtakes the rest finds the handle invalidated when it
-    // asks whether the loan stands, and until the rest is done; after, so that the mark stands even where somebody has
-    // cleared it meanwhile.
-    Detail::add(self.invalidations_, kUnderWay);
+    // Told before and after. Before, so that a fetch which overtakes the rest is found not to stand, until the rest is
+    // done; after, so that the change counts even where somebody has cleared the mark meanwhile.
+    Detail::add(self.notices_, kUnderWay);
     if (emptyRange) {
         using Index = FixedVector<4, int>;
         self.storeRange({Index::Filled(std::numeric_limits<int>::max()), Index()});
     }
     storeRelaxed(self.access_, AdtEnums::NoAccess);
-    Detail::setBits(self.invalidations_, kMarked);
-    Detail::add(self.invalidations_, 0u - kUnderWay);
+    Detail::setBits(self.notices_, kMarked);
+    Detail::add(self.notices_, kOneMore - kUnderWay);
 }
 
 bool BufferHandle::tryThreadSafeReset(void const* buffer, boost::intrusive_ptr<Owner> owner) volatile {
@@ -187,12 +190,20 @@ bool BufferHandle::tryThreadSafeReset(void const* buffer, boost::intrusive_ptr<O
     Owner* const expected = owner.get();
     bool const locks = owner != nullptr && OwnerLock::isWantedBy(*owner);
     OwnerLock const lock(locks ? std::move(owner) : nullptr);
-    boost::intrusive_ptr<Owner> dropped;
-    if (self.buffer() != buffer || !self.owner_.takeIf(expected, dropped)) {
+    auto const holdsLoan = [&] { return self.buffer() == buffer && self.owner() == expected; };
+    if (!holdsLoan()) {
         return false;
     }
-    self.empty();
-    return true;
+    // Told before and after, as an invalidation, and asked again: the consumer may have fetched another block
+    // meanwhile.
+    boost::intrusive_ptr<Owner> dropped;
+    Detail::add(self.notices_, kUnderWay);
+    bool const taken = holdsLoan() && self.owner_.takeIf(expected, dropped);
+    if (taken) {
+        self.empty();
+    }
+    Detail::add(self.notices_, (taken ? kOneMore : 0) - kUnderWay);
+    return taken;
 }
 
 }  // namespace Quorvel::Dravik::Adt::BulkView

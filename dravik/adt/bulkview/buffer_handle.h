@@ -29,9 +29,10 @@ namespace Quorvel::Dravik::Adt::BulkView {
 /// memory) or invalidated (until `reset` or `tryThreadSafeReset`; a producer that fills an invalidated handle leaves it
 /// invalidated). The sample at index p is at buffer() + offset(p) samples; both sides know the sample type.
 /// Positions and ranges are absolute indices; strides and offsets count samples.
-/// @threads Every word is read and written atomically, so a notification on another thread may invalidate the handle at
-/// any moment. What no atomic can make safe is the memory: taking a block back while its consumer reads samples needs
-/// an owner with locking enabled whose lock the consumer holds as well, or a consumer that pauses.
+/// @threads Every word is read and written atomically, so another thread may invalidate the handle or take its block
+/// back at any moment: the consumer then asks again, and neither reads nor writes in a wrong place. What no atomic can
+/// make safe is the memory: that of a block taken back has to stay until the consumer's call in which it was in use
+/// returns. An owner with locking enabled whose lock the consumer holds around its calls is one way to wait for that.
 class DRAVIK_ADT_EXPORT BufferHandle {
   public:
     class Owner;
@@ -70,7 +71,7 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     // What the handle holds. None of these takes a lock.
 
     bool isNull() const noexcept { return buffer() == nullptr; }
-    bool isInvalidated() const noexcept { return Detail::loadAcquire(invalidations_) != 0; }
+    bool isInvalidated() const noexcept { return (Detail::loadAcquire(notices_) & (kMarked | kAllUnderWay)) != 0; }
     void* buffer() const noexcept { return Detail::loadRelaxed(buffer_); }
     AdtEnums::Access access() const noexcept { return Detail::loadRelaxed(access_); }
     /// The owner, borrowed: an intrusive_ptr made of it keeps it.
@@ -84,8 +85,8 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     ArrayInfo& info() noexcept { return info_; }
     ArrayInfo infoSnapshot() const noexcept;
     OpenEndedRange<4, int> range4() const noexcept;
-    /// info().range.max[0], which is 0 as soon as a notification has emptied the range.
-    int firstAxisEnd() const noexcept { return Detail::loadRelaxed(info_.range.max.data()[0]); }
+    /// info().range.max[0], which is 0 as soon as another thread has emptied the range.
+    int rangeEnd() const noexcept { return Detail::loadRelaxed(info_.range.max.data()[0]); }
 
     /// Samples in the block: the product of (max - min) over the axes, wrapped to 32 bits. Means something while a
     /// block is lent.
@@ -148,16 +149,20 @@ class DRAVIK_ADT_EXPORT BufferHandle {
 
     /// Holds what `loan` says, the mark of an invalidation included, without a lock. The owner held so far comes back,
     /// for callers that must not drop a reference where they are.
-    [[nodiscard]] boost::intrusive_ptr<Owner> assume(Loan loan) noexcept;
+    [[nodiscard]] boost::intrusive_ptr<Owner> replace(Loan loan) noexcept;
 
     // Changes by the consumer.
 
-    /// Whether the loan just fetched stands. After a fetch this and not isInvalidated is the question: a notification
-    /// that overlaps it either is seen here or sees what the consumer has written before it asked.
-    bool confirm() noexcept { return Detail::stillIs(invalidations_, 0u); }
+    /// A number that changes with every invalidation and every block taken back. Read before a block is asked for.
+    std::uint64_t notices() const noexcept { return Detail::loadAcquire(notices_); }
+    /// Whether the block that was asked for after `notices` was read is on loan still. A notification that overlaps
+    /// this call either is seen here or sees what the consumer has written before it.
+    bool standsSince(std::uint64_t notices) noexcept {
+        return Detail::isInOrder(notices_, notices & ~(kMarked | kAllUnderWay));
+    }
 
     /// Empties the handle, keeping the owner unless `releaseOwner`; brackets and failures as for a producer's change.
-    /// Waits for the end of an invalidation that another thread is in the middle of, which is a few instructions away.
+    /// Waits for the end of a change that another thread is in the middle of, which is a few instructions away.
     void reset(bool releaseOwner);
     /// Marks the loan as no longer valid; with `emptyRange` no index is contained any more.
     /// @threads any
@@ -170,8 +175,12 @@ class DRAVIK_ADT_EXPORT BufferHandle {
   private:
     class OwnerLock;
 
-    static constexpr unsigned kMarked = 1;
-    static constexpr unsigned kUnderWay = 2;
+    // The word of the notices: the mark of an invalidation; how many threads are in the middle of a change; how many
+    // changes there were.
+    static constexpr std::uint64_t kMarked = 1;
+    static constexpr std::uint64_t kUnderWay = 2;
+    static constexpr std::uint64_t kOneMore = std::uint64_t{1} << 24;
+    static constexpr std::uint64_t kAllUnderWay = kOneMore - kUnderWay;
 
     void storeInfo(ArrayInfo const& info) noexcept;
     void storeRange(OpenEndedRange<4, int> const& range) noexcept;
@@ -183,9 +192,8 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     void* buffer_ = nullptr;
     Detail::CountedSlot<Owner> owner_;
     AdtEnums::Access access_ = AdtEnums::NoAccess;
-    // kMarked once the loan is invalidated, and kUnderWay for each invalidation that has not stored all its words yet:
-    // what it stores late must not end up in a loan that was fetched after it had begun, and confirmed.
-    unsigned invalidations_ = 0;
+    // What a change stores late must not end up in a loan that was fetched after it had begun, and found to stand.
+    std::uint64_t notices_ = 0;
 };
 
 /// Stands for the memory behind a loan: a producer attaches it to the handles it fills, and the memory stays while one
@@ -207,10 +215,10 @@ class DRAVIK_ADT_EXPORT BufferHandle::Owner : public Shared, private boost::nonc
   private:
     friend class BufferHandle;
 
-    /// Brackets a change of a handle; called only once locking is enabled. A thread may come back to an owner that it
-    /// has locked already.
-    virtual void lock() = 0;
-    virtual void unlock() = 0;
+    /// Brackets a change of a handle; called only once locking is enabled, and does nothing here. A thread may come
+    /// back to an owner that it has locked already.
+    virtual void lock();
+    virtual void unlock();
 
     void const* userData_;
     bool lockingEnabled_ = false;

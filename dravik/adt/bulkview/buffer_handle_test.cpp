@@ -220,11 +220,12 @@ TEST(BufferHandle, DropsItsOwnerOnceUnderForeignRelease) {
         }
     });
     for (int round = 0; round < kRounds; ++round) {
+        auto const notices = handle.notices();
         handle.setOwner(owners[round % 3].get());
         handle.update(&handle, sampleInfo(), Read);
         BufferHandle const copy(handle);
         EXPECT_FALSE(handle.contains(0) || handle.contains(INT_MAX));
-        if (!handle.confirm()) {
+        if (!handle.standsSince(notices)) {
             handle.reset(/*releaseOwner=*/true);
         }
     }

@@ -135,7 +135,11 @@ constexpr Index4 kFarApart[] = {{0, 0, 0, 0}, {5, 4, 10, 0}, {5, 4, 9, 0}, {0, 4
 constexpr Testing::FailureScenario<Scene> kScenarios[] = {
     {"taking over a chain", Fails::kCalls,
      [](Scene& s) { s.next == nullptr ? void() : s.view.init(std::move(s.next)); }, showsAll},
-    {"copying a view", Fails::kBoth, [](Scene& s) { s.other = Typed3dRwView<float>(s.view); },
+    {"copying a view", Fails::kBoth,
+     [](Scene& s) {
+         Typed3dRwView<float> const copy(s.view);
+         s.other = copy;
+     },
      [](Scene& s, bool completed) {
          EXPECT_TRUE(!completed || s.other.get(0, 0, 0) == s.data.at({}));
          showsAll(s, completed);

@@ -34,16 +34,16 @@ scheduled_copy(bulkview/filters/stateful_buffer_accessor_filter.h)
 scheduled_copy(bulkview/detail/counted_slot.h
     "word = hold()" "word = ${planted}kUnheldSlot) ? word_.load(std::memory_order_acquire) : hold()")
 scheduled_copy(bulkview/buffer_handle.h
-    "Detail::stillIs(invalidations_, 0u)"
-    "${planted}kPlainQuestion) ? !isInvalidated() : Detail::stillIs(invalidations_, 0u)")
+    "Detail::isInOrder(notices_, notices & ~(kMarked | kAllUnderWay))"
+    "${planted}kPlainQuestion) ? !isInvalidated() : Detail::isInOrder(notices_, notices & ~(kMarked | kAllUnderWay))")
 scheduled_copy(bulkview/buffer_handle.cpp
-    "Detail::add(self.invalidations_, kUnderWay)"
-    "${planted}kMarkAlone) ? Detail::setBits(self.invalidations_, kMarked) : Detail::add(self.invalidations_, kUnderWay)"
-    "Detail::add(self.invalidations_, 0u - kUnderWay)"
-    "${planted}kMarkAlone) ? void() : Detail::add(self.invalidations_, 0u - kUnderWay)")
+    "Detail::add(self.notices_, kUnderWay)"
+    "${planted}kMarkAlone) ? Detail::setBits(self.notices_, kMarked) : Detail::add(self.notices_, kUnderWay)"
+    "Detail::add(self.notices_, kOneMore - kUnderWay)"
+    "${planted}kMarkAlone) ? void() : Detail::add(self.notices_, kOneMore - kUnderWay)"
+    "(taken ? kOneMore : 0)" "(taken && !${planted}kUncountedTakeBack) ? kOneMore : 0)")
 scheduled_copy(bulkview/filters/cache_filter.cpp
-    " loan = handle.loan()" " loan = ${planted}kUnlockedLook) ? loan : handle.loan()"
-    "BufferHandle::Loan loan" "BufferHandle::Loan loan = handle.loan()")
+    "isLate = removals_" "isLate = !${planted}kLateBlock) && removals_")
 
 # Copies as well where nothing changes, so that whoever lists the commands of a source finds one only.
 set(unchanged

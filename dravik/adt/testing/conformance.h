@@ -70,8 +70,9 @@ class Borrower : public BulkView::IBufferAccessor::IClient, Counted<kClient> {
     /// Fills the handle, asking again as long as the loan comes back invalid.
     void request(BulkView::IBufferAccessor& accessor, FixedVector<4, int> position, BulkView::AdtEnums::Access access) {
         for (int attempt = 0; attempt < 5; ++attempt) {
+            auto const notices = handle.notices();
             accessor.getBuffer(position, access, handle);
-            if (handle.confirm()) {
+            if (handle.standsSince(notices)) {
                 return;
             }
             handle.reset(/*releaseOwner=*/true);

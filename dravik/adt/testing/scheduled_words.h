@@ -14,10 +14,11 @@ namespace Quorvel::Dravik::Adt::Testing {
 /// A fault that the scheduled copies can be given, to see that it is found.
 enum class Planted {
     kNothing,
-    kMarkAlone,      ///< an invalidation marks the handle and does not tell that it has still to empty the range
-    kPlainQuestion,  ///< a fetch looks at the mark without asking in order
-    kUnheldSlot,     ///< a release takes the owner out of a slot that somebody else may be changing
-    kUnlockedLook,   ///< the cache looks whether a block is still valid before it locks its table
+    kUncountedTakeBack,  ///< a block that is taken back does not count as a change
+    kMarkAlone,          ///< an invalidation marks the handle and does not tell that it has still to empty the range
+    kPlainQuestion,      ///< a fetch looks at the mark without asking in order
+    kUnheldSlot,         ///< a release takes the owner out of a slot that somebody else may be changing
+    kLateBlock,          ///< the cache keeps a block that was asked for before others were removed
 };
 inline Planted planted = Planted::kNothing;
 inline bool isPlanted(Planted fault) noexcept {

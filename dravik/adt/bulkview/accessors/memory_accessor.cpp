@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 
 #include "dravik/adt/bulkview/regions/region_transfer.h"
+#include "dravik/adt/exceptions/not_supported_exception.h"
 
 #include <cstdlib>
 #include <stdexcept>
@@ -23,6 +24,9 @@ void MemoryAccessor::getBuffer(FixedVector<4, int>, AdtEnums::Access access, Buf
     if (access == AdtEnums::Read) {
         handle.updateRO(array_);
         return;
+    }
+    if (array_.buffer().isReadOnly()) {
+        throw Exceptions::NotSupportedException("MemoryAccessor", "the memory of the array is read-only.");
     }
     array_.ensureAllocated(/*wanted=*/true);
     handle.update(array_, AdtEnums::ReadWrite);

@@ -31,7 +31,8 @@ class DRAVIK_ADT_EXPORT MemoryAccessor : public IBufferAccessor, public IRegionA
     void setClient(IClient* client) override;
     void setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) override;
     /// Lends for Read what was asked for Read, and for ReadWrite everything else. The handle's owner stays.
-    /// @throws as SharedArray::allocate does, with the handle unchanged
+    /// @throws Exceptions::NotSupportedException for writing into memory that its owner calls read-only, and as
+    /// SharedArray::allocate does; the handle is then unchanged
     void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override;
     std::unique_ptr<IBufferAccessor> createClone() const override;
     /// Lets go of the samples. A request that may write gets new ones.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 
+#include "dravik/adt/exceptions/not_supported_exception.h"
+
 #include "dravik/adt/testing/counted_storage.h"
 
 #include <gmock/gmock.h>
@@ -74,6 +76,13 @@ TEST(MemoryAccessor, AllocatesForWritersOnlyAndOnce) {
     backwards.setStrides({-4, 1, 0, 0});
     EXPECT_THROW(MemoryAccessor(backwards).getBuffer({}, AdtEnums::ReadWrite, reader), std::runtime_error);
     EXPECT_TRUE(reader.buffer() == writer.buffer() && reader.access() == AdtEnums::Read) << "the handle as it was";
+
+    static float const fixed[12] = {};
+    auto readOnly = plane();
+    readOnly.setBuffer(SharedBuffer(
+        new SharedBuffer::ExternalPointerOwner(const_cast<float*>(fixed), sizeof fixed, /*writable=*/false)));
+    EXPECT_THROW(
+        MemoryAccessor(readOnly).getBuffer({}, AdtEnums::ReadWrite, reader), Exceptions::NotSupportedException);
 }
 
 }  // namespace

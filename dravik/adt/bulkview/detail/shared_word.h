@@ -48,9 +48,9 @@ void clearBits(Word& word, Word bits) noexcept {
     std::atomic_ref<Word>(word).fetch_and(~bits, std::memory_order_acq_rel);
 }
 
-/// Whether the word is `value`.
+/// Whether the word is `value`: one more in the order of changes, though it changes nothing.
 template <class Word>
-bool stillIs(Word& word, Word value) noexcept {
+bool isInOrder(Word& word, Word value) noexcept {
     Word expected = value;
     return std::atomic_ref<Word>(word).compare_exchange_strong(
         expected, value, std::memory_order_acq_rel, std::memory_order_acquire);

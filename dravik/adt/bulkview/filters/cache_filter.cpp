@@ -88,18 +88,21 @@ void CacheFilter::setHint(HintType type, OpenEndedRange<4, int> const& range, fl
 // reference to an owner may run anybody's code. So may operator new and delete: memory comes and goes without the lock.
 
 template <int N>
-bool CacheFilter::tryServe(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle& handle) {
+bool CacheFilter::tryServe(
+    FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle& handle, Moment& moment) {
+    moment.notices = handle.notices();
     boost::intrusive_ptr<BufferHandle::Owner> dropped;
     std::lock_guard const lock(mutex_);
     int const entry = index_.lookUp<N>(position, access);
     if (entry == Detail::CacheIndex::kNone) {
+        moment.removals = removals_;
         return false;
     }
-    dropped = handle.assume(loans_[static_cast<std::size_t>(entry)]);
+    dropped = handle.replace(loans_[static_cast<std::size_t>(entry)]);
     return true;
 }
 
-void CacheFilter::store(BufferHandle const& handle) {
+void CacheFilter::store(BufferHandle& handle, Moment const& moment) {
     std::size_t room = 0;  // for as many blocks, tables are brought along
     do {
         Loans loans;
@@ -108,19 +111,22 @@ void CacheFilter::store(BufferHandle const& handle) {
             loans.reserve(room);
             index.reserve(static_cast<int>(loans.capacity()));
         }
-        room = tryStore(handle, loans, index);
+        room = tryStore(handle, moment, loans, index);
     } while (room != 0);
 }
 
-// How many blocks the tables given must have room for, if those in use are full or to be dropped; else 0, and the block
-// is kept. The index always has room for as many blocks as loans_.
-std::size_t CacheFilter::tryStore(BufferHandle const& handle, Loans& loans, Detail::CacheIndex& index) noexcept {
+// The room that tables need for the block if those in use are full or to be dropped. 0 once there is nothing left to
+// do. The index always has room for as many blocks as loans_.
+std::size_t CacheFilter::tryStore(
+    BufferHandle& handle, Moment const& moment, Loans& loans, Detail::CacheIndex& index) noexcept {
     constexpr std::size_t kFewest = 16;
     BufferHandle::Loan loan;
     std::lock_guard const lock(mutex_);
-    // Read under the lock: an invalidation on another thread marks the handle first and then looks for entries, so
-    // either the mark is seen here or the entry is found there.
+    // A notification bars blocks and counts that before it tells the client: a block that was asked for before is
+    // either found there, or not used here.
     loan = handle.loan();
+    bool const isLate = removals_ != moment.removals;
+    loan.invalidated = isLate || !handle.standsSince(moment.notices);
     std::size_t const count = loans_.size();
     bool const isReset = index_.isResetBy(loan.info.range);
     if (isReset || count == loans_.capacity()) {
@@ -182,6 +188,14 @@ void CacheFilter::takeOut(IsGone isGone, Dropped& dropped) noexcept {
     loans_.erase(kept, loans_.end());
 }
 
+// Such blocks do not serve any more, nor does one that is on its way here.
+template <class IsGone>
+void CacheFilter::bar(IsGone isGone) noexcept {
+    std::lock_guard const lock(mutex_);
+    ++removals_;
+    index_.bar([&](int entry) { return isGone(loans_[static_cast<std::size_t>(entry)]); });
+}
+
 void CacheFilter::removeAll() noexcept {
     Loans dropped;
     std::lock_guard const lock(mutex_);
@@ -198,26 +212,31 @@ void CacheFilter::dispose(bool flag) {
     StatefulBufferAccessorFilter::dispose(flag);
 }
 
-// The client is told first; whatever becomes of that, the blocks go.
+// Blocks are barred before the client is told, so that none is served to a client that has been told. They go
+// afterwards, whatever becomes of that: their owners may be anybody's code, and the client hears first.
 
 void CacheFilter::accessorUpdated() {
+    bar([](BufferHandle::Loan const&) { return true; });
     AtExit const removal([this] { removeAll(); });
     relay(&IClient::accessorUpdated);
 }
 
 void CacheFilter::bufferInvalidated(BufferHandle::Owner const* owner) {
-    AtExit const removal(
-        [this, owner] { remove([=](BufferHandle::Loan const& loan) { return loan.owner == owner; }); });
+    auto const isOfOwner = [=](BufferHandle::Loan const& loan) { return loan.owner == owner; };
+    bar(isOfOwner);
+    AtExit const removal([&] { remove(isOfOwner); });
     relay(&IClient::bufferInvalidated, owner);
 }
 
 bool CacheFilter::prepareBufferRelease(void const* buffer, int& value) {
+    bar([=](BufferHandle::Loan const& loan) { return loan.buffer == buffer; });
     bool const isHeldAbove = relay(&IClient::prepareBufferRelease, buffer, value);
     bool const isHeldHere = removeBuffer(buffer);
     return isHeldAbove || isHeldHere;
 }
 
 void CacheFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
+    bar([=](BufferHandle::Loan const& loan) { return loan.buffer == buffer; });
     removeBuffer(buffer);
     relay(&IClient::releaseBuffer, buffer, std::move(owner));
 }
@@ -229,9 +248,10 @@ CacheFilterImpl<N>::CacheFilterImpl(
 
 template <int N>
 void CacheFilterImpl<N>::getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) {
-    if (!tryServe<N>(position, access, handle)) {
+    Moment moment;
+    if (!tryServe<N>(position, access, handle, moment)) {
         targetAccessor().getBuffer(position, access, handle);
-        store(handle);
+        store(handle, moment);
     }
 }
 

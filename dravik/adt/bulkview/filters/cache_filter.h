@@ -10,6 +10,7 @@
 #include "dravik/adt/export.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -27,9 +28,8 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 ///
 ///     chain = CacheFilter::Apply(std::move(chain), 64 << 20, CacheFilter::kNever, CacheFilter::kNever);
 /// @lifetime kept blocks are let go before the target, in dispose(flag) and at the end
-/// @threads A block may be served once more while another thread is told that it is no longer valid: the client hears
-/// it first. No lock is held while the target, the client or an owner is called, and none while memory is got or given
-/// back.
+/// @threads A block is not served any more once the client has been told that it is no longer valid. No lock is held
+/// while the target, the client or an owner is called, and none while memory is got or given back.
 class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
   public:
     static constexpr int kNever = -1;  ///< a limit that is never reached
@@ -62,13 +62,19 @@ class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
     /// Over a clone of the target, with the same limits and nothing kept.
     CacheFilter(CacheFilter const& other);
 
+    /// What there was of notifications when a block was asked for.
+    struct Moment {
+        std::uint64_t notices = 0;   ///< to the handle
+        std::uint64_t removals = 0;  ///< about kept blocks
+    };
+
     /// Makes `handle` a copy of the kept block that serves the request, if there is one.
     template <int N>
-    bool tryServe(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle& handle);
+    bool tryServe(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle& handle, Moment& moment);
 
-    /// Keeps what `handle` holds.
+    /// Keeps what `handle` holds, which serves nobody if there was a notification since `moment`.
     /// @throws std::bad_alloc, with nothing changed
-    void store(BufferHandle const& handle);
+    void store(BufferHandle& handle, Moment const& moment);
 
     /// Lets go of the blocks at `buffer`; whether there were any.
     bool removeBuffer(void const* buffer) noexcept;
@@ -77,15 +83,18 @@ class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
     using Loans = std::vector<BufferHandle::Loan>;
 
     template <class IsGone>
+    void bar(IsGone isGone) noexcept;
+    template <class IsGone>
     bool remove(IsGone isGone) noexcept;
     template <class IsGone, class Dropped>
     void takeOut(IsGone isGone, Dropped& dropped) noexcept;
     void removeAll() noexcept;
     void reserve();
-    std::size_t tryStore(BufferHandle const& handle, Loans& loans, Detail::CacheIndex& index) noexcept;
+    std::size_t tryStore(BufferHandle& handle, Moment const& moment, Loans& loans, Detail::CacheIndex& index) noexcept;
 
     LightweightMutex mutex_;  // of all below
     Loans loans_;             // the entries of index_
+    std::uint64_t removals_ = 0;
     Detail::CacheIndex index_;
 };
 

@@ -187,10 +187,11 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner, pu
         if (block_.isInvalidated()) {
             block_.reset(/*releaseOwner=*/true);
         }
-        filter_->targetAccessor().getBuffer(position, access, block_);
-        while (!block_.confirm()) {
-            block_.reset(/*releaseOwner=*/true);
+        for (bool stands = false; !stands;) {
+            auto const notices = block_.notices();
             filter_->targetAccessor().getBuffer(position, access, block_);
+            stands = block_.standsSince(notices);
+            stands ? void() : block_.reset(/*releaseOwner=*/true);
         }
         auto const range = block_.range4();
         axis_ = runAxis(range);

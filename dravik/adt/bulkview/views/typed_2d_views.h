@@ -10,7 +10,7 @@
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
-/// Reads single samples of two-dimensional data. Copies own a clone of the chain.
+/// Reads single samples of two-dimensional data. Copies own a clone of the chain; a move takes it along.
 ///
 ///     Typed2dRoView<float> const relief(std::make_unique<Accessors::MemoryAccessor>(array));
 ///     float const height = relief(120, 75);
@@ -25,6 +25,8 @@ class DRAVIK_ADT_EXPORT Typed2dRoView : public TypedViewBase<2, T, Traits> {
     explicit Typed2dRoView(std::unique_ptr<IBufferAccessor> accessor) { this->init(std::move(accessor)); }
     Typed2dRoView(Typed2dRoView const&) = default;
     Typed2dRoView& operator=(Typed2dRoView const&) = default;
+    Typed2dRoView(Typed2dRoView&&) noexcept = default;
+    Typed2dRoView& operator=(Typed2dRoView&&) noexcept = default;
     ~Typed2dRoView() override = default;
 
     bool isWritable() const override { return false; }
@@ -45,6 +47,8 @@ class DRAVIK_ADT_EXPORT Typed2dRwView : public Typed2dRoView<T, Traits> {
     explicit Typed2dRwView(std::unique_ptr<IBufferAccessor> accessor) : Typed2dRoView<T, Traits>(std::move(accessor)) {}
     Typed2dRwView(Typed2dRwView const&) = default;
     Typed2dRwView& operator=(Typed2dRwView const&) = default;
+    Typed2dRwView(Typed2dRwView&&) noexcept = default;
+    Typed2dRwView& operator=(Typed2dRwView&&) noexcept = default;
     ~Typed2dRwView() override = default;
 
     bool isWritable() const override { return true; }

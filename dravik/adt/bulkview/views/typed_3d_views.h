@@ -13,7 +13,7 @@
 namespace Quorvel::Dravik::Adt::BulkView {
 
 /// Reads single samples, and runs of them along the last axis, of three-dimensional data. Copies own a clone of the
-/// chain.
+/// chain; a move takes it along.
 template <class T, class Traits = BoundsCheckViewTraits>
 class DRAVIK_ADT_EXPORT Typed3dRoView : public TypedViewBase<3, T, Traits> {
   public:
@@ -25,6 +25,8 @@ class DRAVIK_ADT_EXPORT Typed3dRoView : public TypedViewBase<3, T, Traits> {
     explicit Typed3dRoView(std::unique_ptr<IBufferAccessor> accessor) { this->init(std::move(accessor)); }
     Typed3dRoView(Typed3dRoView const&) = default;
     Typed3dRoView& operator=(Typed3dRoView const&) = default;
+    Typed3dRoView(Typed3dRoView&&) noexcept = default;
+    Typed3dRoView& operator=(Typed3dRoView&&) noexcept = default;
     ~Typed3dRoView() override = default;
 
     bool isWritable() const override { return false; }
@@ -38,8 +40,11 @@ class DRAVIK_ADT_EXPORT Typed3dRoView : public TypedViewBase<3, T, Traits> {
     /// @throws as get does, with the samples of the blocks before already in `out`
     void prototypeGetKTrace(int i, int j, int k, T* out, int count) const {
         Index const first(i, j, k);
-        if (this->holdsDenseRun(first, count)) {
-            std::copy_n(&get(first), count, out);
+        auto const& block = this->heldBlock();
+        // One look at the block for index, length and address: between two it may be another one.
+        bool const isDense = block.holds(first) && block.stride(2) == 1 && count <= std::int64_t{block.end(2)} - k;
+        if (isDense) {
+            std::copy_n(&block.at(first), count, out);
         } else {
             copyRuns(first, count, out);
         }
@@ -64,6 +69,8 @@ class DRAVIK_ADT_EXPORT Typed3dRwView : public Typed3dRoView<T, Traits> {
     explicit Typed3dRwView(std::unique_ptr<IBufferAccessor> accessor) : Typed3dRoView<T, Traits>(std::move(accessor)) {}
     Typed3dRwView(Typed3dRwView const&) = default;
     Typed3dRwView& operator=(Typed3dRwView const&) = default;
+    Typed3dRwView(Typed3dRwView&&) noexcept = default;
+    Typed3dRwView& operator=(Typed3dRwView&&) noexcept = default;
     ~Typed3dRwView() override = default;
 
     bool isWritable() const override { return true; }
@@ -80,9 +87,9 @@ void Typed3dRoView<T, Traits>::forEachRun(Index index, int count, Take take) con
     while (count > 0) {
         T const* const first = &get(index);
         // At least the sample that was just served, whatever the block claims to hold.
-        std::int64_t const left = std::max<std::int64_t>(std::int64_t{this->lastAxisEnd()} - k, 1);
+        std::int64_t const left = std::max<std::int64_t>(std::int64_t{this->heldBlock().end(2)} - k, 1);
         int const taken = static_cast<int>(std::min<std::int64_t>(left, count));
-        take(first, this->blockStride(2), taken);
+        take(first, this->heldBlock().stride(2), taken);
         k += taken;
         count -= taken;
     }

@@ -5,26 +5,26 @@
 // handle. Threads: one view, one thread; see the class for what other threads may do meanwhile.
 
 #include "dravik/adt/bulkview/buffer_handle.h"
-#include "dravik/adt/bulkview/views/detail/index_window.h"
-#include "dravik/adt/bulkview/views/detail/null_sample.h"
+#include "dravik/adt/bulkview/detail/cancellation_hold.h"
+#include "dravik/adt/bulkview/views/detail/held_block.h"
+#include "dravik/adt/bulkview/views/typed_view_iterator.h"
 #include "dravik/adt/bulkview/views/view_base.h"
+#include "dravik/adt/bulkview/views/view_exceptions.h"
+#include "dravik/adt/bulkview/write_back.h"
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/export.h"
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <typeinfo>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
 /// The traits of views that throw ViewBoundsException for an index outside.
 struct DRAVIK_ADT_EXPORT BoundsCheckViewTraits {};
-
-template <int N, class T>
-class TypedViewIterBase;
-template <int N, class T>
-class TypedViewBox;
 
 /// Reads and writes single samples of type T by index, out of one block that it holds on loan.
 ///
@@ -32,17 +32,20 @@ class TypedViewBox;
 /// checked against the size: a block that reaches beyond the view serves what lies there. Any other index is checked
 /// and has the accessor asked for the block around it. Where a block has no memory, reads give the null value (a quiet
 /// NaN, or 0 where the type has none) and writes are absorbed.
-/// Units: indices count from 0, sizes are samples. Copying clones the chain. Without an accessor, everything that needs
-/// one throws ViewException.
-/// @threads Another thread may send bufferInvalidated and prepareBufferRelease at any moment, and releaseBuffer while
-/// the view is not used; accessorUpdated and releaseAccessor must not overlap any use of the view.
+/// Units: indices count from 0, sizes are samples. Copying clones the chain. Moving takes the chain and the block
+/// along, and leaves a view as after `dispose`. Without an accessor, everything that needs one throws ViewException.
+/// @threads Another thread may send bufferInvalidated, prepareBufferRelease and releaseBuffer at any moment: the view
+/// asks again, and no sample comes from or goes to a wrong place. The memory of a block taken back has to stay until
+/// the call in which it was in use returns, see BufferHandle. accessorUpdated and releaseAccessor must not overlap any
+/// use of the view; no notification may overlap init, dispose, a move or the end of the view.
 template <int N, class T, class Traits = BoundsCheckViewTraits>
 class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     static_assert(1 <= N && N <= 4);
 
   public:
     using Index = FixedVector<N, int>;
-    using Iterator = TypedViewIterBase<N, T>;
+    using Iterator = TypedViewIterBase<N, T, Traits>;
+    using Box = TypedViewBox<N, T, Traits>;
 
     static constexpr int ndims() noexcept { return N; }
     /// Samples along each axis, all 0 without an accessor.
@@ -60,17 +63,16 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     /// The sample at `index`.
     /// @throws ViewBoundsException outside the view, ViewException without an accessor, and what the accessor throws
     /// @lifetime until the next access through this view, or until the accessor takes the block back
-    T const& get(Index const& index) const {
-        return holds(index) ? *reinterpret_cast<T const*>(address(readOrigin_, index)) : getOnMiss(index);
-    }
+    T const& get(Index const& index) const { return block_.holds(index) ? block_.at(index) : getOnMiss(index); }
 
     /// Sets `iterator` before the first index of the box [start, start + count), or of the whole view.
     void getIterator(Iterator& iterator) const { getIterator(iterator, Index(), size_); }
     void getIterator(Iterator& iterator, Index const& start, Index const& count) const;
 
     /// The samples of the box [start, start + count), or of the whole view, last axis fastest, for a range-based loop.
-    TypedViewBox<N, T> samples() const { return samples(Index(), size_); }
-    TypedViewBox<N, T> samples(Index const& start, Index const& count) const;
+    /// A box that leaves the view ends with the exception of the first sample outside.
+    Box samples() const { return samples(Index(), size_); }
+    Box samples(Index const& start, Index const& count) const { return Box(*this, block_, boxOf(start, count)); }
 
     /// Hints that the box [start, start + count) will be read soon, clipped to the view; or no longer.
     void setPrefetchHint(Index const& start, Index const& count);
@@ -82,12 +84,14 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     TypedViewBase() noexcept = default;
     TypedViewBase(TypedViewBase const& other) : TypedViewBase() { *this = other; }
     TypedViewBase& operator=(TypedViewBase const& other);
+    TypedViewBase(TypedViewBase&& other) noexcept : TypedViewBase() { take(other); }
+    TypedViewBase& operator=(TypedViewBase&& other) noexcept;
     ~TypedViewBase() override;
 
     /// Stores `value` at `index`; exceptions as for get, with the access ReadWrite.
     void put(Index const& index, T const& value) {
-        bool const held = holds(index) && writeOrigin_ != 0;
-        (held ? *reinterpret_cast<T*>(address(writeOrigin_, index)) : writableOnMiss(index)) = value;
+        bool const held = block_.holds(index) && block_.isWritable();
+        (held ? block_.writableAt(index) : writableOnMiss(index)) = value;
     }
 
     /// Fetches the block around an index.
@@ -98,27 +102,14 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     /// Samples from the start of the block's memory to the index on the axes given.
     template <int K>
     requires(K <= 4) std::int64_t offset(FixedVector<K, int> const& index)
-    const noexcept {
-        std::int64_t position = originOffset_;
-        for (int axis = 0; axis < K; ++axis) {
-            position += index.data()[axis] * strides_[axis];
-        }
-        return position;
-    }
+    const noexcept { return block_.offset(index); }
     std::int64_t offset(int i) const noexcept { return offset(FixedVector<1, int>(i)); }
     std::int64_t offset(int i, int j) const noexcept { return offset(FixedVector<2, int>(i, j)); }
     std::int64_t offset(int i, int j, int k) const noexcept { return offset(FixedVector<3, int>(i, j, k)); }
     std::int64_t offset(int i, int j, int k, int l) const noexcept { return offset(FixedVector<4, int>(i, j, k, l)); }
 
-    /// Whether `count` samples from `index` on along the last axis are held and adjacent in memory.
-    bool holdsDenseRun(Index const& index, int count) const noexcept {
-        return holds(index) && strides_[N - 1] == 1 &&
-               count <= std::int64_t{lastAxisEnd_} - std::int64_t{index.data()[N - 1]};
-    }
-
-    /// Of the block that the last access was served from: samples from one index to the next, and the exclusive end.
-    std::int64_t blockStride(int axis) const noexcept { return strides_[axis]; }
-    int lastAxisEnd() const noexcept { return lastAxisEnd_; }
+    /// The block that the last access was served from.
+    Detail::HeldBlock<N, T> const& heldBlock() const noexcept { return block_; }
 
     void accessorUpdated() override;
     void bufferInvalidated(BufferHandle::Owner const* owner) override;
@@ -126,50 +117,283 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
 
   private:
-    friend class TypedViewIterBase<N, T>;
-
-    bool holds(Index const& index) const noexcept { return window_.admits(index, handle_.firstAxisEnd()); }
-
-    // Integers throughout: the origin may lie far outside the block, where a pointer must not point.
-    std::uintptr_t address(std::uintptr_t origin, Index const& index) const noexcept {
-        std::uint64_t samples = 0;
-        for (int axis = 0; axis < N; ++axis) {
-            samples += static_cast<std::uint64_t>(index.data()[axis] * strides_[axis]);
-        }
-        return origin + samples * sizeof(T);
-    }
-
     T const& getOnMiss(Index index) const;
     T& writableOnMiss(Index index);
     void checkInside(Index const& index, AdtEnums::Access access) const;
+    [[noreturn]] void refuse(Index const& index, AdtEnums::Access access) const;
     void request(Index const& index, AdtEnums::Access access) const;
-    void adoptForReading() const;
-    void adoptForWriting() const;
-    void adopt(T const* readPointer, T* writePointer) const;
-    void adoptStrides(BufferHandle::ArrayInfo const& info) const noexcept;
-    bool resetIfInvalidated() const;
+    bool stands(std::uint64_t notices) const;
     void writeBack() const;
-    void resetBlock() const;
-    void updateRedundant();
+    void readSize();
+    void letGo() noexcept;
+    void take(TypedViewBase& other) noexcept;
     OpenEndedRange<4, int> wholeBox() const noexcept;
+    static OpenEndedRange<N, int> boxOf(Index const& start, Index const& count) noexcept;
 
-    // What is known of the block on loan. The handle's range, access, owner and mark may change under the hands of this
-    // thread; the copies beside it do not, and the window joins both.
-    mutable BufferHandle handle_;
-    mutable Detail::IndexWindow<N> window_;
-    mutable std::int64_t strides_[4] = {};
-    mutable std::uintptr_t readOrigin_ = 0;   // address of the sample at index 0, there or not
-    mutable std::uintptr_t writeOrigin_ = 0;  // the same for writing; 0 where the block may only be read
-    mutable std::int64_t originOffset_ = 0;
-    mutable T const* readPointer_ = nullptr;  // read by notifications too
-    mutable T* writePointer_ = nullptr;
-    mutable std::uint64_t fetchCount_ = 0;
-    mutable int lastAxisEnd_ = 0;
-    mutable bool inStep_ = false;  // the copies describe what the handle holds, or held until a notification
+    mutable Detail::HeldBlock<N, T> block_;
     Index size_;
-    mutable T scratch_{};
 };
 
-}  // namespace Quorvel::Dravik::Adt::BulkView
+namespace Detail {
 
-#include "dravik/adt/bulkview/views/detail/typed_view_base_members.h"
+/// The vector on four axes, `fill` on those it does not have; and its first N components.
+template <int N>
+FixedVector<4, int> widened(FixedVector<N, int> const& vector, int fill) noexcept {
+    if constexpr (N == 4) {
+        return vector;
+    } else {
+        return FixedVector<4, int>(vector, fill);
+    }
+}
+template <int N>
+FixedVector<N, int> narrowed(FixedVector<4, int> const& vector) noexcept {
+    FixedVector<N, int> result;
+    for (int axis = 0; axis < N; ++axis) {
+        result.data()[axis] = vector.data()[axis];
+    }
+    return result;
+}
+
+}  // namespace Detail
+
+template <int N, class T, class Traits>
+TypedViewBase<N, T, Traits>::~TypedViewBase() {
+    letGo();
+}
+
+template <int N, class T, class Traits>
+TypedViewBase<N, T, Traits>& TypedViewBase<N, T, Traits>::operator=(TypedViewBase const& other) {
+    if (this != &other) {
+        writeBack();
+        block_.release();
+        ViewBase::operator=(other);
+    }
+    readSize();
+    return *this;
+}
+
+template <int N, class T, class Traits>
+TypedViewBase<N, T, Traits>& TypedViewBase<N, T, Traits>::operator=(TypedViewBase&& other) noexcept {
+    if (this != &other) {
+        letGo();
+        take(other);
+    }
+    return *this;
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::init(std::unique_ptr<IBufferAccessor> accessor) {
+    if (accessor != nullptr) {
+        // An owner may need the chain that lent it, to write back what is pending: first the block, then the chain.
+        writeBack();
+        block_.release();
+    }
+    ViewBase::init(std::move(accessor));
+    readSize();
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::dispose() {
+    writeBack();
+    block_.release();
+    ViewBase::dispose();
+    readSize();
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::readSize() {
+    block_.release();
+    size_ = isNull() ? Index() : Detail::narrowed<N>(accessor().getSize());
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::writeBack() const {
+    auto const owner = block_.handle().loan().owner;
+    if (auto* const pending = dynamic_cast<IWriteBack*>(owner.get())) {
+        pending->writeBack();
+    }
+}
+
+// The end of a view, which must not fail: a block whose owner's lock throws goes without it. A failure to carry back
+// has nobody to tell here; the owner of the block tries once more.
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::letGo() noexcept {
+    Detail::CancellationHold const hold;
+    block_.abandon();
+    destroyAccessor();
+    size_ = Index();
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::take(TypedViewBase& other) noexcept {
+    block_.takeFrom(other.block_, [&] { takeAccessor(other); });
+    size_ = std::exchange(other.size_, Index());
+    if (isNull()) {
+        letGo();
+    }
+}
+
+template <int N, class T, class Traits>
+T const& TypedViewBase<N, T, Traits>::getOnMiss(Index index) const {
+    if (!block_.holdsOnSecondLook(index)) {
+        getReadBuffer(index);
+    }
+    return block_.at(index);
+}
+
+template <int N, class T, class Traits>
+T& TypedViewBase<N, T, Traits>::writableOnMiss(Index index) {
+    if (!block_.isWritable() || !block_.holdsOnSecondLook(index)) {
+        getWriteBuffer(index);
+    }
+    return block_.writableAt(index);
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::getReadBuffer(Index const& index) const {
+    std::uint64_t notices = 0;
+    bool isContained = false;
+    do {
+        checkInside(index, AdtEnums::Read);
+        notices = block_.handle().notices();
+        request(index, AdtEnums::Read);
+        isContained = block_.adopt(index, /*forWriting=*/false);
+    } while (!stands(notices));
+    if (!isContained) {
+        refuse(index, AdtEnums::Read);
+    }
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::getWriteBuffer(Index const& index) {
+    std::uint64_t notices = 0;
+    bool isContained = false;
+    do {
+        accessor();
+        notices = block_.handle().notices();
+        if (!block_.isWritableAsHeld(index)) {
+            checkInside(index, AdtEnums::ReadWrite);
+            request(index, AdtEnums::ReadWrite);
+        }
+        isContained = block_.adopt(index, /*forWriting=*/true);
+    } while (!stands(notices));
+    if (!isContained) {
+        refuse(index, AdtEnums::ReadWrite);
+    }
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::checkInside(Index const& index, AdtEnums::Access access) const {
+    accessor();
+    bool inside = true;
+    for (int axis = 0; axis < N; ++axis) {
+        inside = inside && static_cast<unsigned>(index.data()[axis]) < static_cast<unsigned>(size_.data()[axis]);
+    }
+    if (!inside) {
+        refuse(index, access);
+    }
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::refuse(Index const& index, AdtEnums::Access access) const {
+    throw ViewBoundsException(Detail::widened(index, 0), Detail::widened(size_, 0), N, access);
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::request(Index const& index, AdtEnums::Access access) const {
+    // Whatever becomes of the request, the block held is another one.
+    block_.distrust();
+    accessor().getBuffer(Detail::widened(index, 0), access, block_.handle());
+}
+
+// A block that was taken back or invalidated since `notices` were read goes; the caller asks again.
+template <int N, class T, class Traits>
+bool TypedViewBase<N, T, Traits>::stands(std::uint64_t notices) const {
+    if (block_.handle().standsSince(notices)) {
+        return true;
+    }
+    block_.distrust();
+    block_.handle().reset(/*releaseOwner=*/true);
+    return false;
+}
+
+template <int N, class T, class Traits>
+OpenEndedRange<4, int> TypedViewBase<N, T, Traits>::wholeBox() const noexcept {
+    return {FixedVector<4, int>(), Detail::widened(size_, 1)};
+}
+
+// [start, start + count), as far as indices go.
+template <int N, class T, class Traits>
+OpenEndedRange<N, int> TypedViewBase<N, T, Traits>::boxOf(Index const& start, Index const& count) noexcept {
+    OpenEndedRange<N, int> box{start, start};
+    for (int axis = 0; axis < N; ++axis) {
+        std::int64_t const end = std::int64_t{start.data()[axis]} + count.data()[axis];
+        constexpr std::int64_t kLowest = std::numeric_limits<int>::min();
+        constexpr std::int64_t kHighest = std::numeric_limits<int>::max();
+        box.max.data()[axis] = static_cast<int>(end > kHighest ? kHighest : end < kLowest ? kLowest : end);
+    }
+    return box;
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::setPrefetchHint(Index const& start, Index const& count) {
+    OpenEndedRange<4, int> box{Detail::widened(start, 0), Detail::widened(boxOf(start, count).max, 1)};
+    box.intersect(wholeBox());
+    accessor().setHint(IBufferAccessor::Prefetch, box, 1.0f);
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::cancelPrefetch() {
+    accessor().setHint(IBufferAccessor::CancelPrefetch, {}, 1.0f);
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::setCacheHint(bool on) {
+    accessor().setHint(IBufferAccessor::Cache, on ? wholeBox() : OpenEndedRange<4, int>(), 1.0f);
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::getIterator(Iterator& iterator, Index const& start, Index const& count) const {
+    iterator = Iterator(*this, block_, boxOf(start, count));
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::accessorUpdated() {
+    IBufferAccessor& target = accessor();
+    try {
+        size_ = Detail::narrowed<N>(target.getSize());
+    } catch (...) {
+        // A failure leaves the size as it was; the block is of a layout that is gone.
+        TypedViewBase::bufferInvalidated(block_.handle().owner());
+        throw;
+    }
+    TypedViewBase::bufferInvalidated(block_.handle().owner());
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::bufferInvalidated(BufferHandle::Owner const* owner) {
+    BufferHandle& handle = block_.handle();
+    if (owner != handle.owner()) {
+        return;
+    }
+    handle.invalidate(/*emptyRange=*/false);
+    // A view that shows the null value goes on showing it; one that reads memory must ask again.
+    handle.invalidate(/*emptyRange=*/block_.showsMemory());
+}
+
+template <int N, class T, class Traits>
+bool TypedViewBase<N, T, Traits>::prepareBufferRelease(void const* buffer, int& value) {
+    if (buffer != block_.handle().buffer()) {
+        return false;
+    }
+    value = value > 10000 ? value : 10000;
+    block_.handle().invalidate(/*emptyRange=*/true);
+    return true;
+}
+
+template <int N, class T, class Traits>
+void TypedViewBase<N, T, Traits>::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
+    block_.handle().tryThreadSafeReset(buffer, std::move(owner));
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

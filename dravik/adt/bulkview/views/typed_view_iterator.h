@@ -4,28 +4,31 @@
 // TypedViewIterBase: walks a box of a typed view sample by sample, and TypedViewBox, the box as a range. Both refer to
 // the view. Threads: as the view.
 
-#include "dravik/adt/bulkview/views/typed_view_base.h"
+#include "dravik/adt/bulkview/views/detail/held_block.h"
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
+template <int N, class T, class Traits>
+class TypedViewBase;
+struct BoundsCheckViewTraits;
+
 /// An input iterator over the samples of a box, last axis fastest, that ends at std::default_sentinel.
 ///
 /// Gives samples by value and never dangles: the view may be read, written, disposed of and its block taken back
-/// between two steps. Inside a row of the block on loan a step costs an addition; it notices by the view's count of
-/// fetches and by the end of the loan that the row is no longer there, and then reads as TypedViewBase::get does, with
+/// between two steps. Inside a row of the block on loan a step costs an addition; it notices by the block's
+/// tag that the row is no longer there, and then reads as TypedViewBase::get does, with
 /// its exceptions. Advancing never throws and asks the accessor for nothing.
 /// @lifetime of the view
 ///
 ///     TypedViewIterBase<2, float> at;
 ///     for (view.getIterator(at); at.next();) { histogram.add(at.index(), *at); }
-template <int N, class T>
+template <int N, class T, class Traits = BoundsCheckViewTraits>
 class TypedViewIterBase {
   public:
     using value_type = T;
@@ -33,14 +36,16 @@ class TypedViewIterBase {
     using iterator_concept = std::input_iterator_tag;
     using Index = FixedVector<N, int>;
     using Box = OpenEndedRange<N, int>;
-    using View = TypedViewBase<N, T>;
+    using View = TypedViewBase<N, T, Traits>;
+    using Block = Detail::HeldBlock<N, T>;
 
     /// At the end.
     TypedViewIterBase() noexcept = default;
 
-    /// Before the first index of the box: one less on the last axis. Advance it once to read.
-    TypedViewIterBase(View const& view, Box const& box) noexcept
-        : view_(&view), index_(box.min), box_(box), runEnd_(box.min.data()[N - 1]) {
+    /// Before the first index of the box: one less on the last axis. Advance it once to read. `block` is what the view
+    /// holds.
+    TypedViewIterBase(View const& view, Block const& block, Box const& box) noexcept
+        : view_(&view), block_(&block), index_(box.min), box_(box), runEnd_(box.min.data()[N - 1]) {
         index_ -= lastAxisStep();
     }
 
@@ -50,7 +55,7 @@ class TypedViewIterBase {
 
     /// The sample.
     /// @throws as TypedViewBase::get does
-    T operator*() const { return isCurrent() ? *reinterpret_cast<T const*>(address_) : view_->get(index_); }
+    T operator*() const { return block_->isTagged(tag_) ? *reinterpret_cast<T const*>(address_) : view_->get(index_); }
 
     TypedViewIterBase& operator++() noexcept {
         index_ += lastAxisStep();
@@ -80,27 +85,22 @@ class TypedViewIterBase {
         return step;
     }
 
-    // Whether the view still holds the block that address_ was taken from.
-    bool isCurrent() const noexcept {
-        return ((fetchCount_ ^ view_->fetchCount_) | static_cast<unsigned>(word_ ^ view_->handle_.firstAxisEnd())) == 0;
-    }
-
     // Both inline whatever their length: an iterator whose address is never taken stays in registers.
     [[gnu::always_inline]] void carry() noexcept;
     [[gnu::always_inline]] void findRun() noexcept;
 
     View const* view_ = nullptr;
+    Block const* block_ = nullptr;
     Index index_;
     Box box_;
     int runEnd_ = 0;  // where the row leaves the box or the block, on the last axis
     std::uintptr_t address_ = 0;
     std::uintptr_t stride_ = 0;  // bytes
-    std::uint64_t fetchCount_ = 0;
-    int word_ = 0;
+    typename Block::Tag tag_;    // of the block that address_ was taken from
 };
 
-template <int N, class T>
-inline void TypedViewIterBase<N, T>::carry() noexcept {
+template <int N, class T, class Traits>
+inline void TypedViewIterBase<N, T, Traits>::carry() noexcept {
     if (box_.isEmpty()) {
         index_.data()[0] = box_.max.data()[0];
         return;
@@ -111,34 +111,37 @@ inline void TypedViewIterBase<N, T>::carry() noexcept {
     }
 }
 
-template <int N, class T>
-inline void TypedViewIterBase<N, T>::findRun() noexcept {
+template <int N, class T, class Traits>
+inline void TypedViewIterBase<N, T, Traits>::findRun() noexcept {
     if (*this == std::default_sentinel) {
         return;
     }
-    fetchCount_ = view_->fetchCount_;
-    word_ = view_->window_.word();
-    if (view_->holds(index_)) {
-        address_ = view_->address(view_->readOrigin_, index_);
-        stride_ = static_cast<std::uintptr_t>(view_->strides_[N - 1]) * sizeof(T);
-        runEnd_ = std::min(view_->lastAxisEnd_, box_.max.data()[N - 1]);
+    tag_ = block_->tag();
+    int const last = index_.data()[N - 1];
+    if (block_->holds(index_)) {
+        address_ = block_->addressOf(index_);
+        stride_ = static_cast<std::uintptr_t>(block_->stride(N - 1)) * sizeof(T);
+        int const end = box_.max.data()[N - 1];
+        runEnd_ = end < block_->end(N - 1) ? end : block_->end(N - 1);
     } else {
         // The first sample of a block is read through the view, which fetches it; the next step finds the row.
-        --fetchCount_;
-        runEnd_ = index_.data()[N - 1] + 1;
+        --tag_.fetches;
+        runEnd_ = last + 1;
     }
 }
 
 /// The samples of a box of a view, last axis fastest: an input range that refers to the view.
 ///
 ///     for (float sample : view.samples({0, 0}, {10, 10})) { … }
-template <int N, class T>
+template <int N, class T, class Traits = BoundsCheckViewTraits>
 class TypedViewBox {
   public:
-    using Iterator = TypedViewIterBase<N, T>;
+    using Iterator = TypedViewIterBase<N, T, Traits>;
 
-    TypedViewBox(TypedViewBase<N, T> const& view, OpenEndedRange<N, int> const& box) noexcept
-        : beforeFirst_(view, box) {}
+    TypedViewBox(
+        TypedViewBase<N, T, Traits> const& view, Detail::HeldBlock<N, T> const& block,
+        OpenEndedRange<N, int> const& box) noexcept
+        : beforeFirst_(view, block, box) {}
 
     Iterator begin() const noexcept { return ++Iterator(beforeFirst_); }
     std::default_sentinel_t end() const noexcept { return std::default_sentinel; }

@@ -125,9 +125,11 @@ TEST(TypedViews, ServeOddBlocks) {
 
     float samples[] = {7, 8};
     view.init(lending({4, 4, 1, 1}, {{{0, 3, 0, 0}, {4, 2, 1, 1}}, {}, 0}, samples));
-    EXPECT_EQ(view.get(1, 3), 7);
-    samples[0] = 9;
-    EXPECT_EQ(view.get(1, 3), 9) << "asked for anew, since nothing is held";
+    EXPECT_THROW(view.get(1, 3), ViewBoundsException) << "the block lent is empty";
+    view.init(zeros({{2, 3}, {4, 4}}));
+    EXPECT_EQ(view.get(2, 3), 0);
+    EXPECT_THROW(view.get(0, 3), ViewBoundsException) << "inside the size, and before the memory";
+    EXPECT_THROW(view.set(3, 2, 1), ViewBoundsException);
     float out[2] = {};
     View3(lending({4, 4, 4, 1}, {{{}, {4, 4, 2, 1}}, {}, 0}, nullptr)).prototypeGetKTrace(0, 0, 2, out, 2);
     EXPECT_THAT(out, Each(IsNan())) << "one request for each sample that no block holds";
@@ -294,20 +296,111 @@ TEST(TypedViews, OwnAChainOfTheirOwnAsCopies) {
     EXPECT_EQ(copy.get(1, 1, 1), -1);
 }
 
+// A target that takes its block back, or invalidates it, while the request for it is under way.
+TEST(TypedViews, AskAgainForBlocksThatGoDuringTheRequest) {
+    float samples[] = {11, 12};
+    float elsewhere[] = {11, 12};
+    for (bool const releases : {false, true}) {
+        int requests = 0;
+        LendingAccessor* target = nullptr;
+        auto accessor =
+            std::make_unique<LendingAccessor>(Index4(2, 1, 1, 1), [&](auto, auto access, BufferHandle& handle) {
+                bool const isFirst = ++requests % 2 == 1;
+                handle.update(isFirst ? samples : elsewhere, {{{}, {2, 1, 1, 1}}, {1, 0, 0, 0}, 0}, access);
+                int value = 0;
+                isFirst ? void(target->client()->prepareBufferRelease(samples, value)) : void();
+                isFirst&& releases ? target->client()->releaseBuffer(samples, nullptr) : void();
+            });
+        target = accessor.get();
+        Typed2dRwView<float> view(std::move(accessor));
+        EXPECT_EQ(view.get(0, 0), 11);
+        view.set(0, 0, 9);
+        EXPECT_EQ(view.get(0, 0), 9);
+        EXPECT_EQ(elsewhere[0], 9);
+        EXPECT_EQ(samples[0], 11);
+        EXPECT_EQ(requests, 4);
+        elsewhere[0] = 11;
+    }
+}
+
+TEST(TypedViews, MoveWithChainAndBlock) {
+    OverBricks over;
+    over.view.set(0, 0, 1, -5);
+    EXPECT_EQ(
+        over.requestsFor([&] {
+            std::vector<View3> views;
+            views.push_back(std::move(over.view));
+            for (int more = 0; more < 8; ++more) {
+                views.emplace_back();
+            }
+            EXPECT_TRUE(over.view.isNull());
+            EXPECT_EQ(over.view.size(), Index3());
+            EXPECT_THROW(over.view.get(0, 0, 0), ViewException);
+            EXPECT_EQ(views[0].get(0, 0, 1), -5);
+            views[0].set(0, 0, 2, -6);
+            over.view = std::move(views[0]);
+        }),
+        0);
+    EXPECT_EQ(over.view.get(0, 0, 2), -6);
+    over.bricks->client()->bufferInvalidated(nullptr);
+    Typed2dRwView<float> absorbing(lending({4, 4, 1, 1}, {{{}, {4, 4, 1, 1}}, {}, 0}, nullptr));
+    absorbing.set(1, 1, 3);
+    Typed2dRwView<float> const moved(std::move(absorbing));
+    EXPECT_TRUE(std::isnan(moved.get(1, 1)));
+}
+
+TEST(TypedViews, EndThoughTheOwnersLockFails) {
+    struct StuckOwner : BufferHandle::Owner {
+        StuckOwner() { enableLocking(); }
+        void lock() override {
+            if (isStuck) {
+                throw std::runtime_error("stuck");
+            }
+        }
+        bool isStuck = false;
+    };
+    boost::intrusive_ptr<StuckOwner> const owner(new StuckOwner);
+    float sample = 0;
+    auto accessor = std::make_unique<LendingAccessor>(Index4(1, 1, 1, 1), [&](auto, auto access, BufferHandle& handle) {
+        handle.setOwner(owner.get());
+        handle.update(&sample, {{{}, {1, 1, 1, 1}}, {}, 0}, access);
+    });
+    {
+        Typed2dRoView<float> view(std::move(accessor));
+        view.get(0, 0);
+        owner->isStuck = true;
+        EXPECT_THROW(view.dispose(), std::runtime_error);
+    }
+    EXPECT_TRUE(owner->isUniqueRef());
+}
+
+// As a consumer with traits of its own would have it.
+TEST(TypedViews, CompileWithOtherTraits) {
+    struct OtherTraits {};
+    Typed2dRwView<float, OtherTraits> view(zeros({{0, 0}, {2, 3}}));
+    view.set(1, 2, 5);
+    float sum = 0;
+    for (float const sample : view.samples()) {
+        sum += sample;
+    }
+    EXPECT_EQ(sum, 5);
+}
+
 TEST(TypedViews, HintInTheirOwnBounds) {
     Testing::Journal journal;
     Typed3dRoView<float> view(std::make_unique<Testing::RecordingAccessor>("a", journal, Index4(4, 5, 6, 1)));
     journal.take();
     view.setPrefetchHint({2, 2, 2}, {10, 10, 10});
     view.setPrefetchHint({4, 7, 1}, {1, 1, 1});
+    view.setPrefetchHint({2, 0, 1}, {INT_MAX, 100, INT_MAX});
     view.cancelPrefetch();
     view.setCacheHint(true);
     view.setCacheHint(false);
     EXPECT_THAT(
         journal.take(), ElementsAre(
                             "a.setHint(0 [2,4)x[2,5)x[2,6)x[0,1) 1)", "a.setHint(0 [4,4)x[0,0)x[1,2)x[0,1) 1)",
-                            "a.setHint(1 [0,0)x[0,0)x[0,0)x[0,0) 1)", "a.setHint(3 [0,4)x[0,5)x[0,6)x[0,1) 1)",
-                            "a.setHint(3 [0,0)x[0,0)x[0,0)x[0,0) 1)"));
+                            "a.setHint(0 [2,4)x[0,5)x[1,6)x[0,1) 1)", "a.setHint(1 [0,0)x[0,0)x[0,0)x[0,0) 1)",
+                            "a.setHint(3 [0,4)x[0,5)x[0,6)x[0,1) 1)", "a.setHint(3 [0,0)x[0,0)x[0,0)x[0,0) 1)"));
 }
 
 TEST(TypedViews, ComputePositionsOfAnyWidth) {

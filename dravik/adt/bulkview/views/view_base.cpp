@@ -44,6 +44,18 @@ ViewBase& ViewBase::operator=(ViewBase const& other) {
     return *this;
 }
 
+void ViewBase::takeAccessor(ViewBase& other) noexcept {
+    accessor_ = std::move(other.accessor_);
+    if (accessor_ == nullptr) {
+        return;
+    }
+    try {
+        accessor_->setClient(this);
+    } catch (...) {
+        accessor_.reset();
+    }
+}
+
 IBufferAccessor& ViewBase::accessor() const {
     if (isNull()) {
         throw ViewException("Attempt to use an uninitialized or disposed view.");

@@ -39,6 +39,11 @@ class DRAVIK_ADT_EXPORT ViewBase : protected IBufferAccessor::IClient {
     /// @throws ViewException without an accessor
     IBufferAccessor& accessor() const;
 
+    /// Takes over the other's chain, and becomes its client; a chain that fails to take this client is destroyed.
+    /// @pre this view has no chain
+    void takeAccessor(ViewBase& other) noexcept;
+    void destroyAccessor() noexcept { accessor_.reset(); }
+
     /// Disposes of the chain, so there is nothing to give up: null.
     std::unique_ptr<IBufferAccessor> releaseAccessor() override;
 

@@ -229,6 +229,10 @@ void CacheIndex::setEntry(int entry, Box const& box, AdtEnums::Access access) no
     at.access[in] = access;
 }
 
+void CacheIndex::setUnusable(int entry) noexcept {
+    setEntry(entry, kNothing, AdtEnums::NoAccess);
+}
+
 CacheIndex::Box CacheIndex::boxOf(int entry) const noexcept {
     Box box;
     for (int axis = 0; axis < axes_; ++axis) {

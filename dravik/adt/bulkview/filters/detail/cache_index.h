@@ -61,6 +61,16 @@ class CacheIndex {
     /// @pre memory for it is reserved
     void store(Box const& box, AdtEnums::Access access, bool unusable) noexcept;
 
+    /// The entries for which `isGone(number)` holds serve nothing any more.
+    template <class IsGone>
+    void bar(IsGone isGone) noexcept {
+        for (int entry = 0; entry < size_; ++entry) {
+            if (isGone(entry)) {
+                setUnusable(entry);
+            }
+        }
+    }
+
     /// Removes the entries for which `isGone(number)` holds. The others move up and keep their order; what they
     /// remember of one another is not renumbered, since every guess is tested before it is used.
     template <class IsGone>
@@ -126,6 +136,7 @@ class CacheIndex {
     void reset() noexcept;
     void append(Box const& box, AdtEnums::Access access) noexcept;
     void setEntry(int entry, Box const& box, AdtEnums::Access access) noexcept;
+    void setUnusable(int entry) noexcept;
     Box boxOf(int entry) const noexcept;
     void link(int next) noexcept;
     void move(int from, int to) noexcept;
