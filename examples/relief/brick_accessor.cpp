@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "brick_accessor.h"
 
-#include <dravik/adt/exceptions/not_supported_exception.h>
-#include <dravik/adt/exceptions/object_disposed_exception.h>
+#include <dravik/adt/exceptions/simple_exception.h>
 
 #include <algorithm>
 #include <cstddef>

@@ -5,8 +5,7 @@
 #include "made_files.h"
 #include "netcdf_source.h"
 
-#include <dravik/adt/exceptions/not_supported_exception.h>
-#include <dravik/adt/exceptions/object_disposed_exception.h>
+#include <dravik/adt/exceptions/simple_exception.h>
 #include <dravik/adt/testing/conformance.h>
 
 #include <gtest/gtest.h>

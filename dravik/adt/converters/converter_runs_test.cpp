@@ -4,7 +4,7 @@
 #include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/converters/value_converter_factory.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/random.h"
 
 #include <gtest/gtest.h>

@@ -6,7 +6,7 @@
 #include "dravik/adt/converters/value_converter_factory.h"
 
 #include "dravik/adt/core/fixed_vector.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/failure_loop.h"
 
 #include <boost/make_shared.hpp>

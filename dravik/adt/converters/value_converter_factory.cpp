@@ -10,7 +10,7 @@
 #include "dravik/adt/converters/int1_copy_converter.h"
 #include "dravik/adt/converters/pure_type_converter.h"
 #include "dravik/adt/converters/type_register.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/platform/type_name.h"
 
 #include <boost/make_shared.hpp>

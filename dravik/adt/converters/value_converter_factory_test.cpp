@@ -3,7 +3,7 @@
 
 #include "dravik/adt/converters/int1.h"
 #include "dravik/adt/converters/type_register.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -3,14 +3,12 @@
 
 #include "dravik/adt/exceptions/detail/address_text.h"
 
-#include <boost/make_shared.hpp>
-
 #include <string_view>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
 
 AccessViolationException::AccessViolationException(EXCEPTION_RECORD const& record)
-    : SystemException(record, ""),
+    : Cloneable(record, ""),
       accessedAddress_(reinterpret_cast<void const*>(record.parameters[1])),
       writeAccess_(record.parameters[0] != 0) {
     appendDetailedMessage();
@@ -24,13 +22,7 @@ bool AccessViolationException::isWriteAccess() const noexcept {
     return writeAccess_;
 }
 
-ICloneableException::ConstPtr AccessViolationException::clone() const {
-    return boost::make_shared<AccessViolationException>(*this);
-}
-
-void AccessViolationException::throwClone() const {
-    throw AccessViolationException(*this);
-}
+AccessViolationException::~AccessViolationException() = default;
 
 void AccessViolationException::appendDetailedMessage() {
     constexpr std::string_view kFault = "Access violation";

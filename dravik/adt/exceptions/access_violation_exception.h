@@ -11,7 +11,7 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 ///
 ///     Serious exception: Access violation reading from address 0x00000000
 ///     Exception occurred at offset 0x1a2b in module libexample.so (process address 0x10001A2B)
-class DRAVIK_ADT_EXPORT AccessViolationException : public SystemException {
+class DRAVIK_ADT_EXPORT AccessViolationException : public Cloneable<AccessViolationException, SystemException> {
   public:
     /// The first parameter of the record tells the direction (0 is a read), the second the accessed address.
     explicit AccessViolationException(EXCEPTION_RECORD const& record);
@@ -22,8 +22,9 @@ class DRAVIK_ADT_EXPORT AccessViolationException : public SystemException {
     /// True for every access but a read, the attempt to execute included.
     bool isWriteAccess() const noexcept;
 
-    ConstPtr clone() const override;
-    [[noreturn]] void throwClone() const override;
+    AccessViolationException(AccessViolationException const&) = default;
+    AccessViolationException& operator=(AccessViolationException const&) = default;
+    ~AccessViolationException() override;
 
   private:
     void appendDetailedMessage();

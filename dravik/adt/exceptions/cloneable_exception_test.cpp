@@ -2,15 +2,12 @@
 #include "dravik/adt/exceptions/cloneable_exception.h"
 
 #include "dravik/adt/exceptions/access_violation_exception.h"
-#include "dravik/adt/exceptions/cloned_str_exception.h"
+#include "dravik/adt/exceptions/cloned_exception.h"
 #include "dravik/adt/exceptions/memory_exception.h"
 #include "dravik/adt/exceptions/nested_exception.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
-#include "dravik/adt/exceptions/not_supported_exception.h"
-#include "dravik/adt/exceptions/object_disposed_exception.h"
 #include "dravik/adt/exceptions/plain_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/exceptions/system_error.h"
-#include "dravik/adt/exceptions/unknown_exception.h"
 #include "dravik/adt/testing/failure_loop.h"
 #include "dravik/adt/testing/fault_situations.h"
 

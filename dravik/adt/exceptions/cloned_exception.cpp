@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/exceptions/cloned_exception.h"
 
-#include "dravik/adt/exceptions/cloned_std_exception.h"
-#include "dravik/adt/exceptions/cloned_str_exception.h"
 #include "dravik/adt/exceptions/memory_exception.h"
-#include "dravik/adt/exceptions/unknown_exception.h"
 
 #include <cxxabi.h>
 #include <utility>
@@ -12,6 +9,10 @@
 namespace Quorvel::Dravik::Adt::Exceptions {
 
 namespace {
+
+std::string textOf(char const* text) {
+    return text == nullptr ? "" : text;
+}
 
 /// The clone of last resort, made at load: for an exception whose own clone cannot be made. Never destroyed.
 ICloneableException::ConstPtr const& noMemory() {
@@ -94,5 +95,17 @@ ICloneableException::ConstPtr ClonedException::askHandlers() {
     }
     return {};
 }
+
+ClonedStdException::ClonedStdException(std::exception const& source)
+    : Cloneable(typeid(source), textOf(source.what()), /*typeNameInFront=*/true) {}
+ClonedStdException::~ClonedStdException() = default;
+
+ClonedStrException::ClonedStrException(char const* text)
+    : Cloneable(typeid(char*), textOf(text), /*typeNameInFront=*/false) {}
+ClonedStrException::~ClonedStrException() = default;
+
+UnknownException::UnknownException()
+    : Cloneable(typeid(void), "Caught exception of unknown type.", /*typeNameInFront=*/false) {}
+UnknownException::~UnknownException() = default;
 
 }  // namespace Quorvel::Dravik::Adt::Exceptions

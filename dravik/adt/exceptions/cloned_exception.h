@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// ClonedException: what becomes of an exception that is not cloneable by itself, and the capture of whatever is being
-// handled. Capture runs on any number of threads at once; registration must not overlap it.
+// ClonedException: what becomes of an exception that is not cloneable by itself, the kinds of it, and the capture of
+// whatever is being handled. Capture runs on any number of threads at once; registration must not overlap it.
 
+#include "dravik/adt/exceptions/cloneable.h"
 #include "dravik/adt/exceptions/cloneable_exception_base.h"
 
 #include <boost/function.hpp>
 
+#include <exception>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
@@ -68,6 +70,32 @@ class DRAVIK_ADT_EXPORT ClonedException : public CloneableExceptionBase {
     static std::vector<Handler>* ex_handlers_;  ///< null before the first; never destroyed
 
     std::type_info const& type_;
+};
+
+/// A standard exception. Message: the readable name of its dynamic type, ": " and its what().
+class DRAVIK_ADT_EXPORT ClonedStdException : public Cloneable<ClonedStdException, ClonedException> {
+  public:
+    /// A null what() is an empty text.
+    explicit ClonedStdException(std::exception const& source);
+    ClonedStdException(ClonedStdException const&) = default;
+    ~ClonedStdException() override;
+};
+
+/// A thrown character string. Message: the string alone. Its exceptionType() is that of `char*`.
+class DRAVIK_ADT_EXPORT ClonedStrException : public Cloneable<ClonedStrException, ClonedException> {
+  public:
+    /// Copies the characters; a null pointer has none.
+    explicit ClonedStrException(char const* text);
+    ClonedStrException(ClonedStrException const&) = default;
+    ~ClonedStrException() override;
+};
+
+/// Something that nobody knows. Message: "Caught exception of unknown type.". Its exceptionType() is that of `void`.
+class DRAVIK_ADT_EXPORT UnknownException : public Cloneable<UnknownException, ClonedException> {
+  public:
+    UnknownException();
+    UnknownException(UnknownException const&) = default;
+    ~UnknownException() override;
 };
 
 }  // namespace Quorvel::Dravik::Adt::Exceptions

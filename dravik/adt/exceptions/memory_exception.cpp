@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/exceptions/memory_exception.h"
 
-#include <boost/make_shared.hpp>
-
 namespace Quorvel::Dravik::Adt::Exceptions {
 namespace {
 
@@ -23,7 +21,7 @@ std::string amountText(std::uint32_t byteAmount) {
 MemoryException::MemoryException(std::bad_alloc const& source) : MemoryException(source, "", 0) {}
 
 MemoryException::MemoryException(std::bad_alloc const& source, std::string const& context, unsigned int byteAmount)
-    : ClonedStdException(source), byteAmount_(byteAmount), context_(context) {
+    : Cloneable(source), byteAmount_(byteAmount), context_(context) {
     updateMsg();
 }
 
@@ -35,13 +33,7 @@ unsigned int MemoryException::getAllocationAmount() const noexcept {
     return byteAmount_;
 }
 
-ICloneableException::ConstPtr MemoryException::clone() const {
-    return boost::make_shared<MemoryException>(*this);
-}
-
-void MemoryException::throwClone() const {
-    throw MemoryException(*this);
-}
+MemoryException::~MemoryException() = default;
 
 void MemoryException::updateMsg() {
     setMsg(

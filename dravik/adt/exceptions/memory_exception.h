@@ -3,7 +3,7 @@
 
 // MemoryException: an allocation that failed, with its size and place where they are known. Threads: as std::string.
 
-#include "dravik/adt/exceptions/cloned_std_exception.h"
+#include "dravik/adt/exceptions/cloned_exception.h"
 
 #include <cstdint>
 #include <new>
@@ -13,7 +13,7 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 /// Message: "Failed to allocate 3 MiB memory: std::bad_alloc exception in SharedBuffer"; amount and place are left out
 /// where they are not given. The amount is written in units of 1024, rounded up, with the first unit that leaves a
 /// number below 1000.
-class DRAVIK_ADT_EXPORT MemoryException : public ClonedStdException {
+class DRAVIK_ADT_EXPORT MemoryException : public Cloneable<MemoryException, ClonedStdException> {
   public:
     /// Without amount and context.
     explicit MemoryException(std::bad_alloc const& source);
@@ -26,8 +26,8 @@ class DRAVIK_ADT_EXPORT MemoryException : public ClonedStdException {
     /// Bytes that could not be allocated; 0 when no amount is given.
     unsigned int getAllocationAmount() const noexcept;
 
-    ConstPtr clone() const override;
-    [[noreturn]] void throwClone() const override;
+    MemoryException(MemoryException const&) = default;
+    ~MemoryException() override;
 
   private:
     void updateMsg();

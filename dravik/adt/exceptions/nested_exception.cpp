@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/exceptions/nested_exception.h"
 
-#include "dravik/adt/exceptions/cloned_std_exception.h"
+#include "dravik/adt/exceptions/cloned_exception.h"
 
 #include <utility>
 

@@ -13,7 +13,7 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 /// Base for exceptions with a cause: an outer message of its own and, where there is one, the inner exception.
 ///
 /// Message: the outer message, then ": " and the inner exception's whole message when there is an inner exception, also
-/// after an empty outer message. A concrete class adds clone() and throwClone().
+/// after an empty outer message. A concrete class derives from it through Cloneable.
 class DRAVIK_ADT_EXPORT NestedException : public CloneableExceptionBase {
   public:
     NestedException(NestedException const&) = default;

@@ -3,25 +3,17 @@
 
 #include "dravik/adt/platform/system_error_text.h"
 
-#include <boost/make_shared.hpp>
-
 namespace Quorvel::Dravik::Adt::Exceptions {
 
 SystemError::SystemError(unsigned long code)
-    : CloneableExceptionBase("[SystemError] " + getErrorMsg(static_cast<std::uint32_t>(code))),
+    : Cloneable("[SystemError] " + getErrorMsg(static_cast<std::uint32_t>(code))),
       code_(static_cast<std::uint32_t>(code)) {}
 
 unsigned long SystemError::getErrorCode() const noexcept {
     return code_;
 }
 
-ICloneableException::ConstPtr SystemError::clone() const {
-    return boost::make_shared<SystemError>(*this);
-}
-
-void SystemError::throwClone() const {
-    throw SystemError(*this);
-}
+SystemError::~SystemError() = default;
 
 std::string SystemError::getErrorMsg(std::uint32_t code) {
     std::string const text = Platform::systemErrorText(code).value_or("Failed to format Windows error message.");

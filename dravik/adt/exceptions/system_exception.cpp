@@ -5,8 +5,6 @@
 #include "dravik/adt/exceptions/detail/address_text.h"
 #include "dravik/adt/platform/module.h"
 
-#include <boost/make_shared.hpp>
-
 #include <cstdio>
 
 namespace Quorvel::Dravik::Adt::Exceptions {
@@ -47,7 +45,7 @@ std::string place(void const* address) {
 }  // namespace
 
 SystemException::SystemException(EXCEPTION_RECORD const& record, std::string const& message)
-    : CloneableExceptionBase(firstLine(record.code, message) + "\nException occurred" + place(record.address)),
+    : Cloneable(firstLine(record.code, message) + "\nException occurred" + place(record.address)),
       code_(record.code),
       address_(record.address),
       record_(record) {}
@@ -92,12 +90,6 @@ unsigned long SystemException::sehFilterException(unsigned long code, EXCEPTION_
     return *out ? 1 : 0;
 }
 
-ICloneableException::ConstPtr SystemException::clone() const {
-    return boost::make_shared<SystemException>(*this);
-}
-
-void SystemException::throwClone() const {
-    throw SystemException(*this);
-}
+SystemException::~SystemException() = default;
 
 }  // namespace Quorvel::Dravik::Adt::Exceptions

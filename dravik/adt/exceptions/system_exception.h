@@ -3,6 +3,7 @@
 
 // SystemException: a severe fault of the processor or the system, translated. Threads: as std::string.
 
+#include "dravik/adt/exceptions/cloneable.h"
 #include "dravik/adt/exceptions/cloneable_exception_base.h"
 #include "dravik/adt/exceptions/exception_record.h"
 
@@ -14,7 +15,7 @@ namespace Quorvel::Dravik::Adt::Exceptions {
 ///
 ///     Serious exception: Integer division by zero
 ///     Exception occurred at offset 0x1a2b in module libexample.so (process address 0x10001A2B)
-class DRAVIK_ADT_EXPORT SystemException : public CloneableExceptionBase {
+class DRAVIK_ADT_EXPORT SystemException : public Cloneable<SystemException, CloneableExceptionBase> {
   public:
     /// Copies the record. `message` is the first line; when it is empty, the code makes one.
     SystemException(EXCEPTION_RECORD const& record, std::string const& message);
@@ -35,8 +36,9 @@ class DRAVIK_ADT_EXPORT SystemException : public CloneableExceptionBase {
     /// @pre `info`, its record and `out` are not null
     static unsigned long sehFilterException(unsigned long code, EXCEPTION_POINTERS* info, ConstPtr* out);
 
-    ConstPtr clone() const override;
-    [[noreturn]] void throwClone() const override;
+    SystemException(SystemException const&) = default;
+    SystemException& operator=(SystemException const&) = default;
+    ~SystemException() override;
 
   private:
     std::uint32_t code_;

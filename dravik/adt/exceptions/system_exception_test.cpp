@@ -3,7 +3,7 @@
 
 #include "dravik/adt/exceptions/access_violation_exception.h"
 #include "dravik/adt/exceptions/cloned_exception.h"
-#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/exceptions/system_error.h"
 #include "dravik/adt/testing/fault_situations.h"
 

@@ -3,8 +3,7 @@
 
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
 #include "dravik/adt/bulkdef/view/composite_view_def.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
-#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 
 #include <algorithm>
 #include <cstdint>

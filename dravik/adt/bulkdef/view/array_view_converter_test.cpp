@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkdef/view/array_view_converter.h"
 
-#include "dravik/adt/exceptions/not_implemented_exception.h"
-#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/modelled_views.h"
 
 #include <gmock/gmock.h>

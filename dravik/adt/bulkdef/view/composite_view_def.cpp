@@ -3,7 +3,7 @@
 
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 
 #include <boost/smart_ptr/make_shared.hpp>
 

@@ -4,7 +4,7 @@
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
 #include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/modelled_views.h"
 
 #include <gmock/gmock.h>

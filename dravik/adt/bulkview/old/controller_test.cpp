@@ -4,8 +4,8 @@
 #include "dravik/adt/bulkview/old/controller_adapter.h"
 #include "dravik/adt/bulkview/old/controller_functions.h"
 #include "dravik/adt/converters/value_converter_factory.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
 #include "dravik/adt/exceptions/plain_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/lending_accessor.h"
 #include "dravik/adt/testing/random.h"
 
