@@ -64,10 +64,14 @@ struct SpareOwner {
     ~SpareOwner() { unmapStack(std::exchange(spare, {nullptr, /*isKept=*/false}).mapping); }
 };
 
-void* takeStack() noexcept {
+/// The thread's own, kept or new; null without memory, or with an `earlier` one that is large enough.
+void* takeStack(stack_t& earlier) noexcept {
     static thread_local SpareOwner const owner;
     void* const kept = std::exchange(spare.mapping, nullptr);
-    return kept != nullptr ? kept : mapStack();
+    if (kept != nullptr) {
+        return kept;
+    }
+    return sigaltstack(nullptr, &earlier) != 0 || isLargeEnough(earlier) ? nullptr : mapStack();
 }
 
 void returnStack(void* mapping) noexcept {
@@ -76,18 +80,17 @@ void returnStack(void* mapping) noexcept {
 
 }  // namespace
 
-AlternateStack::AlternateStack() noexcept {
-    if (sigaltstack(nullptr, &earlier_) != 0 || isLargeEnough(earlier_)) {
-        return;
-    }
-    mapping_ = takeStack();
+AlternateStack::AlternateStack() noexcept : mapping_(takeStack(earlier_)) {
     if (mapping_ == nullptr) {
         return;
     }
     stack_t ours = {};
     ours.ss_sp = static_cast<std::byte*>(mapping_) + kAlternateStackGuard;
     ours.ss_size = stackByteSize();
-    if (sigaltstack(&ours, nullptr) != 0) {  // we are in a handler that runs on the one it would replace
+    if (sigaltstack(&ours, &earlier_) != 0) {  // we are in a handler that runs on the one it would replace
+        returnStack(std::exchange(mapping_, nullptr));
+    } else if (isLargeEnough(earlier_)) {
+        sigaltstack(&earlier_, nullptr);
         returnStack(std::exchange(mapping_, nullptr));
     }
 }

@@ -26,8 +26,8 @@ class AlternateStack {
     ~AlternateStack();
 
   private:
-    void* mapping_ = nullptr;  ///< guard page and stack; null where the thread kept its own
     stack_t earlier_ = {};
+    void* mapping_;  ///< guard pages and stack; null where the thread kept its own
 };
 
 }  // namespace Quorvel::Dravik::Adt::Platform

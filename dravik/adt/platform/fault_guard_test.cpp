@@ -49,7 +49,7 @@ std::optional<Fault> guarded(std::function<void()> body) {
 void onThread(std::function<void()> body) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setguardsize(&attributes, 1 << 20);
+    pthread_attr_setguardsize(&attributes, 8 << 20);
     pthread_t thread;
     auto const start = [](void* function) -> void* {
         (*static_cast<std::function<void()>*>(function))();
@@ -130,14 +130,27 @@ struct sigaction actionOf(Handler handler, unsigned flags, int blocked = SIGUSR2
 }
 
 /// Installs a disposition for one test.
-class HostAction {
-  public:
-    HostAction(int signal, struct sigaction const& action) : signal_(signal) { sigaction(signal_, &action, &before_); }
-    ~HostAction() { sigaction(signal_, &before_, nullptr); }
+struct HostAction {
+    HostAction(int number, struct sigaction const& action) : signal(number) { sigaction(signal, &action, &before); }
+    ~HostAction() { sigaction(signal, &before, nullptr); }
 
-  private:
-    int signal_;
-    struct sigaction before_ = {};
+    int signal;
+    struct sigaction before = {};
+};
+
+/// A thread that enters and leaves guards until this is destroyed.
+struct GuardingThread {
+    ~GuardingThread() {
+        isOver = true;
+        thread.join();
+    }
+    std::atomic<long> calls = 0;
+    std::atomic<bool> isOver = false;
+    std::thread thread{[this] {
+        for (; !isOver; ++calls) {
+            guarded([] {});
+        }
+    }};
 };
 
 /// Takes the stack of the caller, in frames of some hundred bytes.
@@ -150,25 +163,20 @@ class HostAction {
 }
 
 /// Gives the thread an alternate stack for one test.
-class HostStack {
-  public:
-    explicit HostStack(std::size_t byteSize, int flags = 0) : memory_(byteSize) {
-        stack_t const stack{memory_.data(), flags, byteSize};
-        sigaltstack(&stack, nullptr);
+struct HostStack {
+    explicit HostStack(std::size_t byteSize, int flags = 0) : memory(byteSize) {
+        set({memory.data(), flags, byteSize});
     }
-    ~HostStack() {
-        stack_t const none{nullptr, SS_DISABLE, 0};
-        sigaltstack(&none, nullptr);
-    }
+    ~HostStack() { set({nullptr, SS_DISABLE, 0}); }
 
+    static void set(stack_t const& stack) { sigaltstack(&stack, nullptr); }
     bool isInstalled() const {
         stack_t now = {};
         sigaltstack(nullptr, &now);
-        return now.ss_sp == memory_.data();
+        return now.ss_sp == memory.data();
     }
 
-  private:
-    std::vector<char> memory_;
+    std::vector<char> memory;
 };
 
 void inACatchBlock(void (*body)()) {
@@ -211,7 +219,7 @@ void withUnusualSettings(void (*body)()) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST(FaultGuard, ReturnsEveryFaultAndLeavesTheThreadAsItWas) {
+TEST(FaultGuard, ReturnsEveryFaultAndRestoresTheThread) {
     expectAllFaults();
     onThread(expectAllFaults);
     for (auto const surround : {inACatchBlock, whileUnwinding, insideAnotherGuard, withUnusualSettings}) {
@@ -219,7 +227,7 @@ TEST(FaultGuard, ReturnsEveryFaultAndLeavesTheThreadAsItWas) {
     }
 }
 
-TEST(FaultGuard, WithoutAFaultKeepsWhatTheBodyChangedAndLetsExceptionsPass) {
+TEST(FaultGuard, KeepsWhatTheBodyChangedWithoutAFault) {
     onThread([] {
         EXPECT_FALSE(guarded([] {
             fesetround(FE_UPWARD);
@@ -236,7 +244,7 @@ TEST(FaultGuard, WithoutAFaultKeepsWhatTheBodyChangedAndLetsExceptionsPass) {
     });
 }
 
-TEST(FaultGuard, UsesTheHostsAlternateStackWhereItIsLargeEnough) {
+TEST(FaultGuard, UsesALargeAlternateStackOfTheHost) {
     struct Row {
         char const* name;
         std::size_t byteSize;
@@ -258,7 +266,7 @@ TEST(FaultGuard, UsesTheHostsAlternateStackWhereItIsLargeEnough) {
     }
 }
 
-TEST(FaultGuard, LeavesAnAlternateStackThatIsInUseOrNew) {
+TEST(FaultGuard, LeavesAnAlternateStackInUse) {
     {
         HostStack const host(40 << 10);
         HostAction const action(SIGUSR2, actionOf([](int) { EXPECT_TRUE(guarded(readNull)); }, SA_ONSTACK));
@@ -273,35 +281,33 @@ TEST(FaultGuard, LeavesAnAlternateStackThatIsInUseOrNew) {
     EXPECT_TRUE(fresh->isInstalled());
 }
 
-/// Bytes of the process that are resident, and how many mappings it has.
+/// Pages of the process that are resident, and how many mappings it has.
 std::pair<long, long> memoryInUse() {
     std::ifstream maps("/proc/self/maps");
     long const mappings = std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
     long pages = 0;
     std::ifstream("/proc/self/statm") >> pages >> pages;
-    return {pages * sysconf(_SC_PAGESIZE), mappings};
+    return {pages, mappings};
 }
 
 TEST(FaultGuard, DoesNotGrow) {
-    auto const fault = [](int count) {
-        for (int i = 0; i < count; ++i) {
+    auto const faultOften = [](int times, int threads) {
+        for (int i = 0; i < times; ++i) {
             runGuarded([](void*) { readNull(); }, nullptr);
         }
+        for (int i = 0; i < threads; ++i) {
+            onThread([] {
+                // Built before the thread's first guarded call, so destroyed after whatever that call keeps.
+                static thread_local RunsAtTheEnd const late{[] { EXPECT_TRUE(guarded(readNull)); }};
+                EXPECT_TRUE(late.body && guarded(readNull));
+            });
+        }
     };
-    auto const faultOnThread = [] {
-        // Built before the thread's first guarded call, so destroyed after whatever that call keeps for the thread.
-        static thread_local RunsAtTheEnd const late{[] { EXPECT_TRUE(guarded(readNull)); }};
-        EXPECT_TRUE(late.body && guarded(readNull));
-    };
-    fault(1000);
-    onThread(faultOnThread);
+    faultOften(1000, 1);
     auto const before = memoryInUse();
-    fault(100'000);
-    for (int i = 0; i < 20; ++i) {
-        onThread(faultOnThread);
-    }
+    faultOften(100'000, 20);
     auto const after = memoryInUse();
-    EXPECT_LT(after.first - before.first, 1 << 20);
+    EXPECT_LT(after.first - before.first, 256);
     EXPECT_LE(after.second, before.second + 2);
 }
 
@@ -340,13 +346,11 @@ void note(int signal, siginfo_t* info, void* context) {
     handlerLog = {handlerLog.calls + 1, signal, code, hasInfo, isBlocked(SIGUSR2), isBlocked(signal)};
     lastContext = context;
 }
-void noteTwice(int signal, siginfo_t* info, void* context) {
-    note(signal, info, context);
-    note(signal, info, context);
-}
-void noteThrice(int signal, siginfo_t* info, void* context) {
-    noteTwice(signal, info, context);
-    note(signal, info, context);
+template <int times>
+void noteOften(int signal, siginfo_t* info, void* context) {
+    for (int i = 0; i < times; ++i) {
+        note(signal, info, context);
+    }
 }
 void notePlainly(int signal) {
     note(signal, nullptr, nullptr);
@@ -375,7 +379,7 @@ TEST(HostHandlers, GetSentSignalsInTheirOwnStyle) {
             {"WithInfo", actionOf(note, SA_RESTART), {1, signal, SI_TKILL, true, true, true}, true},
             {"OtherFlags", actionOf(note, SA_RESTART | SA_NODEFER), {1, signal, SI_TKILL, true, true, false}, true},
             {"OtherMask", actionOf(note, SA_RESTART, SIGUSR1), {1, signal, SI_TKILL, true, false, true}, true},
-            {"OtherHandler", actionOf(noteTwice, SA_RESTART), {2, signal, SI_TKILL, true, true, true}, true},
+            {"OtherHandler", actionOf(noteOften<2>, SA_RESTART), {2, signal, SI_TKILL, true, true, true}, true},
             {"ForOneTime", actionOf(notePlainly, SA_NODEFER | SA_RESETHAND), {1, signal, 0, false, true, false}, false},
             {"Ignored", actionOf(SIG_IGN, 0), {}, true},
         };
@@ -411,19 +415,11 @@ TEST(HostHandlers, SeeOnlyFaultsOfUnguardedThreads) {
     guarded([] {
         expectAllFaults();
         onThread([] {
-            for (int i = 0; i < 3; ++i) {
-                escapeFromAFault();
-            }
+            escapeFromAFault();
+            escapeFromAFault();
         });
-    });
-    expectAllFaults();
-}
-
-TEST(HostHandlers, StandBelowTheNextOutermostGuard) {
-    HostAction const before(SIGSEGV, actionOf(note, 0));
-    guarded([] {
         HostAction const late(SIGSEGV, actionOf([](int) { std::abort(); }, 0));
-        onThread([] { EXPECT_TRUE(guarded(readNull)); });
+        onThread([] { EXPECT_TRUE(guarded(readNull)) << "the next outermost guard is on top again"; });
     });
     expectAllFaults();
 }
@@ -505,27 +501,18 @@ TEST(HostHandlers, AreAllReachedWhoeverCoversUs) {
     int count = 0;
     for (int step = 0; step < 400 && !testing::Test::HasFailure(); ++step) {
         SCOPED_TRACE(testing::Message() << "step " << step << " from " << count << " covers");
-        switch (random() % 4) {
-        case 0:
-            if (count < kCovers) {
+        auto const action = random() % 4;
+        if (action == 0 && count < kCovers) {
+            install(count++);
+        } else if (action == 1 && count < kCovers) {
+            guarded([&count] {
                 install(count++);
-            }
-            break;
-        case 1:
-            if (count < kCovers) {
-                guarded([&count] {
-                    install(count++);
-                    EXPECT_TRUE(guarded(readNull)) << "a covered guard gets what the cover passes on";
-                });
-            }
-            break;
-        case 2:
+                EXPECT_TRUE(guarded(readNull)) << "a covered guard gets what the cover passes on";
+            });
+        } else if (action == 2 && count > 0) {
             guarded([] {});  // takes ours away, so that the cover is on top and can leave
-            if (count > 0) {
-                uninstall(--count);
-            }
-            break;
-        default:
+            uninstall(--count);
+        } else {
             expectAllReached();
         }
         EXPECT_TRUE(guarded(readNull));
@@ -557,26 +544,17 @@ TEST(HostHandlers, AreAskedAgainAfterAJump) {
 
 TEST(HostHandlers, AreNeverLostBetweenGuards) {
     HostAction const before(SIGSEGV, actionOf(note, 0));
-    std::atomic<long> calls = 0;
-    std::atomic<bool> isOver = false;
-    std::thread caller([&] {
-        while (!isOver) {
-            guarded([] {});
-            ++calls;
-        }
-    });
+    GuardingThread const other;
     int lost = 0;
-    for (int round = 0; round < 300; ++round) {
-        HostAction const late(SIGSEGV, actionOf(round % 2 == 0 ? noteTwice : noteThrice, 0));
-        for (long const start = calls; calls < start + 2;) {
+    for (int round = 0; round < 200; ++round) {
+        HostAction const late(SIGSEGV, actionOf(round % 2 == 0 ? noteOften<2> : noteOften<3>, 0));
+        for (long const start = other.calls; other.calls < start + 2;) {
             std::this_thread::yield();
         }
         handlerLog = {};
         std::raise(SIGSEGV);
         lost += handlerLog.calls != 2 + round % 2;
     }
-    isOver = true;
-    caller.join();
     EXPECT_EQ(lost, 0);
 }
 
@@ -585,37 +563,45 @@ TEST(HostHandlers, HaveRoomOnAGuardedThread) {
     onThread([] { EXPECT_FALSE(guarded([] { std::raise(SIGUSR2); })); });
 }
 
+void unguardedFault() {
+    guarded([] { std::thread(readNull).join(); });
+}
+
 TEST(HostHandlersDeathTest, DefaultsEndTheProcessAsWithoutUs) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    auto const unguardedFault = [] { guarded([] { std::thread(readNull).join(); }); };
-    EXPECT_EXIT(unguardedFault(), testing::KilledBySignal(SIGSEGV), "");
-    EXPECT_EXIT(guarded([] { std::raise(SIGBUS); }), testing::KilledBySignal(SIGBUS), "");
-    auto const ignoredFault = [&] {
-        HostAction const host(SIGSEGV, actionOf(SIG_IGN, 0));
-        unguardedFault();
+    struct Row {
+        char const* name;
+        int signal;
+        void (*end)();
     };
-    EXPECT_EXIT(ignoredFault(), testing::KilledBySignal(SIGSEGV), "");
-    auto const circle = [] {  // between ours and one that has saved ours
-        guarded([] { install(0); });
-        install(0);
-        guarded([] { std::raise(SIGSEGV); });
+    Row const rows[] = {
+        {"UnguardedFault", SIGSEGV, unguardedFault},
+        {"SentSignal", SIGBUS, [] { guarded([] { std::raise(SIGBUS); }); }},
+        {"IgnoredFault", SIGSEGV,
+         [] {
+             HostAction const host(SIGSEGV, actionOf(SIG_IGN, 0));
+             unguardedFault();
+         }},
+        {"Circle", SIGSEGV,  // between ours and one that has saved ours
+         [] {
+             guarded([] { install(0); });
+             install(0);
+             guarded([] { std::raise(SIGSEGV); });
+         }},
+        {"HandlerAtTheEndOfItsStack", SIGSEGV,
+         [] {
+             HostAction const host(SIGUSR2, actionOf([](int) { useStack(8 << 20); }, SA_ONSTACK));
+             onThread([] { guarded([] { std::raise(SIGUSR2); }); });
+         }},
     };
-    EXPECT_EXIT(circle(), testing::KilledBySignal(SIGSEGV), "");
-    auto const overrun = [] {  // a handler at the end of its stack is no fault of the guarded function
-        HostAction const host(SIGUSR2, actionOf([](int) { useStack(8 << 20); }, SA_ONSTACK));
-        onThread([] { guarded([] { std::raise(SIGUSR2); }); });
-    };
-    EXPECT_EXIT(overrun(), testing::KilledBySignal(SIGSEGV), "");
+    for (Row const& row : rows) {
+        EXPECT_EXIT(row.end(), testing::KilledBySignal(row.signal), "") << row.name;
+    }
 }
 
 TEST(FaultGuard, WorksInTheChildOfAGuardedProcess) {
     std::string const before = threadState();
-    std::atomic<bool> isOver = false;
-    std::thread caller([&isOver] {
-        while (!isOver) {
-            guarded([] {});
-        }
-    });
+    GuardingThread const other;
     for (int i = 0; i < 100 && !testing::Test::HasFailure(); ++i) {
         pid_t const child = fork();
         if (child == 0) {
@@ -627,8 +613,6 @@ TEST(FaultGuard, WorksInTheChildOfAGuardedProcess) {
         waitpid(child, &status, 0);
         EXPECT_EQ(status, 0);
     }
-    isOver = true;
-    caller.join();
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ bool hasFlag(Action const& action, unsigned flag) noexcept {
 }
 
 Action currentAction(int signal) noexcept {
-    Action action = {};
+    Action action;
     sigaction(signal, nullptr, &action);
     return action;
 }
@@ -43,9 +43,9 @@ class SharedAction {
     void store(Action const& action) noexcept {
         std::uint64_t mask = 0;  // the kernel knows no more signals than these
         std::memcpy(&mask, &action.sa_mask, sizeof mask);
-        mask_ = mask;
-        flags_ = action.sa_flags;
-        handler_ = action.sa_sigaction;
+        mask_.store(mask, std::memory_order_relaxed);
+        flags_.store(action.sa_flags, std::memory_order_relaxed);
+        handler_.store(action.sa_sigaction, std::memory_order_relaxed);
     }
 
     Action load() const noexcept { return with(handler_); }
@@ -57,7 +57,8 @@ class SharedAction {
 
   private:
     Action with(Handler handler) const noexcept {
-        Action action = {};
+        Action action;
+        sigemptyset(&action.sa_mask);
         action.sa_sigaction = handler;
         action.sa_flags = flags_;
         std::uint64_t const mask = mask_;
@@ -142,7 +143,7 @@ class Disposition {
         if (layer == kLayers) {
             layer = std::min(free_, kLayers - 1);  // of too many, the one below the uppermost is passed over
             below(layer).store(found);
-            Action replaced = {};
+            Action replaced;
             Action const ours = entry(layer, found);
             sigaction(signal, &ours, &replaced);
             if (replaced.sa_sigaction != found.sa_sigaction) {
@@ -159,7 +160,7 @@ class Disposition {
             return;
         }
         Action given = below(layer).load();
-        Action replaced = {};
+        Action replaced;
         sigaction(signal, &given, &replaced);
         if (layerOf(replaced) == layer) {
             free_ = layer;
@@ -176,7 +177,8 @@ class Disposition {
 
   private:
     static Action entry(int layer, Action const& over) noexcept {
-        Action ours = {};
+        Action ours;
+        sigemptyset(&ours.sa_mask);
         ours.sa_sigaction = kEntries[static_cast<std::size_t>(layer)];
         ours.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
         // System calls are interrupted for those who wanted that, and for nobody else.
@@ -244,7 +246,7 @@ int const forkHandlers = pthread_atfork(
 
 FaultSignals::FaultSignals(Handler handler) noexcept {
     std::lock_guard const guard(installations.lock);
-    ourHandler = handler;
+    ourHandler.store(handler, std::memory_order_relaxed);
     installations.install();
     ++installations.count;
     ++ownCount;
