@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/core/shared_array.h"
 
-#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 
 #include "dravik/adt/bulkview/regions/region_transfer.h"
-#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 
 #include <cstdlib>
 #include <stdexcept>

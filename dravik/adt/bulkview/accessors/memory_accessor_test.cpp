@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 
-#include "dravik/adt/exceptions/not_supported_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 
 #include "dravik/adt/testing/counted_storage.h"
 

@@ -12,7 +12,7 @@
 #include "dravik/adt/converters/int1.h"
 #include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/cancelled_exception.h"
-#include "dravik/adt/exceptions/not_implemented_exception.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/lending_accessor.h"
 
@@ -133,10 +133,12 @@ Accessor randomChain(Testing::Random& random, PlainArray<T> const& data) {
 template <class T>
 T sampleOf(IBufferAccessor& accessor, Index const& index) {
     BufferHandle handle;
+    std::uint64_t notices = 0;
     do {
-        handle.reset(true);
+        handle.reset(/*releaseOwner=*/true);
+        notices = handle.notices();
         accessor.getBuffer(index, AdtEnums::Read, handle);
-    } while (!handle.confirm());
+    } while (!handle.standsSince(notices));
     return static_cast<T const*>(handle.buffer())[handle.offset(index)];
 }
 

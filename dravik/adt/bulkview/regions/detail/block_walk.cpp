@@ -20,14 +20,13 @@ BlockWalk::BlockWalk(
 
 void BlockWalk::fetch() {
     auto const index = nextIndex();
-    accessor_.getBuffer(index, access_, handle_);
-    buffer_ = handle_.buffer();
-    auto block = handle_.range4();
-    while (!handle_.confirm()) {
-        handle_.reset(/*releaseOwner=*/true);
+    OpenEndedRange<4, int> block;
+    for (bool isFetched = false; !isFetched;) {
+        notices_ = handle_.notices();
         accessor_.getBuffer(index, access_, handle_);
-        buffer_ = handle_.buffer();
         block = handle_.range4();
+        isFetched = stands();
+        isFetched ? void() : handle_.reset(/*releaseOwner=*/true);
     }
     if (!block.contains(index)) {
         std::ostringstream text;

@@ -7,6 +7,7 @@
 #include "dravik/adt/core/extent.h"
 #include "dravik/adt/core/range.h"
 
+#include <cstdint>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
@@ -30,7 +31,7 @@ class BlockWalk {
     /// The places that the block serves.
     Box const& places() const noexcept { return places_; }
     /// Whether the block is still on loan as it was fetched; if not, fetch again.
-    bool stands() noexcept { return handle_.confirm() && handle_.buffer() == buffer_; }
+    bool stands() noexcept { return handle_.standsSince(notices_); }
     /// Goes on to what the block does not serve.
     void advance();
 
@@ -42,7 +43,7 @@ class BlockWalk {
     ExtentK<4, int> extent_;
     AdtEnums::Access access_;
     BufferHandle& handle_;
-    void* buffer_ = nullptr;
+    std::uint64_t notices_ = 0;  // to the handle, before the block was asked for
     Box places_;
     std::vector<Box> rest_;  // boxes still to serve, the next one last
 };

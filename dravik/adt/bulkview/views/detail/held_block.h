@@ -74,8 +74,9 @@ class HeldBlock {
         return ((fetches_ ^ tag.fetches) | static_cast<unsigned>(handle_.rangeEnd() ^ tag.rangeEnd)) == 0;
     }
 
-    /// The copies no longer tell what the handle holds.
+    /// The copies no longer tell what the handle holds; nobody who walks the block does, either.
     void distrust() noexcept {
+        ++fetches_;
         window_.close();
         isAdopted_ = false;
     }
