@@ -23,7 +23,7 @@ MAY_INCLUDE = {
     "bulkview": ["core", "exceptions"],
     "bulkview/regions": ["bulkview", "converters", "statistics", "core", "exceptions", "platform"],
     "bulkview/accessors": ["bulkview", "bulkview/regions", "core", "exceptions"],
-    "bulkview/views": ["bulkview", "bulkview/regions", "core", "exceptions"],
+    "bulkview/views": ["bulkview", "bulkview/regions", "core", "exceptions", "platform"],
     "bulkview/filters": ["bulkview", "bulkview/regions", "converters", "bulkdef", "core", "exceptions", "platform"],
     "bulkview/old": ["bulkview", "bulkview/accessors", "bulkview/filters", "core", "exceptions"],
 }

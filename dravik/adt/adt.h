@@ -32,6 +32,7 @@
 #include "dravik/adt/bulkview/buffer_handle.h"
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
 #include "dravik/adt/bulkview/filters/cache_filter.h"
+#include "dravik/adt/bulkview/filters/check_filter.h"
 #include "dravik/adt/bulkview/filters/filter_factory.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"

@@ -49,7 +49,8 @@ scheduled_copy(bulkview/filters/cache_filter.cpp
 set(unchanged
     core/array_ref.cpp core/fixed_vector.cpp core/shared.cpp exceptions/cloneable_exception.cpp
     exceptions/cloneable_exception_base.cpp exceptions/simple_exception.cpp bulkview/buffer_accessor.cpp
-    bulkview/views/view_base.cpp bulkview/views/view_exceptions.cpp bulkview/filters/buffer_accessor_filter.cpp
+    bulkview/regions/access_traits.cpp bulkview/views/view_base.cpp bulkview/views/view_exceptions.cpp
+    bulkview/filters/buffer_accessor_filter.cpp
     bulkview/filters/detail/brick_grid.cpp bulkview/filters/detail/cache_index.cpp bulkview/filters/proxy_filter.cpp
     bulkview/filters/stateful_buffer_accessor_filter.cpp)
 foreach(file IN LISTS unchanged)

@@ -51,7 +51,7 @@ AccessTraits MemoryAccessor::traits() const {
     traits.sampleType = &array_.valueType();
     traits.bitSize = array_.bitSize();
     traits.concurrency = AccessTraits::Concurrency::PerClone;
-    traits.writable = true;
+    traits.writable = !array_.buffer().isReadOnly();
     return traits;
 }
 

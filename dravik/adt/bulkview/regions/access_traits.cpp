@@ -31,6 +31,8 @@ std::int64_t samplesTouched(ExtentImpl<int> const& axis, std::int64_t block, std
 
 }  // namespace
 
+IRegionAccess::~IRegionAccess() = default;
+
 AccessTraits traitsOf(IBufferAccessor& accessor) {
     auto const* const regions = dynamic_cast<IRegionAccess const*>(&accessor);
     return regions == nullptr ? AccessTraits() : regions->traits();

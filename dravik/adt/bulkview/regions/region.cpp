@@ -14,8 +14,6 @@
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
-IRegionAccess::~IRegionAccess() = default;
-
 namespace {
 
 using Region = ExtentK<4, int>;

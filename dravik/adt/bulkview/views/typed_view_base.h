@@ -55,6 +55,7 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
 
     /// Carries back what is pending as dispose does, lets go of the block before the old chain is destroyed, then reads
     /// the new one's size. If that fails, the new chain stays and the size is the old one.
+    /// @throws std::invalid_argument for a chain that tells another sample type, with the view as it was
     void init(std::unique_ptr<IBufferAccessor> accessor) override;
     /// Carries back first what the block's owner keeps of written samples.
     /// @throws what carrying back throws, with the view as it was and the samples kept for another try
@@ -184,6 +185,7 @@ TypedViewBase<N, T, Traits>& TypedViewBase<N, T, Traits>::operator=(TypedViewBas
 template <int N, class T, class Traits>
 void TypedViewBase<N, T, Traits>::init(std::unique_ptr<IBufferAccessor> accessor) {
     if (accessor != nullptr) {
+        expectSamples(*accessor, typeid(T), static_cast<int>(8 * sizeof(T)));
         // An owner may need the chain that lent it, to write back what is pending: first the block, then the chain.
         writeBack();
         block_.release();

@@ -243,6 +243,21 @@ TEST(TypedViews, StayUsableWhenTheNewChainIsNoneOrFails) {
     EXPECT_TRUE(view.isNull() && view.size() == (FixedVector<2, int>()));
 }
 
+TEST(TypedViews, RefuseSamplesOfAnotherType) {
+    Typed2dRwView<float> view(zeros({{0, 0}, {2, 2}}));
+    auto const doubles = [] {
+        return std::make_unique<MemoryAccessor>(SharedArray<2>::Make<double>({{0, 0}, {2, 2}}));
+    };
+    EXPECT_THAT(
+        [&] { view.init(doubles()); },
+        ThrowsMessage<std::invalid_argument>(
+            "[BulkView::ViewBase::init] The accessor's samples are double of 64 bits, the view's float of 32."));
+    EXPECT_EQ(view.get(1, 1), 0) << "the view as it was";
+    EXPECT_THROW(Typed2dRoView<unsigned char>{doubles()}, std::invalid_argument);
+    EXPECT_NO_THROW(
+        Typed2dRoView<char>(std::make_unique<MemoryAccessor>(SharedArray<2>::Make<signed char>({{0, 0}, {2, 2}}))));
+}
+
 TEST(TypedViews, LetGoOfTheBlockBeforeTheChainThatLentIt) {
     using View = Typed2dRoView<float>;
     struct Row {
@@ -495,6 +510,27 @@ TEST(TypedViewIterator, WalksAnyBoxLastAxisFastest) {
         std::ranges::copy(over.view.samples(start, count), std::back_inserter(ranged));
         EXPECT_EQ(ranged, expected);
     }
+}
+
+TEST(TypedViewIterator, LeavesABlockThatAFailedRequestReplaced) {
+    std::vector<float> columns[2] = {{1, 2}, {3, 4}};
+    bool fails = false;
+    Typed2dRwView<float> view(
+        std::make_unique<LendingAccessor>(Index4(2, 2, 1, 1), [&](Index4 position, auto access, BufferHandle& handle) {
+            int const column = position[1];
+            auto& samples = columns[column];
+            handle.update(samples.data(), {{{0, column, 0, 0}, {2, column + 1, 1, 1}}, {1, 0, 0, 0}, 0}, access);
+            if (fails) {
+                throw std::runtime_error("late");
+            }
+        }));
+    view.get(1, 0);
+    auto const at = view.samples({1, 0}, {1, 1}).begin();
+    fails = true;
+    EXPECT_THROW(view.get(0, 1), std::runtime_error);
+    fails = false;
+    columns[0] = {5, 6};
+    EXPECT_EQ(*at, 6) << "asked for anew";
 }
 
 TEST(TypedViewIterator, ReportsWhereItCanNotRead) {

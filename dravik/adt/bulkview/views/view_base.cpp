@@ -2,14 +2,39 @@
 #include "dravik/adt/bulkview/views/view_base.h"
 
 #include "dravik/adt/bulkview/detail/clone_of.h"
+#include "dravik/adt/bulkview/regions/access_traits.h"
 #include "dravik/adt/bulkview/views/view_exceptions.h"
+#include "dravik/adt/platform/type_name.h"
 
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
 ViewBase::~ViewBase() = default;
+
+namespace {
+
+// `char` is signed here whatever the platform says.
+bool isSameSample(std::type_info const& left, std::type_info const& right) {
+    auto const isChar = [](std::type_info const& type) { return type == typeid(char) || type == typeid(signed char); };
+    return left == right || (isChar(left) && isChar(right));
+}
+
+}  // namespace
+
+void ViewBase::expectSamples(IBufferAccessor& accessor, std::type_info const& type, int bitSize) {
+    AccessTraits const traits = traitsOf(accessor);
+    bool const isKnown = *traits.sampleType != typeid(void);
+    bool const fits = !isKnown || (isSameSample(*traits.sampleType, type) && traits.bitSize == bitSize);
+    if (!fits) {
+        throw std::invalid_argument(
+            "[BulkView::ViewBase::init] The accessor's samples are " + Platform::readableTypeName(*traits.sampleType) +
+            " of " + std::to_string(traits.bitSize) + " bits, the view's " + Platform::readableTypeName(type) + " of " +
+            std::to_string(bitSize) + ".");
+    }
+}
 
 void ViewBase::init(std::unique_ptr<IBufferAccessor> accessor) {
     if (accessor == nullptr) {

@@ -36,6 +36,9 @@ class DRAVIK_ADT_EXPORT ViewBase : protected IBufferAccessor::IClient {
     ViewBase& operator=(ViewBase const& other);
     ~ViewBase() override;
 
+    /// @throws std::invalid_argument where the accessor tells samples of another type or size than these
+    static void expectSamples(IBufferAccessor& accessor, std::type_info const& type, int bitSize);
+
     /// @throws ViewException without an accessor
     IBufferAccessor& accessor() const;
 

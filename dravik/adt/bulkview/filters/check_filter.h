@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// CheckFilter: finds the faults of an accessor that somebody is writing. Threads: as the chain it is part of.
+
+#include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+#include "dravik/adt/export.h"
+
+#include <memory>
+#include <string>
+
+namespace Quorvel::Dravik::Adt::BulkView::Filters {
+
+/// Holds every answer of its target to the protocol and passes it on unchanged.
+///
+/// Throws std::logic_error for an answer that breaks a rule; the text names the accessor, the rule and the numbers:
+/// - the size is positive on every axis, and the same until accessorUpdated is sent;
+/// - a request fills the handle;
+/// - the block contains the position asked for;
+/// - the access granted covers the one asked for;
+/// - the address of no sample of the block leaves 64 bits;
+/// - a clone is not null.
+/// A block may reach beyond the size and may have no memory. A loan that was invalidated or taken back during the
+/// request is not looked at, since the consumer asks again. After the exception the handle holds what the target put
+/// there.
+///
+///     Typed2dRoView<float> view(Filters::CheckFilter::Apply(std::make_unique<MyAccessor>()));
+class DRAVIK_ADT_EXPORT CheckFilter final : public StatefulBufferAccessorFilter {
+  public:
+    /// @throws std::invalid_argument for a null target
+    static std::unique_ptr<IBufferAccessor> Apply(std::unique_ptr<IBufferAccessor> target);
+
+    ~CheckFilter() override;
+
+    FixedVector<4, int> getSize() override;
+    void setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) override;
+    void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override;
+    std::unique_ptr<IBufferAccessor> createClone() const override;
+
+  private:
+    explicit CheckFilter(std::unique_ptr<IBufferAccessor> target) noexcept;
+    CheckFilter(CheckFilter const& other);
+
+    void accessorUpdated() override;
+    void bufferInvalidated(BufferHandle::Owner const* owner) override;
+    bool prepareBufferRelease(void const* buffer, int& value) override;
+    void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
+
+    void check(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle::Loan const& loan) const;
+    [[noreturn]] void refuse(std::string const& broken) const;
+
+    FixedVector<4, int> size_;  // zero until it is known
+};
+
+}  // namespace Quorvel::Dravik::Adt::BulkView::Filters
