@@ -135,7 +135,7 @@ class BrickAccessor : public BulkView::IBufferAccessor, Counted<kAccessor> {
     /// point to is poisoned.
     void change(Index const& position, T const& value) {
         auto const old = exchangeBrick(position, &value);
-        client_->bufferInvalidated(old.get());
+        client_->bufferInvalidated(ownerOf(old).get());
         old->poison();
     }
 
@@ -148,7 +148,7 @@ class BrickAccessor : public BulkView::IBufferAccessor, Counted<kAccessor> {
     /// Takes the brick's memory back and poisons it under the brick's lock; the samples move to another place.
     void release(Index const& position) {
         auto const old = exchangeBrick(position, nullptr);
-        client_->releaseBuffer(old->memory(), old);
+        client_->releaseBuffer(old->memory(), ownerOf(old));
         std::lock_guard const guard(*old);
         old->poison();
     }
@@ -188,6 +188,10 @@ class BrickAccessor : public BulkView::IBufferAccessor, Counted<kAccessor> {
         std::atomic<int> requests = 0;
     };
 
+    boost::intrusive_ptr<Brick<T>> ownerOf(boost::intrusive_ptr<Brick<T>> const& brick) const {
+        return store_->options.givesOwner ? brick : nullptr;
+    }
+
     // Under the mutex, so that a notification about the brick either finds it in the handle or keeps it from getting
     // there. Bricks that lock see to that themselves, and their consumer may hold that lock already.
     void fill(BulkView::BufferHandle& handle, Index const& position, Access granted) {
@@ -196,7 +200,7 @@ class BrickAccessor : public BulkView::IBufferAccessor, Counted<kAccessor> {
             guard.lock();
         }
         auto const brick = brickAt(position);
-        handle.setOwner(store_->options.givesOwner ? brick.get() : nullptr);
+        handle.setOwner(ownerOf(brick).get());
         if (store_->options.readsLate) {
             handle.update(brick->unread(), brick->info(), granted);
             callOut("read");

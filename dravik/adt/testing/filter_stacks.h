@@ -6,6 +6,7 @@
 
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
 #include "dravik/adt/bulkview/filters/cache_filter.h"
+#include "dravik/adt/bulkview/filters/check_filter.h"
 #include "dravik/adt/bulkview/filters/filter_factory.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
@@ -108,6 +109,9 @@ inline constexpr Stack kStacks[] = {
     {"subset over cache over subset", [](Accessor a) { return reversed(cached(reversed(std::move(a)))); }},
     {"cache over subsets over a proxy",
      [](Accessor a) { return cached(reversed(reversed(proxied(std::move(a)))), 500, 4, 8); }},
+    {"checks around a cache", [](Accessor a) { return CheckFilter::Apply(cached(CheckFilter::Apply(std::move(a)))); }},
+    {"check over converter over check",
+     [](Accessor a) { return CheckFilter::Apply(converted(CheckFilter::Apply(std::move(a)))); }, true},
     {"converter", [](Accessor a) { return converted(std::move(a)); }, true},
     {"a host's converter over a cache", [](Accessor a) { return hostConverted(cached(std::move(a), 300)); }, true},
     {"converter between subsets", [](Accessor a) { return reversed(converted(reversed(std::move(a)))); }, true},

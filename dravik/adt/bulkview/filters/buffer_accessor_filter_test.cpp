@@ -3,6 +3,7 @@
 
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
 #include "dravik/adt/bulkview/filters/cache_filter.h"
+#include "dravik/adt/bulkview/filters/check_filter.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
@@ -95,6 +96,7 @@ TEST(EveryFilter, PassesOnWhatItIsToPassOn) {
          [](Accessor a) -> Accessor { return std::make_unique<Stateful>(std::move(a)); },
          {}},
         {"proxy", [](Accessor a) { return ProxyFilter::MakeProxy(std::move(a), nullptr); }, all},
+        {"check", [](Accessor a) { return CheckFilter::Apply(std::move(a)); }, all},
         {"cache", [](Accessor a) { return CacheFilter::Apply(std::move(a), 1, 1, 1); }, all},
         {"converter",
          [](Accessor a) {

@@ -6,8 +6,10 @@
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
 #include "dravik/adt/export.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters {
 
@@ -15,11 +17,15 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 ///
 /// Throws std::logic_error for an answer that breaks a rule; the text names the accessor, the rule and the numbers:
 /// - the size is positive on every axis, and the same until accessorUpdated is sent;
-/// - a request fills the handle;
+/// - a request fills the handle, which is emptied before and keeps its owner;
 /// - the block contains the position asked for;
 /// - the access granted covers the one asked for;
-/// - the address of no sample of the block leaves 64 bits;
-/// - a clone is not null.
+/// - the address of no sample of the block leaves 64 bits, and no sample lies before the memory;
+/// - a block that may be written has a place for each sample along an axis;
+/// - a clone is not null and has the same size;
+/// - accessorUpdated does not come during a request;
+/// - bufferInvalidated and releaseBuffer name an owner where every block had one, and none where none had;
+/// - no two threads are in the chain at once.
 /// A block may reach beyond the size and may have no memory. A loan that was invalidated or taken back during the
 /// request is not looked at, since the consumer asks again. After the exception the handle holds what the target put
 /// there.
@@ -33,11 +39,15 @@ class DRAVIK_ADT_EXPORT CheckFilter final : public StatefulBufferAccessorFilter 
     ~CheckFilter() override;
 
     FixedVector<4, int> getSize() override;
+    void setClient(IClient* client) override;
     void setHint(HintType type, OpenEndedRange<4, int> const& range, float weight) override;
     void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override;
     std::unique_ptr<IBufferAccessor> createClone() const override;
+    void dispose(bool flag) override;
 
   private:
+    class Call;
+
     explicit CheckFilter(std::unique_ptr<IBufferAccessor> target) noexcept;
     CheckFilter(CheckFilter const& other);
 
@@ -46,10 +56,17 @@ class DRAVIK_ADT_EXPORT CheckFilter final : public StatefulBufferAccessorFilter 
     bool prepareBufferRelease(void const* buffer, int& value) override;
     void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
 
+    void checkSize(FixedVector<4, int> const& size) const;
+    void checkOwner(char const* notification, BufferHandle::Owner const* owner) const;
+    void checkLayout(BufferHandle::ArrayInfo const& info, bool isWritable) const;
     void check(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle::Loan const& loan) const;
     [[noreturn]] void refuse(std::string const& broken) const;
 
-    FixedVector<4, int> size_;  // zero until it is known
+    mutable std::atomic<std::thread::id> caller_;  // the thread in the chain
+    std::atomic<bool> isAsking_ = false;
+    std::atomic<bool> hasOwners_ = false, hasOwnerless_ = false;  // of the blocks lent so far
+    std::atomic<bool> isSizeKnown_ = false;
+    FixedVector<4, int> size_;
 };
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Filters

@@ -145,7 +145,8 @@ constexpr Act kActs[] = {
          s.mustAsk = true;
      },
      true},
-    {"losing a block", [](Scene& s) { s.notified().releaseBuffer(s.lent()->memory(), s.lent()); }, true},
+    {"losing a block",
+     [](Scene& s) { s.notified().releaseBuffer(s.lent()->memory(), s.options.givesOwner ? s.lent() : nullptr); }, true},
 };
 
 template <class Failure>

@@ -72,7 +72,12 @@ FixedVector<3, int> ControllerAdapter::brickPos(int brick) const {
 
 void ControllerAdapter::request(FixedVector<3, int> const& position, AdtEnums::Access access) {
     try {
-        accessor_->getBuffer(FixedVector<4, int>(position, 0), access, handle_);
+        for (bool stands = false; !stands;) {
+            auto const notices = handle_.notices();
+            accessor_->getBuffer(FixedVector<4, int>(position, 0), access, handle_);
+            stands = handle_.standsSince(notices);
+            stands ? void() : handle_.reset(/*releaseOwner=*/true);
+        }
     } catch (...) {
         // What a failed request left there is not served. Its owner stays: samples that it could not write back are
         // pending, and the next request tries again.

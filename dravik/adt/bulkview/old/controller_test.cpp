@@ -6,6 +6,7 @@
 #include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/plain_exception.h"
 #include "dravik/adt/exceptions/simple_exception.h"
+#include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/lending_accessor.h"
 #include "dravik/adt/testing/random.h"
 
@@ -129,6 +130,19 @@ TEST(ControllerAdapter, GivesTheBlockBackBeforeTheAccessorGoes) {
         closes ? controller->close(0) : controller.reset();
         EXPECT_THAT(journal.take(), testing::ElementsAre("block back", "accessor gone"));
     }
+}
+
+TEST(ControllerAdapter, AsksAgainForAnInvalidBlock) {
+    Testing::PlainArray<float> data({5, 4, 3, 1});
+    std::iota(data.samples().begin(), data.samples().end(), 0.0f);
+    ControllerAdapter controller(
+        std::make_unique<Testing::BrickAccessor<float>>(data, Testing::BrickOptions{.invalidatesEvery = 2}), 4);
+    Testing::forEachIndex(data.box(), [&](Index const& p) {
+        auto const* const sample =
+            static_cast<float*>(bufferOf(controller, controller.brick(0, p[0], p[1], p[2]), AdtEnums::Read));
+        EXPECT_EQ(*sample, data.at(p)) << p;
+        return !testing::Test::HasFailure();
+    });
 }
 
 // Shorts for the floats above, while it works.
