@@ -27,7 +27,7 @@ ICloneableException::ConstPtr const& unknown() {
     return clone;
 }
 
-[[maybe_unused]] bool const madeAtLoad = noMemory() && unknown();
+[[maybe_unused]] bool const kMadeAtLoad = noMemory() && unknown();
 
 }  // namespace
 
@@ -57,7 +57,7 @@ ICloneableException::ConstPtr ClonedException::catchException() {
 
 void ClonedException::registerExceptionHandler(Handler const& handler) {
     if (ex_handlers_ == nullptr) {
-        ex_handlers_ = new std::vector<Handler>;
+        ex_handlers_ = new std::vector<Handler>;  // NOLINT(bugprone-throw-keyword-missing): a table, not an exception
     }
     ex_handlers_->push_back(handler);
 }

@@ -48,7 +48,7 @@ void readDense(IBufferAccessor& accessor, RegionRequest const& request, RegionTr
     auto const& array = request.array;
     auto const dense = SharedArray<4>::Make(array.range(), array.valueType(), array.bitSize());
     auto apart = request;
-    apart.array = dense;
+    apart.array = dense;  // NOLINT(cppcoreguidelines-slicing): `dense` keeps the memory until the end
     transfer.start(accessor, apart);
     Detail::StridedCopy copy{};
     copy.from = {dense.data(), dense.bufferOffset(), dense.bitSize()};

@@ -26,6 +26,7 @@ void store(char* at, Word word) noexcept {
 // A vector of 16 bytes, which every processor of the kinds supported has.
 template <class Word>
 struct Vector {
+    // NOLINTNEXTLINE(modernize-use-using): g++ takes the attribute of a dependent type here only
     typedef Word Type __attribute__((vector_size(16)));
     static constexpr std::int64_t kLanes = 16 / sizeof(Word);
 };
@@ -133,7 +134,8 @@ void transposeWords(
 template <class Act>
 bool withWord(int bytes, Act act) noexcept {
     switch (bytes) {
-    case 1:
+    // Each branch calls another function.
+    case 1:  // NOLINT(bugprone-branch-clone)
         act(std::uint8_t());
         return true;
     case 2:
