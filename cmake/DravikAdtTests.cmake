@@ -35,7 +35,8 @@ function(dravik_adt_add_structure_tests)
     find_package(Python3 REQUIRED COMPONENTS Interpreter)
     add_test(NAME structure
              COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_structure.py
-                     --source ${PROJECT_SOURCE_DIR} --compile-commands ${CMAKE_BINARY_DIR}/compile_commands.json)
+                     --source ${PROJECT_SOURCE_DIR} --compile-commands ${CMAKE_BINARY_DIR}/compile_commands.json
+                     --compiler ${CMAKE_CXX_COMPILER})
     add_test(NAME symbols
              COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tools/check_symbols.py --nm ${CMAKE_NM}
                      --library $<TARGET_FILE:dravik_adt>

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Checks the rules of the tree: who may include whom, that adt.h names every public header, that the pages quote what the
-examples print, and that every test file is built by a target."""
+"""Checks the rules of the tree: who may include whom and that no headers include each other, that headers are short and
+light, that adt.h names every public header, that the pages quote what the examples print, and that every test file is built
+by a target."""
 
 import argparse
 import json
 import pathlib
 import re
+import subprocess
 import sys
 
 ROOT = "dravik/adt"
@@ -27,6 +29,12 @@ MAY_INCLUDE = {
     "bulkview/filters": ["bulkview", "bulkview/regions", "converters", "bulkdef", "core", "exceptions", "platform"],
     "bulkview/old": ["bulkview", "bulkview/accessors", "bulkview/filters", "core", "exceptions"],
 }
+
+# What a header may preprocess to, in lines with all that it includes: by its name, else as "".
+MOST_PREPROCESSED = {"core/fixed_vector.h": 10_000, "core/range.h": 40_000, "core/extent.h": 40_000,
+                     "core/array_ref.h": 40_000, "core/index_set.h": 40_000, "core/hasher.h": 40_000,
+                     "converters/scale_offset.h": 40_000, "adt.h": 180_000, "": 130_000}
+MOST_LINES = 500  # of a header itself
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+["<](dravik/[^">]+)[">]', re.MULTILINE)
 
@@ -66,6 +74,41 @@ def check_includes(source: pathlib.Path) -> list[str]:
     return problems
 
 
+def check_circles(source: pathlib.Path) -> list[str]:
+    root = source / ROOT
+    includes = {file.relative_to(source).as_posix(): INCLUDE.findall(file.read_text()) for file in root.rglob("*.h")}
+    problems, done = [], set()
+
+    def visit(header: str, path: list[str]) -> None:
+        if header in path:
+            problems.append("headers include each other: " + " > ".join([*path[path.index(header):], header]))
+        elif header not in done:
+            for included in includes.get(header, []):
+                visit(included, [*path, header])
+            done.add(header)
+
+    for header in sorted(includes):
+        visit(header, [])
+    return problems
+
+
+def check_weight(source: pathlib.Path, compiler: str) -> list[str]:
+    problems = []
+    for file in sorted((source / ROOT).rglob("*.h")):
+        header = file.relative_to(source / ROOT).as_posix()
+        if file.read_text().count("\n") > MOST_LINES:
+            problems.append(f"{header} has more than {MOST_LINES} lines")
+        if {"platform", "testing", "detail"} & set(file.parts):
+            continue
+        most = MOST_PREPROCESSED.get(header, MOST_PREPROCESSED[""])
+        text = subprocess.run([compiler, "-std=c++20", "-E", f"-I{source}", "-x", "c++", file], check=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+        lines = text.count(b"\n")
+        if lines > most:
+            problems.append(f"{header} preprocesses to {lines} lines, {most} are allowed")
+    return problems
+
+
 def check_one_include(source: pathlib.Path) -> list[str]:
     included = INCLUDE.findall((source / ROOT / "adt.h").read_text())
     headers = [file.relative_to(source) for file in (source / ROOT).rglob("*.h")]
@@ -95,8 +138,10 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--source", type=pathlib.Path, required=True)
     parser.add_argument("--compile-commands", type=pathlib.Path, required=True)
+    parser.add_argument("--compiler", required=True)
     arguments = parser.parse_args()
-    problems = [*check_includes(arguments.source), *check_one_include(arguments.source),
+    problems = [*check_includes(arguments.source), *check_circles(arguments.source),
+                *check_weight(arguments.source, arguments.compiler), *check_one_include(arguments.source),
                 *check_quoted_output(arguments.source),
                 *check_tests_are_built(arguments.source, arguments.compile_commands)]
     for problem in problems:

@@ -145,7 +145,7 @@ void reportValues(std::ostream& out, Histogram const& histogram, std::size_t sam
         out << number("%g", histogram.min()) << " to " << number("%g", histogram.max())
             << (unit.empty() ? "" : " " + unit) << ", mean " << number("%.1f", histogram.mean()) << ", ";
     }
-    out << samples - histogram.nofSamples() << " missing\n";
+    out << static_cast<std::int64_t>(samples) - histogram.nofSamples() << " missing\n";
 }
 
 void reportTraffic(std::ostream& out, Chain const& chain, BrickShape brick) {

@@ -233,7 +233,7 @@ void passOn(int layer, int signal, siginfo_t* info, void* context) {
 }
 
 /// No other thread is inside while the process is copied, and in the copy there is no other thread.
-int const forkHandlers = pthread_atfork(
+int const kForkHandlers = pthread_atfork(
     [] { installations.lock.lock(); }, [] { installations.lock.unlock(); },
     [] {
         if (std::exchange(installations.count, ownCount) > 0 && ownCount == 0) {
