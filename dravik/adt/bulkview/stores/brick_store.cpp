@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "dravik/adt/bulkview/stores/brick_store.h"
+
+#include "dravik/adt/exceptions/simple_exception.h"
+
+namespace Quorvel::Dravik::Adt::BulkView {
+
+IBrickStore::~IBrickStore() = default;
+
+void IBrickStore::write(OpenEndedRange<4, int> const& /*box*/, void const* /*samples*/) {
+    throw Exceptions::NotSupportedException("IBrickStore::write", "the store is read-only.");
+}
+
+void IBrickStore::flush() {}
+
+bool IBrickStore::hasSamples(OpenEndedRange<4, int> const& /*box*/) const {
+    return true;
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "dravik/adt/bulkview/stores/detail/brick.h"
+
+#include "dravik/adt/bulkview/stores/detail/brick_table.h"
+
+#include <utility>
+
+namespace Quorvel::Dravik::Adt::BulkView::Detail {
+
+std::size_t hashOf(BrickKey const& key) noexcept {
+    // Neighbouring bricks spread over shards and buckets: multiplication by 2^64 over the golden ratio, high bits down.
+    auto mixed = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(key.store));
+    for (int axis = 0; axis < 4; ++axis) {
+        mixed = (mixed ^ static_cast<std::uint32_t>(key.corner.data()[axis])) * 0x9e3779b97f4a7c15u;
+        mixed ^= mixed >> 32;
+    }
+    return mixed;
+}
+
+Brick::Brick(std::shared_ptr<BrickTable> table, std::shared_ptr<PooledStore> store, OpenEndedRange<4, int> const& box)
+    : table_(std::move(table)),
+      store_(std::move(store)),
+      box_(box),
+      byteSize_((box.pointCount() * store_->traits().bitSize + 7) / 8),
+      samples_(std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(byteSize_))) {}
+
+BufferHandle::ArrayInfo Brick::info() const noexcept {
+    BufferHandle::ArrayInfo info{box_, {}, /*offset=*/0};
+    std::int64_t stride = 1;
+    for (int axis = 3; axis >= 0; --axis) {
+        info.strides[axis] = static_cast<int>(stride);
+        stride *= box_.size(axis);
+    }
+    return info;
+}
+
+boost::intrusive_ptr<Brick> Brick::share(Brick& brick) {
+    return boost::static_pointer_cast<Brick>(tryCreateFromPointer(&brick));
+}
+
+void Brick::dispose() {
+    table_->forget(*this);
+}
+
+void Brick::writeAtLast() noexcept {
+    if (std::exchange(isWritten, false)) {
+        store_->writeAtLast(box_, samples_.get());
+    }
+}
+
+// Whoever still held the brick when its pool was destroyed may have written into it since.
+Brick::~Brick() {
+    if (isWritten) {
+        writeAtLast();
+        store_->flushAtLast();
+    }
+}
+
+}  // namespace Quorvel::Dravik::Adt::BulkView::Detail
