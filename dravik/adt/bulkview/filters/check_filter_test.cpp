@@ -101,7 +101,7 @@ constexpr Row kRows[] = {
          s.host->size[1] = 0;
          s.filter->getSize();
      }},
-    {"a null clone", "The clone is null.",
+    {"a null clone", "::Host: the clone is null.",
      [](Scene& s) {
          s.host->cloneSize = {};
          s.filter->createClone();
