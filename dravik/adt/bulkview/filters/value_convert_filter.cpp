@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
+#include "dravik/adt/bulkview/detail/cancellation_hold.h"
 #include "dravik/adt/bulkview/write_back.h"
 #include "dravik/adt/converters/detail/long_run.h"
 #include "dravik/adt/converters/type_register.h"
-#include "dravik/adt/platform/cancellation.h"
 #include "dravik/adt/platform/type_name.h"
 
 #include <algorithm>
@@ -133,7 +133,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner, pu
             return;
         }
         // Cancellation unwinds by an exception that nobody may keep in.
-        Platform::CancellationHeldOff const heldOff;
+        BulkView::Detail::CancellationHold const heldOff;
         try {
             writeBack();
         } catch (...) {
