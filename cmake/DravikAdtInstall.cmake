@@ -21,6 +21,11 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/dravik_adt-config-version
 install(FILES ${PROJECT_BINARY_DIR}/dravik_adt-config.cmake ${PROJECT_BINARY_DIR}/dravik_adt-config-version.cmake
         DESTINATION ${package_dir} COMPONENT development)
 
+get_property(companions GLOBAL PROPERTY DRAVIK_ADT_COMPANIONS)
+foreach(companion IN LISTS companions)
+    dravik_adt_install_companion(${companion} ${package_dir})
+endforeach()
+
 # From where the file lies, so that what is installed can be moved, and packed for another prefix.
 file(RELATIVE_PATH prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/dravik_adt.pc.in ${PROJECT_BINARY_DIR}/dravik_adt.pc @ONLY)

@@ -1,16 +1,25 @@
 # SPDX-License-Identifier: Apache-2.0
-# The Debian packages: the library, what building against it needs, its documentation, and its debug symbols.
+# The Debian packages: the library, what building against it needs, its documentation, and its debug symbols; and a
+# library and what building against it needs for each companion.
 
 set(runtime_package libdravik-adt${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 set(development_package libdravik-adt-dev)
 set(documentation_package libdravik-adt-doc)
 
 # What the policy asks of every package: its licence, and its changes in the form that apt shows.
+get_property(companions GLOBAL PROPERTY DRAVIK_ADT_COMPANIONS)
+set(components runtime development documentation)
+foreach(companion IN LISTS companions)
+    get_property(package GLOBAL PROPERTY DRAVIK_ADT_COMPANION_${companion}_PACKAGE)
+    set(${companion}_runtime_package ${package}${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+    set(${companion}_development_package ${package}-dev)
+    list(APPEND components ${companion}_runtime ${companion}_development)
+endforeach()
 set(debian_dir ${PROJECT_BINARY_DIR}/debian)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/copyright.in ${debian_dir}/copyright @ONLY)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/changelog.in ${debian_dir}/changelog @ONLY)
 execute_process(COMMAND gzip --best --no-name --force --keep ${debian_dir}/changelog COMMAND_ERROR_IS_FATAL ANY)
-foreach(component runtime development documentation)
+foreach(component IN LISTS components)
     install(FILES ${debian_dir}/copyright DESTINATION share/doc/${${component}_package} COMPONENT ${component})
     install(FILES ${debian_dir}/changelog.gz RENAME changelog.gz
             DESTINATION share/doc/${${component}_package} COMPONENT ${component})
@@ -34,7 +43,7 @@ set(CPACK_PACKAGE_NAME dravik-adt)
 set(CPACK_PACKAGE_CONTACT "dravik-adt maintainers <maintainers@example.org>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES OFF)  # what is stripped goes into the package of debug symbols
-set(CPACK_COMPONENTS_ALL runtime development documentation)
+set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -72,5 +81,31 @@ set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION
     "data types for bulk numeric data (documentation)
 Concept pages, the reference and example programs.")
+
+foreach(companion IN LISTS companions)
+    foreach(property COMPANIONS SUMMARY DESCRIPTION)
+        get_property(${property} GLOBAL PROPERTY DRAVIK_ADT_COMPANION_${companion}_${property})
+    endforeach()
+    string(TOUPPER ${companion} upper)
+    set(runtime_needs "${runtime_package} (= ${PROJECT_VERSION})")
+    set(development_needs "${development_package} (= ${PROJECT_VERSION})")
+    foreach(needed IN LISTS COMPANIONS)
+        string(APPEND runtime_needs ", ${${needed}_runtime_package} (= ${PROJECT_VERSION})")
+        string(APPEND development_needs ", ${${needed}_development_package} (= ${PROJECT_VERSION})")
+    endforeach()
+    set(CPACK_DEBIAN_${upper}_RUNTIME_PACKAGE_NAME ${${companion}_runtime_package})
+    set(CPACK_DEBIAN_${upper}_RUNTIME_PACKAGE_SECTION libs)
+    set(CPACK_DEBIAN_${upper}_RUNTIME_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_${upper}_RUNTIME_PACKAGE_DEPENDS ${runtime_needs})
+    set(CPACK_DEBIAN_${upper}_RUNTIME_DEBUGINFO_PACKAGE ON)
+    set(CPACK_DEBIAN_${upper}_RUNTIME_PACKAGE_CONTROL_EXTRA "${debian_dir}/triggers")
+    set(CPACK_COMPONENT_${upper}_RUNTIME_DESCRIPTION "${SUMMARY} (shared library)\n${DESCRIPTION}")
+    set(CPACK_DEBIAN_${upper}_DEVELOPMENT_PACKAGE_NAME ${${companion}_development_package})
+    set(CPACK_DEBIAN_${upper}_DEVELOPMENT_PACKAGE_SECTION libdevel)
+    set(CPACK_DEBIAN_${upper}_DEVELOPMENT_PACKAGE_DEPENDS
+        "${${companion}_runtime_package} (= ${PROJECT_VERSION}), ${development_needs}")
+    set(CPACK_COMPONENT_${upper}_DEVELOPMENT_DESCRIPTION
+        "${SUMMARY} (headers and build files)\n${DESCRIPTION}\n.\nThis package holds headers and CMake files.")
+endforeach()
 
 include(CPack)

@@ -48,6 +48,40 @@ def folder_of(path: str) -> str:
     return inner if inner in MAY_INCLUDE else parts[0] if len(parts) > 1 else ""
 
 
+# A companion may include the library's public headers and these other companions, by their folders.
+COMPANIONS_MAY_INCLUDE = {"dravik/text": [], "dravik/files": ["dravik/text"]}
+
+
+def companion_of(path: str) -> str:
+    """The folder of a companion that `path`, relative to the source, lives in: two parts, three for a file format; "" in the
+    library."""
+    parts = path.split("/")
+    folder = "/".join(parts[:2])
+    return "" if folder == ROOT else "/".join(parts[:3]) if folder == "dravik/files" else folder
+
+
+def check_companions(source: pathlib.Path) -> list[str]:
+    problems = []
+    for file in sorted((source / "dravik").rglob("*")):
+        includer = file.relative_to(source).as_posix()
+        companion = companion_of(includer)
+        group = next((group for group in COMPANIONS_MAY_INCLUDE if includer.startswith(group + "/")), None)
+        if file.suffix not in (".h", ".cpp") or group is None:
+            continue
+        is_test = includer.endswith("_test.cpp") or "/testing/" in includer
+        for name in INCLUDE.findall(file.read_text()):
+            if not (source / name).is_file():
+                problems.append(f"{includer} includes {name}, which does not exist")
+            elif name.startswith(ROOT + "/"):
+                private = {"platform", "testing", "detail"} & set(name.split("/"))
+                if private and not is_test:
+                    problems.append(f"{includer} includes {name}, which is the library's own")
+            elif companion_of(name) not in (companion, *COMPANIONS_MAY_INCLUDE[group]) and not (
+                    group == "dravik/files" and companion_of(name) == "dravik/files/shared"):
+                problems.append(f"{includer} may not include {name}")
+    return problems
+
+
 def may_include(includer: str, included: str) -> bool:
     source, target = folder_of(includer), folder_of(included)
     if source in ("", "testing") or target == source or included == "export.h":
@@ -131,7 +165,7 @@ def check_quoted_output(source: pathlib.Path) -> list[str]:
 
 def check_tests_are_built(source: pathlib.Path, compile_commands: pathlib.Path) -> list[str]:
     built = {pathlib.Path(entry["file"]).resolve() for entry in json.loads(compile_commands.read_text())}
-    tests = [*(source / ROOT).rglob("*_test.cpp"), *(source / ROOT).rglob("*_test.c"),
+    tests = [*(source / "dravik").rglob("*_test.cpp"), *(source / ROOT).rglob("*_test.c"),
              *(source / "examples").rglob("*_test.cpp")]
     return [f"{test.relative_to(source)} is built by no target" for test in tests if test.resolve() not in built]
 
@@ -142,7 +176,7 @@ def main() -> int:
     parser.add_argument("--compile-commands", type=pathlib.Path, required=True)
     parser.add_argument("--compiler", required=True)
     arguments = parser.parse_args()
-    problems = [*check_includes(arguments.source), *check_circles(arguments.source),
+    problems = [*check_includes(arguments.source), *check_companions(arguments.source), *check_circles(arguments.source),
                 *check_weight(arguments.source, arguments.compiler), *check_one_include(arguments.source),
                 *check_quoted_output(arguments.source),
                 *check_tests_are_built(arguments.source, arguments.compile_commands)]
