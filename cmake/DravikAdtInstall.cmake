@@ -8,9 +8,22 @@ install(
     EXPORT dravik_adt_targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
-install(DIRECTORY dravik/adt DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dravik COMPONENT development
-        FILES_MATCHING PATTERN "*.h"
-        PATTERN "platform" EXCLUDE PATTERN "testing" EXCLUDE)
+# The public headers, and those of a detail/ folder that a public one reaches.
+file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR} dravik/adt/*.h)
+list(FILTER headers EXCLUDE REGEX "/(platform|testing|detail)/")
+set(waiting ${headers})
+while(waiting)
+    list(POP_FRONT waiting header)
+    file(STRINGS ${header} included REGEX "^#include \"dravik/adt/.*/detail/")
+    list(TRANSFORM included REPLACE "^#include \"([^\"]*)\".*" "\\1")
+    list(REMOVE_ITEM included ${headers} "")
+    list(APPEND headers ${included})
+    list(APPEND waiting ${included})
+endwhile()
+foreach(header IN LISTS headers)
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder} COMPONENT development)
+endforeach()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/dravik_adt)
 install(EXPORT dravik_adt_targets NAMESPACE dravik:: DESTINATION ${package_dir} COMPONENT development)
