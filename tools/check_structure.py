@@ -27,8 +27,8 @@ MAY_INCLUDE = {
     "bulkview/accessors": ["bulkview", "bulkview/regions", "core", "exceptions"],
     "bulkview/views": ["bulkview", "bulkview/regions", "core", "exceptions", "platform"],
     "bulkview/filters": ["bulkview", "bulkview/regions", "converters", "bulkdef", "core", "exceptions", "platform"],
-    "bulkview/stores": ["bulkview", "bulkview/regions", "bulkview/filters", "bulkview/accessors", "converters", "core",
-                        "exceptions"],
+    "bulkview/stores": ["bulkview", "bulkview/regions", "bulkview/filters", "bulkview/accessors", "converters", "bulkdef",
+                        "core", "exceptions", "platform"],
     "bulkview/old": ["bulkview", "bulkview/accessors", "bulkview/filters", "core", "exceptions"],
 }
 

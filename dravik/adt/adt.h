@@ -52,6 +52,8 @@
 #include "dravik/adt/bulkview/regions/transfer_options.h"
 #include "dravik/adt/bulkview/stores/brick_pool.h"
 #include "dravik/adt/bulkview/stores/brick_store.h"
+#include "dravik/adt/bulkview/stores/data_info.h"
+#include "dravik/adt/bulkview/stores/openers.h"
 #include "dravik/adt/bulkview/stores/store_accessor.h"
 #include "dravik/adt/bulkview/views/typed_2d_views.h"
 #include "dravik/adt/bulkview/views/typed_3d_views.h"
