@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkview/filters/buffer_accessor_filter.h"
 
 #include "dravik/adt/bulkview/detail/clone_of.h"
+#include "dravik/adt/bulkview/regions/region_access.h"
 
 #include <utility>
 
@@ -31,6 +32,17 @@ void BufferAccessorFilter::setClient(IClient* client) {
 void BufferAccessorFilter::dispose(bool flag) {
     if (target_ != nullptr) {
         target_->dispose(flag);
+    }
+}
+
+AccessTraits BufferAccessorFilter::targetTraits() const {
+    auto const* const regions = dynamic_cast<IRegionAccess const*>(&targetAccessor());
+    return regions == nullptr ? AccessTraits() : regions->traits();
+}
+
+void BufferAccessorFilter::flushTarget() {
+    if (auto* const regions = dynamic_cast<IRegionAccess*>(&targetAccessor())) {
+        regions->flush();
     }
 }
 

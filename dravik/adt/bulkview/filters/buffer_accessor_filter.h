@@ -5,6 +5,7 @@
 // Threads: as the chain it is part of.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
+#include "dravik/adt/bulkview/regions/access_traits.h"
 #include "dravik/adt/export.h"
 
 #include <memory>
@@ -36,6 +37,12 @@ class DRAVIK_ADT_EXPORT BufferAccessorFilter : public IBufferAccessor {
     /// @pre there is a target
     IBufferAccessor& targetAccessor() noexcept { return *target_; }
     IBufferAccessor const& targetAccessor() const noexcept { return *target_; }
+
+    /// What the target tells about itself; all unknown where it does not implement IRegionAccess.
+    AccessTraits targetTraits() const;
+    /// Carries down what is held back below, as far as the target implements IRegionAccess.
+    /// @throws what carrying it down throws
+    void flushTarget();
 
     /// Destroys the target; the filter is without one then.
     void dispose() noexcept;

@@ -241,6 +241,18 @@ void CacheFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferH
     relay(&IClient::releaseBuffer, buffer, std::move(owner));
 }
 
+AccessTraits CacheFilter::traits() const {
+    return targetTraits();
+}
+
+bool CacheFilter::tryTransfer(RegionRequest const&, RegionTransfer&) {
+    return false;
+}
+
+void CacheFilter::flush() {
+    flushTarget();
+}
+
 template <int N>
 CacheFilterImpl<N>::CacheFilterImpl(
     std::unique_ptr<IBufferAccessor> target, int sampleBudget, int halfDensityThreshold, int fullDensityThreshold)

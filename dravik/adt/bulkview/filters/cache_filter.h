@@ -6,6 +6,7 @@
 
 #include "dravik/adt/bulkview/filters/detail/cache_index.h"
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/core/lightweight_mutex.h"
 #include "dravik/adt/export.h"
 
@@ -30,7 +31,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 /// @lifetime kept blocks are let go before the target, in dispose(flag) and at the end
 /// @threads A block is not served any more once the client has been told that it is no longer valid. No lock is held
 /// while the target, the client or an owner is called, and none while memory is got or given back.
-class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
+class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter, public IRegionAccess {
   public:
     static constexpr int kNever = -1;  ///< a limit that is never reached
 
@@ -53,6 +54,11 @@ class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter {
     void bufferInvalidated(BufferHandle::Owner const* owner) override;
     bool prepareBufferRelease(void const* buffer, int& value) override;
     void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
+
+    AccessTraits traits() const override;
+    /// False: regions go by blocks, so that kept ones serve and none that is kept goes stale.
+    bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
+    void flush() override;
 
   protected:
     using Limits = Detail::CacheIndex::Limits;

@@ -2,9 +2,12 @@
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/detail/cache_filter_impl.h"
 
+#include "dravik/adt/bulkview/accessors/memory_accessor.h"
+#include "dravik/adt/bulkview/regions/region.h"
 #include "dravik/adt/testing/brick_accessor.h"
 #include "dravik/adt/testing/conformance.h"
 #include "dravik/adt/testing/failing_allocator.h"
+#include "dravik/adt/testing/filter_stacks.h"
 #include "dravik/adt/testing/lending_accessor.h"
 
 #include <gmock/gmock.h>
@@ -208,6 +211,32 @@ TEST(CacheFilter, ServesFixedScriptsByTheSameBlocks) {
             EXPECT_EQ(sum, row.digests[axes - 2]) << row.name << " on " << axes << " axes";
         }
     }
+}
+
+TEST(CacheFilter, ServesRegionsByItsBlocks) {
+    Testing::PlainArray<float> const data({12, 9, 20, 4});
+    auto const array = SharedArray<4>::Make<float>(data.box());
+    for (int const budget : {1, kNever}) {
+        auto bricks = std::make_unique<Testing::BrickAccessor<float>>(data);
+        auto const& asked = *bricks;
+        auto const cache = CacheFilter::Apply(std::move(bricks), budget, kNever, kNever);
+        readRegion(*cache, ExtentK<4, int>(data.box()), array);
+        EXPECT_EQ(asked.requests(), 72) << "once for each, also where nothing can stay";
+        readRegion(*cache, ExtentK<4, int>(data.box()), array);
+        EXPECT_EQ(asked.requests(), budget == kNever ? 72 : 144);
+    }
+}
+
+TEST(CacheFilter, FlushesWhatKeptBlocksHoldBack) {
+    auto const array = SharedArray<4>::Make<short>(Box::OfSize({1, 1, 20, 1}));
+    auto const cache = Testing::cached(Testing::converted(std::make_unique<Accessors::MemoryAccessor>(array)));
+    EXPECT_EQ(*traitsOf(*cache).sampleType, typeid(float));
+    BufferHandle handle;
+    cache->getBuffer({}, AdtEnums::ReadWrite, handle);
+    static_cast<float*>(handle.buffer())[7] = 7;
+    handle.reset(/*releaseOwner=*/true);
+    flush(*cache);
+    EXPECT_EQ(reinterpret_cast<short const*>(array.data())[7], (7 - Testing::kOffset) / Testing::kScale);
 }
 
 TEST(CacheFilter, IsMadeForTheAxesThatCount) {

@@ -197,6 +197,20 @@ std::unique_ptr<IBufferAccessor> CheckFilter::createClone() const {
     return clone;
 }
 
+AccessTraits CheckFilter::traits() const {
+    Call const call(*this, "traits");
+    return targetTraits();
+}
+
+bool CheckFilter::tryTransfer(RegionRequest const&, RegionTransfer&) {
+    return false;
+}
+
+void CheckFilter::flush() {
+    Call const call(*this, "flush");
+    flushTarget();
+}
+
 void CheckFilter::checkOwner(char const* notification, BufferHandle::Owner const* owner) const {
     bool const isOfBlocks = owner == nullptr ? hasOwnerless_ : hasOwners_;
     if (!isOfBlocks && (hasOwners_ || hasOwnerless_)) {

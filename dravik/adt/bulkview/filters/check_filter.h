@@ -4,6 +4,7 @@
 // CheckFilter: finds the faults of an accessor that somebody is writing. Threads: as the chain it is part of.
 
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/export.h"
 
 #include <atomic>
@@ -31,7 +32,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 /// there.
 ///
 ///     Typed2dRoView<float> view(Filters::CheckFilter::Apply(std::make_unique<MyAccessor>()));
-class DRAVIK_ADT_EXPORT CheckFilter final : public StatefulBufferAccessorFilter {
+class DRAVIK_ADT_EXPORT CheckFilter final : public StatefulBufferAccessorFilter, public IRegionAccess {
   public:
     /// @throws std::invalid_argument for a null target
     static std::unique_ptr<IBufferAccessor> Apply(std::unique_ptr<IBufferAccessor> target);
@@ -44,6 +45,11 @@ class DRAVIK_ADT_EXPORT CheckFilter final : public StatefulBufferAccessorFilter 
     void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override;
     std::unique_ptr<IBufferAccessor> createClone() const override;
     void dispose(bool flag) override;
+
+    AccessTraits traits() const override;
+    /// False: regions go by blocks, each of which is checked.
+    bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
+    void flush() override;
 
   private:
     class Call;

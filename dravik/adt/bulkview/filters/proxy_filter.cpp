@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 
 #include "dravik/adt/bulkview/detail/clone_of.h"
+#include "dravik/adt/bulkview/regions/region_transfer.h"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -75,6 +76,19 @@ bool ProxyFilter::prepareBufferRelease(void const* buffer, int& value) {
 
 void ProxyFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) {
     relay(&IClient::releaseBuffer, buffer, std::move(owner));
+}
+
+AccessTraits ProxyFilter::traits() const {
+    return targetTraits();
+}
+
+bool ProxyFilter::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
+    transfer.run(targetAccessor(), request);
+    return true;
+}
+
+void ProxyFilter::flush() {
+    flushTarget();
 }
 
 void ProxyFilter::setTarget(std::unique_ptr<IBufferAccessor> target) {

@@ -5,6 +5,7 @@
 // Threads: as the chain it is part of; an exchange must not overlap any other use of the proxy.
 
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/core/lightweight_mutex.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/export.h"
@@ -24,7 +25,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 ///     auto const controller = boost::make_shared<ProxyFilter::ProxyTargetController>();
 ///     view.init(ProxyFilter::MakeProxy(std::move(morning), controller));
 ///     controller->setTarget(std::move(evening));
-class DRAVIK_ADT_EXPORT ProxyFilter final : public StatefulBufferAccessorFilter {
+class DRAVIK_ADT_EXPORT ProxyFilter final : public StatefulBufferAccessorFilter, public IRegionAccess {
   public:
     class Error;
     class ProxyTargetController;
@@ -46,6 +47,11 @@ class DRAVIK_ADT_EXPORT ProxyFilter final : public StatefulBufferAccessorFilter 
     void bufferInvalidated(BufferHandle::Owner const* owner) override;
     bool prepareBufferRelease(void const* buffer, int& value) override;
     void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
+
+    AccessTraits traits() const override;
+    /// Passes the request on.
+    bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
+    void flush() override;
 
   private:
     ProxyFilter(std::unique_ptr<IBufferAccessor> target, boost::shared_ptr<ProxyTargetController> controller);

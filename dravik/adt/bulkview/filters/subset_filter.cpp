@@ -4,7 +4,6 @@
 #include "dravik/adt/bulkview/filters/subset_extent_filter.h"
 #include "dravik/adt/bulkview/filters/subset_range_filter.h"
 
-#include "dravik/adt/bulkview/regions/region.h"
 #include "dravik/adt/bulkview/regions/region_transfer.h"
 
 #include <algorithm>
@@ -88,8 +87,7 @@ FixedVector<4, int> SubsetFilter::getSize() {
 }
 
 AccessTraits SubsetFilter::traits() const {
-    auto const* const regions = dynamic_cast<IRegionAccess const*>(&targetAccessor());
-    auto traits = regions == nullptr ? AccessTraits() : regions->traits();
+    auto traits = targetTraits();
     auto const subset = getSubset();
     for (int axis = 0; axis < 4; ++axis) {
         auto const& along = subset[axis];
@@ -115,7 +113,7 @@ bool SubsetFilter::tryTransfer(RegionRequest const& request, RegionTransfer& tra
 }
 
 void SubsetFilter::flush() {
-    BulkView::flush(targetAccessor());
+    flushTarget();
 }
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Filters

@@ -2,9 +2,12 @@
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
 #include "dravik/adt/bulkview/detail/cancellation_hold.h"
+#include "dravik/adt/bulkview/regions/region_transfer.h"
 #include "dravik/adt/bulkview/write_back.h"
+#include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/detail/long_run.h"
 #include "dravik/adt/converters/type_register.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/platform/type_name.h"
 
 #include <algorithm>
@@ -39,11 +42,29 @@ void forEachPart(Converters::Detail::LongRun<Void> const& run, int count, Conver
     }
 }
 
+// Of a sample of `type`, or of whole bytes where that is not known.
+int bitsOf(std::type_info const& type, int byteSize) {
+    return TypeRegister::isTypeRegisted(type) ? TypeRegister::sizeofTypeInBits(type) : byteSize * 8;
+}
+
+bool meets(ExtentK<4, int> const& region, OpenEndedRange<4, int> const& box) {
+    ExtentK<4, int> const inside(box);
+    return std::equal(region.data(), region.data() + 4, inside.data(), [](auto const& wanted, auto const& there) {
+        return !wanted.intersection(there).isEmpty();
+    });
+}
+
+IValueConverter::ConstPtr chained(IValueConverter::ConstPtr const& first, IValueConverter::ConstPtr const& second) {
+    bool const isChain = first != nullptr && second != nullptr;
+    return isChain            ? Converters::CompositeConverter::getCompositeConverter(first, second, nullptr)
+           : first != nullptr ? first
+                              : second;
+}
+
 void checkConverters(int sampleSize, IValueConverter const& forward, IValueConverter const* inverse) {
     using Platform::readableTypeName;
     std::type_info const& shown = forward.getOutputType();
-    int const size =
-        !TypeRegister::isTypeRegisted(shown) ? sampleSize : (TypeRegister::sizeofTypeInBits(shown) + 7) / 8;
+    int const size = (bitsOf(shown, sampleSize) + 7) / 8;
     if (sampleSize < 1 || sampleSize != size) {
         throw std::invalid_argument(
             "[ValueConvertFilter::Apply] Invalid argument: a sample size of " + std::to_string(sampleSize) +
@@ -93,6 +114,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner, pu
             fetchBlock(position, access);
         }
         auto const info = runAround(position);
+        lent_ = info.range;
         if (block_.isNull()) {
             handle.update(nullptr, info, access);
             return;
@@ -108,10 +130,30 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner, pu
     }
 
     void writeBack() override {
+        carryDown();
+        pendingCount_ = 0;
+    }
+
+    // The run stays pending: its holder may go on writing into it.
+    void carryDown() const {
         if (pendingCount_ != 0 && filter_->inverse_ != nullptr) {
             convertIntoBlock();
         }
-        pendingCount_ = 0;
+    }
+
+    bool shows(ExtentK<4, int> const& region) const noexcept { return meets(region, lent_); }
+
+    // Carries the run to the storage for the last time, as far as others do not share the block.
+    void takeBack() {
+        writeBack();
+        BufferHandle::Owner* const owner = block_.owner();
+        if (owner != nullptr && owner->isUniqueRef()) {
+            if (auto* const below = dynamic_cast<IWriteBack*>(owner)) {
+                below->writeBack();
+            }
+        }
+        letBlockGo();
+        lent_ = {};
     }
 
     // After this the filter may go.
@@ -266,6 +308,7 @@ class ValueConvertFilter::TempBufferOwner final : public BufferHandle::Owner, pu
     bool holdsBlock_ = false;  // whether the block may serve further requests, and axis, length and capacity fit it
     int axis_ = 0;
     std::int64_t runLength_ = 0;      // samples
+    OpenEndedRange<4, int> lent_;     // what the run shows
     int pendingCount_ = 0;            // samples of the run to carry back
     std::int64_t pendingOffset_ = 0;  // samples from the block's buffer to the first of them
 };
@@ -336,6 +379,95 @@ void ValueConvertFilter::dispose(bool flag) {
     StatefulBufferAccessorFilter::dispose(flag);
 }
 
+AccessTraits ValueConvertFilter::traits() const {
+    auto traits = targetTraits();
+    traits.sampleType = &forward_->getOutputType();
+    traits.bitSize = bitSize();
+    traits.writable = traits.writable && inverse_ != nullptr;
+    return traits;
+}
+
+int ValueConvertFilter::bitSize() const {
+    return bitsOf(forward_->getOutputType(), sampleSize_);
+}
+
+bool ValueConvertFilter::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
+    bool const isRead = request.access == AdtEnums::Read;
+    if (!isRead && inverse_ == nullptr) {
+        throw Exceptions::NotSupportedException("ValueConvertFilter", "writing without an inverse converter.");
+    }
+    if (request.converter == nullptr && request.array.bitSize() != bitSize()) {
+        throw std::invalid_argument(
+            "[ValueConvertFilter] An array of " + std::to_string(request.array.bitSize()) +
+            " bits per sample for samples of " + std::to_string(bitSize()) + " bits.");
+    }
+    carryDown();
+    if (isRead) {
+        return tryPass(request, transfer);
+    }
+    // Held here, since the client may let them go while it is told of the first.
+    auto const owners = showing(request.region);
+    bool isDone = false;
+    try {
+        for (auto const& owner : owners) {
+            owner->takeBack();
+        }
+        isDone = tryPass(request, transfer);
+    } catch (...) {
+        tellOfOverwritten(owners);
+        throw;
+    }
+    tellOfOverwritten(owners);
+    return isDone;
+}
+
+bool ValueConvertFilter::tryPass(RegionRequest const& request, RegionTransfer& transfer) {
+    // Samples of unknown size cannot be addressed, nor kept between two converters.
+    if (!TypeRegister::isTypeRegisted(forward_->getInputType()) ||
+        !TypeRegister::isTypeRegisted(forward_->getOutputType())) {
+        return false;
+    }
+    auto below = request;
+    below.converter =
+        request.access == AdtEnums::Read ? chained(forward_, request.converter) : chained(request.converter, inverse_);
+    isPassing_ = true;
+    try {
+        transfer.run(targetAccessor(), below);
+    } catch (...) {
+        isPassing_ = false;
+        throw;
+    }
+    isPassing_ = false;
+    return true;
+}
+
+void ValueConvertFilter::carryDown() const {
+    for (TempBufferOwner const* owner = owners_; owner != nullptr; owner = owner->next()) {
+        owner->carryDown();
+    }
+}
+
+ValueConvertFilter::Owners ValueConvertFilter::showing(ExtentK<4, int> const& region) const {
+    Owners owners;
+    for (TempBufferOwner* owner = owners_; owner != nullptr; owner = owner->next()) {
+        if (owner->shows(region)) {
+            owners.emplace_back(owner);
+        }
+    }
+    return owners;
+}
+
+void ValueConvertFilter::tellOfOverwritten(Owners const& owners) const {
+    for (auto const& owner : owners) {
+        relay(&IClient::bufferInvalidated, owner.get());
+    }
+}
+
+void ValueConvertFilter::flush() {
+    carryDown();
+    flushTarget();
+}
+
 void ValueConvertFilter::accessorUpdated() {
     for (TempBufferOwner* owner = owners_; owner != nullptr; owner = owner->next()) {
         owner->distrustBlock();
@@ -343,7 +475,11 @@ void ValueConvertFilter::accessorUpdated() {
     relay(&IClient::accessorUpdated);
 }
 
-void ValueConvertFilter::bufferInvalidated(BufferHandle::Owner const*) {}
+void ValueConvertFilter::bufferInvalidated(BufferHandle::Owner const* owner) {
+    if (isPassing_) {
+        relay(&IClient::bufferInvalidated, owner);
+    }
+}
 
 template <class Predicate>
 std::vector<void const*> ValueConvertFilter::invalidateBlocks(Predicate const& isMeant) {
@@ -384,7 +520,8 @@ bool ValueConvertFilter::prepareBufferRelease(void const* buffer, int& value) {
     for (void const* run : runs) {
         relay(&IClient::prepareBufferRelease, run, value);
     }
-    return !runs.empty();
+    bool const isHeldAbove = isPassing_ && relay(&IClient::prepareBufferRelease, buffer, value);
+    return isHeldAbove || !runs.empty();
 }
 
 void ValueConvertFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> blockOwner) {
@@ -404,6 +541,9 @@ void ValueConvertFilter::releaseBuffer(void const* buffer, boost::intrusive_ptr<
     int unused = 0;
     for (void const* run : runs) {
         relay(&IClient::prepareBufferRelease, run, unused);
+    }
+    if (isPassing_) {
+        relay(&IClient::releaseBuffer, buffer, std::move(blockOwner));
     }
 }
 

@@ -5,9 +5,11 @@
 // handles, copies included, belong to the thread of the chain.
 
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
+#include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/converters/value_converter.h"
 #include "dravik/adt/export.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -29,12 +31,18 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 /// next one tries again. A failure in carrying back where nobody can be told, in a destructor, is dropped.
 ///
 /// accessorUpdated is relayed, and blocks lent before are not used for reading any more. What was written reaches them
-/// still, if an owner keeps them in memory. bufferInvalidated ends here.
+/// still, if an owner keeps them in memory. bufferInvalidated ends here, except while a region passes, whose transfer
+/// holds blocks of the target.
 ///
 /// For the blocks that it holds the filter answers prepareBufferRelease itself, with true. A block without an owner is
 /// written to, if a run is pending, and let go before the answer; one with an owner is let go by the next request of
 /// the handle, which carries the run back to it. The client hears that the run's memory is taken back, so its next
 /// access is such a request. releaseBuffer does the same for a block that nobody asked back before.
+///
+/// A region is asked of the target, with the converter in the request's. What clients wrote into runs is carried down
+/// before, and stays pending, since they may go on writing. To write a region takes back the runs that show a sample of
+/// it: what is written into them later is lost, and the client hears bufferInvalidated of each, whatever becomes of the
+/// rest.
 ///
 /// @threads Another thread may send bufferInvalidated, and for blocks that an owner keeps in memory
 /// prepareBufferRelease and releaseBuffer, at any moment. For a block without an owner these two must come on the
@@ -45,7 +53,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 ///     auto const inverse = ValueConverterFactory::getTypeConverter(typeid(short), typeid(float));
 ///     chain = ValueConvertFilter::Apply(std::move(chain), sizeof(short), forward, inverse);
 /// @lifetime A handle may outlive the filter: what is pending is carried back with the filter's end, and the run stays
-class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessorFilter {
+class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessorFilter, public IRegionAccess {
   public:
     using ConverterPtr = IValueConverter::ConstPtr;
 
@@ -71,8 +79,18 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
     /// @throws what the inverse converter throws, with nothing passed on
     void dispose(bool flag) override;
 
+    /// The target's, with the sample type shown.
+    AccessTraits traits() const override;
+    /// @throws Exceptions::NotSupportedException for writing without an inverse converter; std::invalid_argument for an
+    /// array of another sample size than the one shown, without a converter; what carrying runs down throws. Nothing is
+    /// moved then
+    bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
+    /// Carries down what is written into runs, which stay pending.
+    void flush() override;
+
   private:
     class TempBufferOwner;
+    using Owners = std::vector<boost::intrusive_ptr<TempBufferOwner>>;
 
     ValueConvertFilter(
         std::unique_ptr<IBufferAccessor> target, int sampleSize, ConverterPtr const& forward,
@@ -81,6 +99,11 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
 
     template <class Predicate>
     std::vector<void const*> invalidateBlocks(Predicate const& isMeant);
+    int bitSize() const;
+    bool tryPass(RegionRequest const& request, RegionTransfer& transfer);
+    void carryDown() const;
+    Owners showing(ExtentK<4, int> const& region) const;
+    void tellOfOverwritten(Owners const& owners) const;
     TempBufferOwner* borrowerOf(void const* buffer);
     void giveBack(void const* buffer);
 
@@ -92,6 +115,8 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
     int sampleSize_;  // bytes
     ConverterPtr forward_;
     ConverterPtr inverse_;
+    // While a region passes, the client holds blocks of the target and hears of them.
+    std::atomic<bool> isPassing_ = false;
     // Guards the list and what notifications read of its owners. Never held while foreign code runs.
     std::mutex mutex_;
     TempBufferOwner* owners_ = nullptr;  // those that handles hold, a list through their own links

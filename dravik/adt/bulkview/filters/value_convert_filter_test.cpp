@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 
+#include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
+#include "dravik/adt/bulkview/regions/region.h"
+#include "dravik/adt/bulkview/regions/region_transfer.h"
 #include "dravik/adt/bulkview/views/typed_3d_views.h"
 #include "dravik/adt/converters/value_converter_factory.h"
+#include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/brick_accessor.h"
+#include "dravik/adt/testing/filter_stacks.h"
 #include "dravik/adt/testing/lending_accessor.h"
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -458,6 +463,158 @@ TEST(ValueConvertFilter, HoldsCancellationOffWhileItWritesBack) {
     pthread_join(thread, &result);
     EXPECT_EQ(result, PTHREAD_CANCELED) << "but afterwards";
     EXPECT_EQ(viewed.block.samples[7], 70);
+}
+
+// A filter as a host would write it: knows nothing of regions.
+struct HostFilter final : BufferAccessorFilter {
+    explicit HostFilter(Accessor target) : BufferAccessorFilter(std::move(target)) {}
+    Index getSize() override { return targetAccessor().getSize(); }
+    void setHint(HintType, Box const&, float) override {}
+    void getBuffer(Index position, AdtEnums::Access access, BufferHandle& handle) override {
+        targetAccessor().getBuffer(position, access, handle);
+    }
+    Accessor createClone() const override { return std::make_unique<HostFilter>(*this); }
+};
+
+// Drops the block that it is told of.
+struct Holder final : IBufferAccessor::IClient {
+    void accessorUpdated() override {}
+    void bufferInvalidated(BufferHandle::Owner const* owner) override {
+        ++told;
+        owner == handle.owner() ? handle.reset(/*releaseOwner=*/true) : void();
+    }
+    bool prepareBufferRelease(void const*, int&) override { return false; }
+    void releaseBuffer(void const*, boost::intrusive_ptr<BufferHandle::Owner>) override {}
+    Accessor releaseAccessor() override { return nullptr; }
+
+    // Writes what it shows, if it still does.
+    void write(IBufferAccessor& chain, int place, short value) {
+        handle.isNull() ? chain.getBuffer(at(place), AdtEnums::ReadWrite, handle) : void();
+        sampleOf(handle, at(place)) = value;
+    }
+
+    BufferHandle handle;
+    int told = 0;
+};
+
+// Shorts over 300 floats that count from 0, along axis 2.
+struct RegionRow {
+    char const* name;
+    Accessor (*over)(Accessor floats);
+};
+constexpr RegionRow kRegionRows[] = {
+    {"OneConverter", [](Accessor a) { return asShorts<float>(std::move(a)); }},
+    {"ThreeConverters",
+     [](Accessor a) { return asShorts<float>(Testing::shownAs<short, float>(asShorts<float>(std::move(a)))); }},
+    {"OverACache", [](Accessor a) { return asShorts<float>(Testing::cached(std::move(a))); }},
+    {"BetweenProxies", [](Accessor a) { return Testing::proxied(asShorts<float>(Testing::proxied(std::move(a)))); }},
+    {"OverASubset", [](Accessor a) { return asShorts<float>(Testing::reversed(std::move(a))); }},
+    {"OverAHostsFilter", [](Accessor a) { return asShorts<float>(std::make_unique<HostFilter>(std::move(a))); }},
+};
+
+struct ConvertedChain {
+    explicit ConvertedChain(RegionRow const& row) : array(SharedArray<4>::Make<float>(Box::OfSize({1, 1, 300, 1}))) {
+        auto* const samples = reinterpret_cast<float*>(array.data());
+        std::iota(samples, samples + 300, 0.0f);
+        chain = row.over(std::make_unique<Accessors::MemoryAccessor>(array));
+        chain->setClient(&holder);
+    }
+    // A region of shorts; the client stays.
+    void transfer(int first, std::vector<short>& shorts, AdtEnums::Access access) {
+        int const count = static_cast<int>(shorts.size());
+        ArrayRef<4> const shown(
+            Box::OfSize({1, 1, count, 1}), {0, 0, 1, 0}, reinterpret_cast<char*>(shorts.data()), 0, typeid(short), 16);
+        TransferOptions const options;
+        RegionTransfer(options, count).run(*chain, {{at(first), {1, 1, count, 1}}, shown, access, nullptr});
+    }
+    short read(int place) {
+        std::vector<short> one(1);
+        transfer(place, one, AdtEnums::Read);
+        return one[0];
+    }
+
+    SharedArray<4> array;
+    Accessor chain;
+    Holder holder;
+};
+
+TEST(ValueConvertFilter, GoesOnTakingWritesAfterARegion) {
+    for (RegionRow const& row : kRegionRows) {
+        SCOPED_TRACE(row.name);
+        ConvertedChain shown(row);
+        shown.holder.write(*shown.chain, 100, 1000);
+        EXPECT_EQ(shown.read(100), 1000) << "carried down before";
+        shown.holder.write(*shown.chain, 101, 1010);
+        EXPECT_EQ(shown.read(101), 1010) << "and again";
+        shown.holder.write(*shown.chain, 102, 1020);
+        flush(*shown.chain);
+        EXPECT_EQ(shown.read(102), 1020);
+        shown.holder.write(*shown.chain, 103, 1030);
+        shown.holder.handle.reset(/*releaseOwner=*/true);
+        EXPECT_EQ(shown.read(103), 1030);
+        EXPECT_EQ(shown.holder.told, 0) << "what was read stays on loan";
+    }
+}
+
+TEST(ValueConvertFilter, BringsNoRunBackOverARegion) {
+    for (RegionRow const& row : kRegionRows) {
+        SCOPED_TRACE(row.name);
+        ConvertedChain shown(row);
+        std::vector<short> minusOnes(10, -1);
+        shown.holder.write(*shown.chain, 104, 1040);
+        shown.holder.write(*shown.chain, 115, 1150);
+        BufferHandle const kept = shown.holder.handle;
+        shown.transfer(100, minusOnes, AdtEnums::ReadWrite);
+        EXPECT_EQ(shown.holder.told, 1);
+        EXPECT_EQ(shown.holder.handle.owner(), nullptr) << "of the run that shows the region";
+        EXPECT_EQ(shown.read(115), 1150) << "beside the region what was written before stays";
+
+        shown.holder.write(*shown.chain, 240, 2400);
+        shown.transfer(100, minusOnes, AdtEnums::ReadWrite);
+        EXPECT_EQ(shown.holder.told, 1);
+        shown.holder.write(*shown.chain, 241, 2410);
+        shown.holder.handle.reset(/*releaseOwner=*/true);
+        EXPECT_EQ(shown.read(240), 2400);
+        EXPECT_EQ(shown.read(241), 2410);
+        EXPECT_EQ(shown.read(104), -1) << "though a copy of its handle lives";
+    }
+}
+
+TEST(ValueConvertFilter, RefusesRegionsWithoutAnInverse) {
+    ConvertedChain shown({"", [](Accessor a) -> Accessor {
+                              return ValueConvertFilter::Apply(std::move(a), 2, converter<float, short>(), nullptr);
+                          }});
+    EXPECT_EQ(traitsOf(*shown.chain).writable, false);
+    EXPECT_EQ(*traitsOf(*shown.chain).sampleType, typeid(short));
+    shown.holder.write(*shown.chain, 104, 1040);
+    std::vector<short> minusOnes(10, -1);
+    EXPECT_THROW(shown.transfer(100, minusOnes, AdtEnums::ReadWrite), Exceptions::NotSupportedException);
+    EXPECT_EQ(shown.holder.told, 0);
+    EXPECT_EQ(shown.read(104), 104);
+}
+
+// The transfer of a region holds blocks of the target, so it has to hear what becomes of them.
+TEST(ValueConvertFilter, TellsRegionsOfBlocksTakenBack) {
+    using Client = IBufferAccessor::IClient;
+    Block block(alongAxis2(0, 30));
+    std::vector<float> stale(30, -1);
+    int value = 0;
+    for (auto const& takeBack : std::vector<std::function<void(Client&)>>{
+             [](Client& client) { client.bufferInvalidated(nullptr); },
+             [&](Client& client) { client.prepareBufferRelease(stale.data(), value); },
+             [&](Client& client) { client.releaseBuffer(stale.data(), nullptr); }}) {
+        bool isFirst = true;
+        auto target = block.accessor();
+        target->lend = [&, target = target.get()](Index const&, AdtEnums::Access access, BufferHandle& lent) {
+            lent.update(isFirst ? stale.data() : block.samples.data(), block.info, access);
+            std::exchange(isFirst, false) ? takeBack(*target->client()) : void();
+        };
+        Accessor const filter = asShorts<float>(std::move(target));
+        auto const array = SharedArray<4>::Make<short>(Box::OfSize({1, 1, 30, 1}));
+        readRegion(*filter, ExtentK<4, int>(array.range()), array);
+        EXPECT_EQ(reinterpret_cast<short const*>(array.data())[7], 7);
+    }
+    EXPECT_EQ(value, 10000);
 }
 
 }  // namespace
