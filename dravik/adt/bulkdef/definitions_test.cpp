@@ -6,6 +6,8 @@
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
+#include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
@@ -129,7 +131,11 @@ boost::shared_ptr<SourceDef const> randomSource(Random& random) {
 
 boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.between(-1, 0); };
-    switch (random.between(0, 4)) {
+    switch (random.between(0, 6)) {
+    case 5:
+        return CacheDef(any()).clone();
+    case 6:
+        return ConvertDef(random.oneOf<std::string>({"int8", "int16"}), any(), any() + 0.5).clone();
     case 0:
         return MultiresDef(any(), random.oneOf<std::string>({"a", "b"})).clone();
     case 1:

@@ -2,6 +2,7 @@
 #include "dravik/adt/converters/type_register.h"
 
 #include "dravik/adt/converters/int1.h"
+#include "dravik/adt/converters/sample_type_name.h"
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/testing/child_output.h"
@@ -91,6 +92,17 @@ TEST(TypeRegister, TakesATypeOfTheCallerOnceRefusesInThisOrderAndStaysAsItWas) {
     TypeRegister::registerPrimitiveType(typeid(Newcomer), 24);
     EXPECT_EQ(TypeRegister::sizeofTypeInBits(typeid(Newcomer)), 24);
     EXPECT_EQ(TypeRegister::sizeofTypeInBits(typeid(float)), 32);
+}
+
+TEST(SampleTypeName, LeadsBackToItsType) {
+    for (char const* const name :
+         {"bit", "int8", "uint8", "int16", "uint16", "int32", "uint32", "int64", "float32", "float64"}) {
+        auto const* const type = sampleTypeNamed(name);
+        ASSERT_NE(type, nullptr) << name;
+        EXPECT_EQ(sampleTypeName(*type), name);
+    }
+    EXPECT_EQ(sampleTypeNamed("float"), nullptr);
+    EXPECT_EQ(sampleTypeName(typeid(void)), "");
 }
 
 }  // namespace

@@ -3,9 +3,17 @@
 
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
+#include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/filter_factory.h"
+#include "dravik/adt/bulkview/filters/value_convert_filter.h"
+#include "dravik/adt/bulkview/regions/access_traits.h"
+#include "dravik/adt/converters/sample_type_name.h"
+#include "dravik/adt/converters/type_register.h"
+#include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/platform/environment.h"
 #include "dravik/adt/platform/type_name.h"
@@ -52,6 +60,40 @@ OpenedData decimated(BulkDef::Transform::DecimateDef const& def, std::vector<Ope
     return {Filters::FilterFactory::MakeView(std::move(input.chain), view), std::move(info)};
 }
 
+OpenedData converted(BulkDef::Transform::ConvertDef const& def, std::vector<OpenedData> inputs) {
+    OpenedData& input = inputs.front();
+    std::type_info const& from = *traitsOf(*input.chain).sampleType;
+    std::type_info const* const to = sampleTypeNamed(def.sampleType());
+    if (to == nullptr || from == typeid(void)) {
+        throw std::invalid_argument(
+            "[Openers::open] Invalid argument: " +
+            (to == nullptr ? "no sample type is named \"" + def.sampleType() + "\"."
+                           : std::string("samples of an unknown type cannot be converted.")));
+    }
+    using Converters::ValueConverterFactory;
+    ScaleOffset const forward(def.scale(), def.offset());
+    auto const there = ValueConverterFactory::getTypeConverter(from, *to, forward, /*copyIfSame=*/false);
+    IValueConverter::ConstPtr back;
+    try {
+        back = ValueConverterFactory::getTypeConverter(*to, from, forward.getInverse(), /*copyIfSame=*/false);
+    } catch (Exceptions::NotImplementedException const&) {
+        // Such samples can be read alone.
+    }
+    if (def.scale() != 1 || def.offset() != 0) {
+        input.info.missingValue.reset();
+    }
+    int const byteSize = TypeRegister::sizeofTypeInBits(*to) / 8;
+    input.chain = Filters::ValueConvertFilter::Apply(std::move(input.chain), byteSize, there, back);
+    return std::move(input);
+}
+
+OpenedData cached(BulkDef::Transform::CacheDef const& def, std::vector<OpenedData> inputs) {
+    constexpr int kNever = Filters::CacheFilter::kNever;
+    OpenedData& input = inputs.front();
+    input.chain = Filters::CacheFilter::Apply(std::move(input.chain), def.sampleBudget(), kNever, kNever);
+    return std::move(input);
+}
+
 }  // namespace
 
 Openers::Openers() : Openers(std::make_shared<BrickPool>(byteBudgetOfProcess())) {}
@@ -60,9 +102,13 @@ Openers::Openers(std::shared_ptr<BrickPool> pool) : pool_(std::move(pool)) {
     if (pool_ == nullptr) {
         throw std::invalid_argument("[Openers] Invalid argument: pool is null.");
     }
-    addTransform<BulkDef::Transform::DecimateDef>([](auto const& def, std::vector<OpenedData> inputs, Openers const&) {
-        return decimated(def, std::move(inputs));
-    });
+    using Inputs = std::vector<OpenedData>;
+    addTransform<BulkDef::Transform::DecimateDef>(
+        [](auto const& def, Inputs inputs, Openers const&) { return decimated(def, std::move(inputs)); });
+    addTransform<BulkDef::Transform::ConvertDef>(
+        [](auto const& def, Inputs inputs, Openers const&) { return converted(def, std::move(inputs)); });
+    addTransform<BulkDef::Transform::CacheDef>(
+        [](auto const& def, Inputs inputs, Openers const&) { return cached(def, std::move(inputs)); });
 }
 
 Openers::~Openers() = default;

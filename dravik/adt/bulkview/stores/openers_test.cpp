@@ -5,6 +5,8 @@
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
+#include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
@@ -23,6 +25,8 @@ namespace {
 using BulkDef::Entity::DerivedEntityDef;
 using BulkDef::Entity::SourceEntityDef;
 using BulkDef::Source::BulkFileDef;
+using BulkDef::Transform::CacheDef;
+using BulkDef::Transform::ConvertDef;
 using BulkDef::Transform::DecimateDef;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -74,6 +78,17 @@ TEST_F(OpenersTest, ComputeTransformsOfTheirInputs) {
         [](DecimateDef const&, std::vector<OpenedData> inputs, Openers const&) { return std::move(inputs.at(0)); });
     auto const last = openers.open(DerivedEntityDef(DecimateDef({3, 4, 1, 1}, {}), grid));
     EXPECT_EQ(samplesOf(*last.chain).size(), 24u) << "what is added last is in force";
+}
+
+TEST_F(OpenersTest, ConvertAndCacheSamples) {
+    auto const entity = DerivedEntityDef(CacheDef(100), DerivedEntityDef(ConvertDef("uint8", 10, -20), grid));
+    auto const data = openers.open(entity);
+    auto const array = SharedArray<4>::Make<unsigned char>(OpenEndedRange<4, int>::OfSize({1, 6, 1, 1}));
+    readRegion(*data.chain, ExtentK<4, int>(array.range()), array);
+    EXPECT_EQ(std::string(array.constData(), 6), (std::string{0, 0, 0, 10, 20, 30})) << "saturated at both ends";
+    EXPECT_THAT(
+        [&] { openers.open(DerivedEntityDef(ConvertDef("byte"), grid)); },
+        ThrowsMessage<std::invalid_argument>(HasSubstr("\"byte\"")));
 }
 
 TEST_F(OpenersTest, NameTheClassThatNobodyOpens) {
