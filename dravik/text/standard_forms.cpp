@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "dravik/adt/bulkdef/entity/derived_entity_def.h"
+#include "dravik/adt/bulkdef/entity/source_entity_def.h"
+#include "dravik/adt/bulkdef/source/bulk_file_def.h"
+#include "dravik/adt/bulkdef/source/project_item_def.h"
+#include "dravik/adt/bulkdef/transform/decimate_def.h"
+#include "dravik/adt/bulkdef/transform/min_max_def.h"
+#include "dravik/adt/bulkdef/transform/multires_def.h"
+#include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkdef/view/complete_view_def.h"
+#include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
+#include "dravik/text/detail/form_table.h"
+#include "dravik/text/text_exception.h"
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <algorithm>
+
+namespace Quorvel::Dravik::Text::Detail {
+
+namespace {
+
+using Adt::ExtentImpl;
+using Adt::ExtentK;
+using Adt::FixedVector;
+using Adt::BulkDef::Entity::DerivedEntityDef;
+using Adt::BulkDef::Entity::SourceEntityDef;
+using Adt::BulkDef::Source::BulkFileDef;
+using Adt::BulkDef::Source::ProjectItemDef;
+using Adt::BulkDef::Transform::DecimateDef;
+using Adt::BulkDef::Transform::MinMaxDef;
+using Adt::BulkDef::Transform::MultiresDef;
+using Adt::BulkDef::View::ArraySubsetDef;
+using Adt::BulkDef::View::ArrayViewDef;
+using Adt::BulkDef::View::CompleteViewDef;
+using Inverse = ArrayViewDef::InverseArrayViewDef;
+
+void requireSize(Node const& node, std::size_t size) {
+    if (std::size_t const elements = node.elements().size(); elements != size) {
+        throw TextException(node, "has " + std::to_string(elements) + " elements, not " + std::to_string(size));
+    }
+}
+
+template <int N>
+FixedVector<N, int> readNumbers(Node const& node) {
+    requireSize(node, N);
+    FixedVector<N, int> numbers;
+    for (int axis = 0; axis < N; ++axis) {
+        numbers[axis] = node.at(static_cast<std::size_t>(axis)).as<int>();
+    }
+    return numbers;
+}
+
+std::string readString(Node const& node, char const* key) {
+    return node.at(key).as<std::string>();
+}
+
+Node writeFormat(BulkFileDef::FileFormat format) {
+    std::string const& name = BulkFileDef::getFileFormatString(format);
+    bool const isNamed = format == BulkFileDef::FILEFORMAT_UNKNOWN || BulkFileDef::getFileFormat(name) != 0;
+    return isNamed ? Node(name) : Node(static_cast<int>(format));
+}
+
+BulkFileDef::FileFormat readFormat(Node const& node) {
+    if (!node.isString()) {
+        return static_cast<BulkFileDef::FileFormat>(node.as<int>());
+    }
+    auto const name = node.as<std::string>();
+    auto const format = BulkFileDef::getFileFormat(name);
+    return BulkFileDef::getFileFormatString(format) == name ? format
+                                                            : throw TextException(node, "names no format of files");
+}
+
+// What equality looks at: empty axes are all alike, and the step of a single index does not matter.
+Node writeAxis(ExtentImpl<int> const& axis) {
+    auto const [origin, step, count] = axis.isEmpty() ? ExtentImpl<int>() : axis;
+    return Node::MakeArray(FixedVector<3, int>(origin, count == 1 ? 1 : step, count));
+}
+
+template <int N>
+boost::shared_ptr<ViewDef const> readSubset(Node const& axes) {
+    ExtentK<N, int> subset;
+    for (int axis = 0; axis < N; ++axis) {
+        auto const numbers = readNumbers<3>(axes.at(static_cast<std::size_t>(axis)));
+        subset[axis] = {numbers[0], numbers[1], numbers[2]};
+    }
+    return boost::make_shared<ArraySubsetDef<N> const>(subset);
+}
+
+boost::shared_ptr<ViewDef const> readSubset(Node const& node, DefinitionReader&) {
+    Node const& axes = node.at("axes");
+    switch (axes.elements().size()) {
+    case 1:
+        return readSubset<1>(axes);
+    case 2:
+        return readSubset<2>(axes);
+    case 3:
+        return readSubset<3>(axes);
+    case 4:
+        return readSubset<4>(axes);
+    default:
+        throw TextException(axes, "has " + std::to_string(axes.size()) + " elements, not 1 to 4");
+    }
+}
+
+Node writeDerived(DerivedEntityDef const& def, DefinitionWriter& writer) {
+    Node inputs = Node::MakeArray();
+    for (unsigned int slot = 0; slot < def.numInputs(); ++slot) {
+        auto const input = def.getInputPtr(slot);
+        inputs.append(input != nullptr ? writer.write(*input) : Node());
+    }
+    return Node().set("inputs", std::move(inputs)).set("transform", writer.write(def.transform()));
+}
+
+boost::shared_ptr<EntityDef const> readDerived(Node const& node, DefinitionReader& reader) {
+    auto const transform = reader.transform(node.at("transform"));
+    Node const& inputs = node.at("inputs");
+    requireSize(inputs, transform->numInputs());
+    auto const def = boost::make_shared<DerivedEntityDef>(*transform);
+    unsigned int slot = 0;
+    for (Node const& input : inputs.elements()) {
+        if (!input.isNull()) {
+            def->setInput(slot, *reader.entity(input));
+        }
+        ++slot;
+    }
+    return def;
+}
+
+void addEntities(Forms& forms) {
+    forms.add<SourceEntityDef>(
+        "SourceEntity",
+        [](SourceEntityDef const& def, DefinitionWriter& writer) {
+            return Node().set("source", writer.write(def.source()));
+        },
+        [](Node const& node, DefinitionReader& reader) {
+            return boost::make_shared<SourceEntityDef const>(*reader.source(node.at("source")));
+        });
+    forms.add<DerivedEntityDef>("DerivedEntity", writeDerived, readDerived);
+}
+
+void addSources(Forms& forms) {
+    forms.add<BulkFileDef>(
+        "BulkFile",
+        [](BulkFileDef const& def, DefinitionWriter&) {
+            return Node().set("format", writeFormat(def.fileFormat())).set("path", def.fileName());
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<BulkFileDef const>(readString(node, "path"), readFormat(node.at("format")));
+        });
+    forms.add<ProjectItemDef>(
+        "ProjectItem",
+        [](ProjectItemDef const& def, DefinitionWriter&) {
+            // As a clone has them: no scale is 1, no offset is 0.
+            return Node()
+                .set("datastoreId", def.datastoreId())
+                .set("datastoreType", def.datastoreType())
+                .set("itemId", def.itemId())
+                .set("offset", def.bulkOffset().empty() ? "0" : def.bulkOffset())
+                .set("parentId", def.parentId())
+                .set("scale", def.bulkScalar().empty() ? "1" : def.bulkScalar());
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<ProjectItemDef const>(
+                readString(node, "datastoreType"), readString(node, "datastoreId"), readString(node, "parentId"),
+                readString(node, "itemId"), readString(node, "scale"), readString(node, "offset"));
+        });
+}
+
+void addTransforms(Forms& forms) {
+    forms.add<DecimateDef>(
+        "Decimate",
+        [](DecimateDef const& def, DefinitionWriter&) {
+            return Node()
+                .set("decimation", Node::MakeArray(def.getDecimation()))
+                .set("offset", Node::MakeArray(def.getOffset()));
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<DecimateDef const>(
+                readNumbers<4>(node.at("decimation")), readNumbers<4>(node.at("offset")));
+        });
+    forms.add<MinMaxDef>(
+        "MinMax",
+        [](MinMaxDef const& def, DefinitionWriter&) {
+            return Node().set("binSize", Node::MakeArray(def.getBinSize()));
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<MinMaxDef const>(readNumbers<3>(node.at("binSize")));
+        });
+    forms.add<MultiresDef>(
+        "Multires",
+        [](MultiresDef const& def, DefinitionWriter&) {
+            return Node().set("factor", def.getFactor()).set("method", def.getName());
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<MultiresDef const>(node.at("factor").as<int>(), readString(node, "method"));
+        });
+}
+
+void addViews(Forms& forms) {
+    forms.add<CompleteViewDef>(
+        "Complete", [](CompleteViewDef const&, DefinitionWriter&) { return Node::MakeObject(); },
+        [](Node const&, DefinitionReader&) { return CompleteViewDef::Instance(); });
+    forms.add<ArraySubsetDef<1>, ArraySubsetDef<2>, ArraySubsetDef<3>, ArraySubsetDef<4>>(
+        "ArraySubset",
+        []<int N>(ArraySubsetDef<N> const& def, DefinitionWriter&) {
+            Node axes = Node::MakeArray();
+            for (int axis = 0; axis < N; ++axis) {
+                axes.append(writeAxis(def.subset()[axis]));
+            }
+            return Node().set("axes", std::move(axes));
+        },
+        [](Node const& node, DefinitionReader& reader) { return readSubset(node, reader); });
+    forms.add<Inverse>(
+        "Inverse",
+        [](Inverse const& def, DefinitionWriter& writer) { return Node().set("view", writer.write(*def.viewPtr())); },
+        [](Node const& node, DefinitionReader& reader) {
+            auto const view = ArrayViewDef::Cast(reader.view(node.at("view")));
+            return view != nullptr ? boost::make_shared<Inverse const>(*view)
+                                   : throw TextException(node.at("view"), "is no array view and has no inverse");
+        });
+}
+
+}  // namespace
+
+void addStandardForms(Forms& forms) {
+    addEntities(forms);
+    addSources(forms);
+    addTransforms(forms);
+    addViews(forms);
+}
+
+}  // namespace Quorvel::Dravik::Text::Detail
