@@ -44,9 +44,11 @@ class MemoryStore final : public BulkView::IBrickStore {
     }
     void flush() override { ++flushes; }
     bool hasSamples(Box const& box) const override { return !holes.contains(box.min); }
+    bool servesParts() const override { return hasCheapParts; }
 
     PlainArray<T> data;
     BulkView::AccessTraits traits_;
+    bool hasCheapParts = false;
     Box holes;                      ///< bricks that begin in here have no samples
     std::function<void()> onRead;   ///< called before a read, perhaps to fail
     std::function<void()> onWrite;  ///< called before a write, perhaps to fail

@@ -17,4 +17,8 @@ bool IBrickStore::hasSamples(OpenEndedRange<4, int> const& /*box*/) const {
     return true;
 }
 
+bool IBrickStore::servesParts() const {
+    return false;
+}
+
 }  // namespace Quorvel::Dravik::Adt::BulkView

@@ -13,7 +13,8 @@ namespace Quorvel::Dravik::Adt::BulkView {
 
 /// Storage of samples of one type on up to four axes, of which any box can be read, and perhaps written.
 ///
-/// Indices are absolute and begin at 0; axes that the storage does not have are 1 long. Samples pass dense, the last
+/// Indices are absolute and begin at 0. Axis k of the storage is axis k here; trailing axes that it does not have are 1
+/// long. Samples pass dense, the last
 /// axis fastest, in the type that the traits tell; packed types lie as in a row of bits. A box given is never empty and
 /// lies inside [0, size()).
 class DRAVIK_ADT_EXPORT IBrickStore {
@@ -41,6 +42,10 @@ class DRAVIK_ADT_EXPORT IBrickStore {
 
     /// False if every sample of `box` is missing, so that nobody has to read it; true here.
     virtual bool hasSamples(OpenEndedRange<4, int> const& box) const;
+
+    /// True if a part of a brick costs its share of the brick alone, as in a mapped file; constant, false here. Regions
+    /// then read and write just what they want and leave the pool as it is.
+    virtual bool servesParts() const;
 
   protected:
     IBrickStore() = default;

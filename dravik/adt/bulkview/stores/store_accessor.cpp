@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkview/stores/store_accessor.h"
 
 #include "dravik/adt/bulkview/stores/detail/brick_table.h"
+#include "dravik/adt/bulkview/stores/detail/brick_transfer.h"
 #include "dravik/adt/bulkview/stores/detail/bricking.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 
@@ -39,6 +40,12 @@ namespace {
 
 bool writes(AdtEnums::Access access) {
     return AdtEnums::isWriteAccess(access) || AdtEnums::isPopulateAccess(access);
+}
+
+void requireWritable(Detail::PooledStore const& store, AdtEnums::Access access) {
+    if (writes(access) && !store.traits().writable) {
+        throw Exceptions::NotSupportedException("StoreAccessor", "the store is read-only.");
+    }
 }
 
 }  // namespace
@@ -88,9 +95,7 @@ void StoreAccessor::getBuffer(FixedVector<4, int> position, AdtEnums::Access acc
              << " samples.";
         throw std::out_of_range(text.str());
     }
-    if (writes(access) && !all.store->traits().writable) {
-        throw Exceptions::NotSupportedException("StoreAccessor", "the store is read-only.");
-    }
+    requireWritable(*all.store, access);
     auto const box = all.bricking.boxAround(position);
     boost::intrusive_ptr<Detail::Brick> brick = all.table->find({all.store.get(), box.min}, access);
     // Not where samples may be written: a consumer need not ask again to write into a block without memory.
@@ -151,8 +156,11 @@ AccessTraits StoreAccessor::traits() const {
     return traits;
 }
 
-bool StoreAccessor::tryTransfer(RegionRequest const& /*request*/, RegionTransfer& /*transfer*/) {
-    return false;
+bool StoreAccessor::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
+    Shared const& all = shared();
+    requireWritable(*all.store, request.access);
+    Detail::BrickTransfer(all.bricking, *all.table, all.store, request, transfer).run();
+    return true;
 }
 
 void StoreAccessor::flush() {

@@ -55,7 +55,10 @@ class DRAVIK_ADT_EXPORT StoreAccessor final : public IBufferAccessor, public IRe
 
     /// The store's own, with the brick that is lent as the natural block; all unknown after dispose.
     AccessTraits traits() const override;
-    /// False: regions go by blocks, so that bricks in the pool serve them.
+    /// Bricks in the pool serve their samples. Others of which the region wants all, or of a store that serves parts,
+    /// pass between the store and the array, several at a time, and are not kept; the rest are fetched into the pool.
+    /// Bricks without a wanted sample are not read.
+    /// @throws as getBuffer does; bricks that passed before the failure have been moved
     bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
     /// Carries the written bricks of the store down and flushes it.
     /// @throws the store's first failure, once everything was tried; another call tries again

@@ -17,21 +17,27 @@ std::size_t hashOf(BrickKey const& key) noexcept {
     return mixed;
 }
 
-Brick::Brick(std::shared_ptr<BrickTable> table, std::shared_ptr<PooledStore> store, OpenEndedRange<4, int> const& box)
+FixedVector<4, int> denseStrides(OpenEndedRange<4, int> const& box) noexcept {
+    FixedVector<4, int> strides;
+    std::int64_t stride = 1;
+    for (int axis = 3; axis >= 0; --axis) {
+        strides.data()[axis] = static_cast<int>(stride);
+        stride *= box.size(axis);
+    }
+    return strides;
+}
+
+Brick::Brick(
+    std::shared_ptr<BrickTable> table, std::shared_ptr<PooledStore> store, OpenEndedRange<4, int> const& box,
+    Memory memory)
     : table_(std::move(table)),
       store_(std::move(store)),
       box_(box),
-      byteSize_((box.pointCount() * store_->traits().bitSize + 7) / 8),
+      byteSize_(memory == Memory::kNone ? 0 : (box.pointCount() * store_->traits().bitSize + 7) / 8),
       samples_(std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(byteSize_))) {}
 
 BufferHandle::ArrayInfo Brick::info() const noexcept {
-    BufferHandle::ArrayInfo info{box_, {}, /*offset=*/0};
-    std::int64_t stride = 1;
-    for (int axis = 3; axis >= 0; --axis) {
-        info.strides[axis] = static_cast<int>(stride);
-        stride *= box_.size(axis);
-    }
-    return info;
+    return {box_, denseStrides(box_), /*offset=*/0};
 }
 
 boost::intrusive_ptr<Brick> Brick::share(Brick& brick) {

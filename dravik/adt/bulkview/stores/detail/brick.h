@@ -20,6 +20,9 @@ namespace Quorvel::Dravik::Adt::BulkView::Detail {
 
 class BrickTable;
 
+/// Strides of the samples of a box that lie side by side, the last axis fastest.
+FixedVector<4, int> denseStrides(OpenEndedRange<4, int> const& box) noexcept;
+
 /// Which brick of which store.
 struct BrickKey {
     PooledStore const* store;
@@ -38,8 +41,12 @@ class Brick final : public BufferHandle::Owner, public InTable, public InOrder {
   public:
     enum class State { kLoading, kReady, kFailed };
 
-    /// With memory for the samples, which hold anything.
-    Brick(std::shared_ptr<BrickTable> table, std::shared_ptr<PooledStore> store, OpenEndedRange<4, int> const& box);
+    enum class Memory { kOwn, kNone };
+
+    /// With memory for the samples, which hold anything, or without it: then it takes the place of the brick alone.
+    Brick(
+        std::shared_ptr<BrickTable> table, std::shared_ptr<PooledStore> store, OpenEndedRange<4, int> const& box,
+        Memory memory);
 
     BrickKey key() const noexcept { return {store_.get(), box_.min}; }
     PooledStore& store() const noexcept { return *store_; }

@@ -99,7 +99,8 @@ boost::intrusive_ptr<Brick> BrickTable::findReady(Shard& shard, Lock& lock, Bric
 bool BrickTable::has(BrickKey const& key) {
     Shard& shard = shardOf(key);
     Lock const lock(shard.mutex);
-    return shard.bricks.find(key, Hash(), Equal()) != shard.bricks.end();
+    auto const place = shard.bricks.find(key, Hash(), Equal());
+    return place != shard.bricks.end() && place->references() > 0;
 }
 
 void BrickTable::getAhead(StorePtr const& store, Box const& box) noexcept {
@@ -127,7 +128,7 @@ boost::intrusive_ptr<Brick> BrickTable::get(StorePtr const& store, Box const& bo
         if (auto known = find(key, access)) {
             return known;
         }
-        boost::intrusive_ptr<Brick> brick(new Brick(shared_from_this(), store, box));
+        boost::intrusive_ptr<Brick> brick(new Brick(shared_from_this(), store, box, Brick::Memory::kOwn));
         bool const isKept = writes || brick->byteSize() <= byteBudget_ / 4;
         Shard& shard = shardOf(key);
         growIfFull(shard);
@@ -153,12 +154,40 @@ bool BrickTable::insert(Shard& shard, Brick& brick, bool isKept) {
         bytesKept_.fetch_sub(isKept ? brick.byteSize() : 0, std::memory_order_relaxed);
         return false;
     }
-    ++shard.counters.misses;
+    shard.counters.misses += brick.byteSize() > 0 ? 1 : 0;
     if (isKept) {
         brick.kept.reset(&brick);
         shard.inOrder.push_back(brick);
     }
     return true;
+}
+
+bool BrickTable::Claims::add(StorePtr const& store, Box const& box) {
+    boost::intrusive_ptr<Brick> brick(new Brick(table_.shared_from_this(), store, box, Brick::Memory::kNone));
+    bricks_.emplace_back();
+    Shard& shard = table_.shardOf(brick->key());
+    table_.growIfFull(shard);
+    if (!table_.insert(shard, *brick, /*isKept=*/false)) {
+        bricks_.pop_back();
+        return false;
+    }
+    bricks_.back() = std::move(brick);
+    return true;
+}
+
+BrickTable::Claims::~Claims() {
+    for (auto const& brick : bricks_) {
+        if (brick == nullptr) {
+            continue;  // its claiming failed
+        }
+        Shard& shard = table_.shardOf(brick->key());
+        {
+            Lock const lock(shard.mutex);
+            table_.takeOut(shard, *brick);
+            brick->state = Brick::State::kFailed;
+        }
+        shard.changed.notify_all();
+    }
 }
 
 void BrickTable::read(Shard& shard, boost::intrusive_ptr<Brick> const& brick, bool writes) {

@@ -51,6 +51,9 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     /// Carries written bricks down, tells of those that cannot be, and lets go of all.
     void close() noexcept;
 
+    /// Keeps other threads from bricks that are not here, while their samples pass between the store and other memory.
+    class Claims;
+
     /// Called by a brick that nothing holds any more.
     void forget(Brick& brick) noexcept;
 
@@ -106,6 +109,23 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     std::atomic<std::uint64_t> flushes_{0};
     mutable std::mutex storesMutex_;
     std::list<std::weak_ptr<PooledStore>> stores_;
+};
+
+// Whoever asks for a claimed brick waits for the end of the claim and then reads for itself. Nothing is waited for
+// here, so claims never wait for each other.
+class BrickTable::Claims {
+  public:
+    explicit Claims(BrickTable& table) noexcept : table_(table) {}
+    Claims(Claims const&) = delete;
+    Claims& operator=(Claims const&) = delete;
+    ~Claims();
+
+    /// False if the brick is here or claimed.
+    bool add(StorePtr const& store, Box const& box);
+
+  private:
+    BrickTable& table_;
+    std::vector<boost::intrusive_ptr<Brick>> bricks_;
 };
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Detail

@@ -28,6 +28,7 @@ PooledStore::PooledStore(std::shared_ptr<IBrickStore> store, Diagnostics diagnos
     : store_(std::move(store)),
       traits_(store_->traits()),
       size_(store_->size()),
+      servesParts_(store_->servesParts()),
       diagnostics_(std::move(diagnostics)) {}
 
 std::unique_lock<std::mutex> PooledStore::turn() const {

@@ -29,6 +29,7 @@ class PooledStore {
     void write(Box const& box, void const* samples);
     void flush();
     bool hasSamples(Box const& box) const;
+    bool servesParts() const noexcept { return servesParts_; }
 
     // As write and flush, where nobody is left to throw to: a failure is told to the diagnostics.
 
@@ -44,6 +45,7 @@ class PooledStore {
     std::shared_ptr<IBrickStore> store_;
     AccessTraits traits_;
     FixedVector<4, int> size_;
+    bool servesParts_;
     Diagnostics diagnostics_;
     mutable std::mutex serial_;
     std::atomic<bool> isFlushed_{true};
