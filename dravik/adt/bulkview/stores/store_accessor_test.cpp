@@ -6,6 +6,7 @@
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/conformance.h"
 #include "dravik/adt/testing/memory_store.h"
+#include "dravik/adt/testing/store_conformance.h"
 
 #include <gtest/gtest.h>
 
@@ -44,6 +45,34 @@ TEST(StoreAccessor, Conforms) {
                 store->traits_.blockOrigin = row.origin;
                 return StoreAccessor::Make(std::move(store), std::make_shared<BrickPool>(row.byteBudget));
             }});
+    }
+}
+
+TEST(StoreAccessor, TakesStoresThroughTheScript) {
+    struct Row {
+        char const* name;
+        Index size;
+        Index brick;
+        Index origin;
+        bool writable;
+        bool servesParts;
+    };
+    constexpr Row kRows[] = {
+        {"volume of bricks", {13, 9, 20, 1}, {4, 4, 8, 1}, {}, true, false},
+        {"four axes, bricks out of step", {5, 7, 6, 3}, {2, 3, 4, 2}, {1, -1, 2, 1}, true, false},
+        {"inlines, read-only", {12, 10, 15, 1}, {1, 0, 0, 0}, {}, false, false},
+        {"parts of inlines", {12, 10, 15, 1}, {1, 10, 15, 1}, {}, true, true},
+        {"one row", {40, 1, 1, 1}, {7, 1, 1, 1}, {}, true, false},
+    };
+    Testing::Random random;
+    for (Row const& row : kRows) {
+        PlainArray<short> samples(row.size);
+        samples.fill(random, 98);
+        auto const store = storeOf(samples, row.brick);
+        store->traits_.blockOrigin = row.origin;
+        store->traits_.writable = row.writable;
+        store->hasCheapParts = row.servesParts;
+        Testing::expectStoreConforms<short>({row.name, [&] { return store; }, samples});
     }
 }
 
