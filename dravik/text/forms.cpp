@@ -43,9 +43,11 @@ Forms::Forms() : table_(std::make_shared<Detail::FormTable const>()) {}
 Forms::Forms(Forms const& other) : table_(other.table()) {}
 
 Forms& Forms::operator=(Forms const& other) {
-    auto table = other.table();
-    std::lock_guard const lock(mutex_);
-    table_.swap(table);
+    if (this != &other) {
+        auto table = other.table();
+        std::lock_guard const lock(mutex_);
+        table_.swap(table);
+    }
     return *this;
 }
 

@@ -64,7 +64,12 @@ std::string Detail::inQuotes(std::string_view text) {
     return '"' + shortened(text) + '"';
 }
 
-Node::Node(float value) : value_(asShortDouble(value)) {}
+Node::Node() noexcept = default;
+Node::Node(double value) noexcept : value_(value) {}
+Node::Node(float value) noexcept : value_(asShortDouble(value)) {}
+Node::Node(std::string bytes) noexcept : value_(std::move(bytes)) {}
+Node::Node(std::string_view bytes) : value_(std::string(bytes)) {}
+Node::Node(char const* bytes) : value_(std::string(bytes)) {}
 Node::Node(Node const&) = default;
 Node::Node(Node&&) noexcept = default;
 Node& Node::operator=(Node const&) = default;

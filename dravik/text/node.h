@@ -12,6 +12,7 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -36,18 +37,17 @@ class DRAVIK_ADT_EXPORT Node {
   public:
     struct Member;
 
-    Node() noexcept = default;  ///< null
-    template <std::same_as<bool> Bool>
-    Node(Bool value) : value_(value) {}  // NOLINT(google-explicit-constructor): a value is a node
-    template <std::integral Number>
-    requires(!std::same_as<Number, bool> && (sizeof(Number) < 8 || std::signed_integral<Number>)) Node(Number value)
-        : value_(std::int64_t{value}) {}   // NOLINT(google-explicit-constructor)
-    Node(double value) : value_(value) {}  // NOLINT(google-explicit-constructor)
+    Node() noexcept;  ///< null
+    /// A bool, or a whole number.
+    template <std::integral Value>
+    requires(sizeof(Value) < 8 || std::signed_integral<Value>) Node(Value value)
+    noexcept;
+    Node(double value) noexcept;
     /// Kept so that the text has the few digits that tell the float, not those of the same double.
-    Node(float value);                                            // NOLINT(google-explicit-constructor)
-    Node(std::string bytes) : value_(std::move(bytes)) {}         // NOLINT(google-explicit-constructor)
-    Node(std::string_view bytes) : value_(std::string(bytes)) {}  // NOLINT(google-explicit-constructor)
-    Node(char const* bytes) : value_(std::string(bytes)) {}       // NOLINT(google-explicit-constructor)
+    Node(float value) noexcept;
+    Node(std::string bytes) noexcept;
+    Node(std::string_view bytes);
+    Node(char const* bytes);
     Node(Node const&);
     Node(Node&&) noexcept;
     Node& operator=(Node const&);
@@ -142,5 +142,9 @@ struct Node::Member {
     Node value;
     mutable bool isRead = false;  ///< somebody asked for it
 };
+
+template <std::integral Value>
+requires(sizeof(Value) < 8 || std::signed_integral<Value>) Node::Node(Value value)
+noexcept : value_(std::conditional_t<std::same_as<Value, bool>, bool, std::int64_t>{value}) {}
 
 }  // namespace Quorvel::Dravik::Text
