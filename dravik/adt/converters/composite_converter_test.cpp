@@ -110,8 +110,8 @@ TEST(ChainedConverter, RefusesWhatDoesNotMeetInThisOrder) {
     Log log;
     auto const make = [&](auto const& from, auto const& to) { return recorder(log, "", from, to); };
     auto const charToInt = make(typeid(char), typeid(int)), intToShort = make(typeid(int), typeid(short)),
-               shortToInt = make(typeid(short), typeid(int)), charToLong = make(typeid(char), typeid(long)),
-               longToInt = make(typeid(long), typeid(int));
+               shortToInt = make(typeid(short), typeid(int)), charToOther = make(typeid(char), typeid(signed char)),
+               otherToInt = make(typeid(signed char), typeid(int));
     constexpr char const* kInverse = "[ChainedConverter] inv_conv2 is not compatible with conv2 value types";
     struct Row {
         char const* name;
@@ -125,7 +125,7 @@ TEST(ChainedConverter, RefusesWhatDoesNotMeetInThisOrder) {
          "[ChainedConverter] conv2's input is not compatible with conv1's output"},
         {"InverseReadsAnother", charToInt, intToShort, charToInt, kInverse},
         {"InverseWritesAnother", charToInt, intToShort, make(typeid(short), typeid(char)), kInverse},
-        {"InverseBeforeRegister", charToLong, longToInt, charToInt, kInverse},
+        {"InverseBeforeRegister", charToOther, otherToInt, charToInt, kInverse},
     };
     for (Row const& row : rows) {
         EXPECT_THAT(
@@ -134,8 +134,8 @@ TEST(ChainedConverter, RefusesWhatDoesNotMeetInThisOrder) {
             << row.name;
     }
     EXPECT_THAT(
-        [&] { CompositeConverter::getCompositeConverter(charToLong, longToInt, nullptr); },
-        ThrowsMessage<std::runtime_error>("[Adt::TypeRegister] Unknown type: long"));
+        [&] { CompositeConverter::getCompositeConverter(charToOther, otherToInt, nullptr); },
+        ThrowsMessage<std::runtime_error>("[Adt::TypeRegister] Unknown type: signed char"));
     EXPECT_NO_THROW(CompositeConverter::getCompositeConverter(charToInt, intToShort, shortToInt));
     TypeRegister::registerPrimitiveType(typeid(Recorder), 24);
     EXPECT_NO_THROW(CompositeConverter::getCompositeConverter(

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every converter over runs of every shape, against one value after the other.
 
+#include "dravik/adt/converters/byte_swap_converter.h"
 #include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/random.h"
 
+#include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 #include <sys/mman.h>
@@ -77,13 +79,17 @@ std::vector<Subject> subjects() {
     for (int const bits : {1, 8, 16, 32, 64}) {
         all.push_back({Factory::getCopyConverter(bits), /*isCopy=*/true});
     }
-    std::type_info const* const types[] = {&typeid(unsigned char), &typeid(char), &typeid(unsigned short),
-                                           &typeid(short),         &typeid(int),  &typeid(float)};
-    for (int choice = 0; choice < 2 * 36; ++choice) {
-        ScaleOffset const transform = choice < 36 ? ScaleOffset() : ScaleOffset(0.37, -3);
+    std::type_info const* const types[] = {&typeid(unsigned char), &typeid(char),         &typeid(unsigned short),
+                                           &typeid(short),         &typeid(int),          &typeid(float),
+                                           &typeid(unsigned int),  &typeid(std::int64_t), &typeid(double)};
+    for (auto const* const type : {&typeid(short), &typeid(float), &typeid(std::int64_t)}) {
+        all.push_back({boost::make_shared<ByteSwapConverter>(*type), /*isCopy=*/false});
+    }
+    for (int choice = 0; choice < 2 * 81; ++choice) {
+        ScaleOffset const transform = choice < 81 ? ScaleOffset() : ScaleOffset(0.37, -3);
         try {
             auto const converter =
-                Factory::getTypeConverter(*types[choice % 6], *types[choice / 6 % 6], transform, /*copyIfSame=*/false);
+                Factory::getTypeConverter(*types[choice % 9], *types[choice / 9 % 9], transform, /*copyIfSame=*/false);
             if (converter) {
                 all.push_back({converter, /*isCopy=*/false});
             }

@@ -80,7 +80,7 @@ constexpr Testing::FailureScenario<Conversions> kConversions[] = {
      isUnchanged},
     {"refusing conversions", Fails::kBoth,
      [](Conversions& s) {
-         refused<Exceptions::NotImplementedException>([] { Factory::getTypeConverter(typeid(float), typeid(double)); });
+         refused<Exceptions::NotImplementedException>([] { Factory::getTypeConverter(typeid(float), typeid(int)); });
          refused<Exceptions::NotImplementedException>([] { Factory::getCopyConverter(65); });
          refused<std::invalid_argument>([] { Factory::getCopyConverter(7); });
          refused<std::invalid_argument>(

@@ -6,6 +6,7 @@
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/platform/type_name.h"
 
+#include <cstdint>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -54,8 +55,8 @@ Table tableOf() {
 Table standardTable() {
     Table table = tableOf<
         bool, float, double, unsigned char, char, unsigned short, short, unsigned int, int, unsigned long long,
-        long long, ClosedRange<1, int>, ClosedRange<1, float>, ClosedRange<1, double>, FixedVector<2, int>,
-        FixedVector<3, int>, FixedVector<4, int>, OpenEndedRange<2, int>, OpenEndedRange<3, int>,
+        long long, std::int64_t, ClosedRange<1, int>, ClosedRange<1, float>, ClosedRange<1, double>,
+        FixedVector<2, int>, FixedVector<3, int>, FixedVector<4, int>, OpenEndedRange<2, int>, OpenEndedRange<3, int>,
         OpenEndedRange<4, int>>();
     registerIn(table, typeid(Int1), 1);
     return table;

@@ -12,9 +12,9 @@ namespace Quorvel::Dravik::Adt {
 /// How many bits one value of a type takes in a buffer; the only state is one table for the whole process.
 ///
 /// Sizes are whole numbers of bits, and packed types such as Int1 take less than a byte. Known from the start: bool,
-/// the character, 16-, 32- and 64-bit integers (`long long`, never `long`, whose width differs between platforms),
-/// float, double, the value ranges, vectors and index boxes of core/, and Int1. Types are told apart by their raw
-/// names, so the same type in two modules is one entry. Entries are never removed and never change.
+/// the character, 16-, 32- and 64-bit integers (`long long` and std::int64_t, no other `long`, whose width differs
+/// between platforms), float, double, the value ranges, vectors and index boxes of core/, and Int1. Types are told
+/// apart by their raw names, so the same type in two modules is one entry. Entries are never removed and never change.
 /// @threads queries may run at any time, but not during a registration: register before threads share the table
 class TypeRegister {
   public:

@@ -9,6 +9,7 @@
 #include "dravik/adt/converters/float_converter.h"
 #include "dravik/adt/converters/int1_copy_converter.h"
 #include "dravik/adt/converters/pure_type_converter.h"
+#include "dravik/adt/converters/storage_type_converter.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/platform/type_name.h"
@@ -36,6 +37,8 @@ struct Basic {
             return boost::make_shared<PureTypeConverter<S, D>>();
         } else if constexpr (Detail::narrows(sampleTypeOf<S>(), sampleTypeOf<D>())) {
             return boost::make_shared<BasicDownScaleConverter<S, D>>();
+        } else if constexpr (Detail::convertsStorage(sampleTypeOf<S>(), sampleTypeOf<D>())) {
+            return boost::make_shared<StorageTypeConverter<S, D>>();
         } else {
             return {};
         }
@@ -46,7 +49,7 @@ struct Basic {
 template <class S, class D>
 struct Scaled {
     static ConverterPtr make(ScaleOffset const& transform) {
-        if constexpr (std::same_as<D, float>) {
+        if constexpr (std::same_as<D, float> && Detail::scales(sampleTypeOf<S>(), sampleTypeOf<D>())) {
             return boost::make_shared<FloatConverter<S>>(transform);
         } else if constexpr (Detail::scalesToInteger(sampleTypeOf<S>(), sampleTypeOf<D>())) {
             return boost::make_shared<DownScaleConverter<S, D>>(transform);

@@ -9,7 +9,9 @@
 namespace Quorvel::Dravik::Adt::Converters {
 
 /// Chooses converters by sample type: copies by size in bits, conversions among unsigned char, char, unsigned short,
-/// short, int and float, with and without a linear transform on the way.
+/// short, int and float, with and without a linear transform on the way. Unsigned int and std::int64_t, which files
+/// store, become float and double and the other way; double becomes each of the others and the other way; these
+/// without a transform.
 ///
 /// Conversions to a narrower type saturate; those from float round to the nearest integer, ties to even. Where a pair
 /// lacks a form: float to int has neither, int to int none with scaling, bytes to unsigned short none without. A null

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/value_converter_factory.h"
 
+#include "dravik/adt/converters/byte_swap_converter.h"
 #include "dravik/adt/converters/int1.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/exceptions/simple_exception.h"
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdint>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -24,9 +26,12 @@ using Factory = ValueConverterFactory;
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-std::type_info const* const kTypes[] = {&typeid(unsigned char), &typeid(char),  &typeid(unsigned short), &typeid(short),
-                                        &typeid(int),           &typeid(float), &typeid(double)};
-constexpr char const* kNames[] = {"unsigned char", "char", "unsigned short", "short", "int", "float", "double"};
+std::type_info const* const kTypes[] = {&typeid(unsigned char), &typeid(char),         &typeid(unsigned short),
+                                        &typeid(short),         &typeid(int),          &typeid(float),
+                                        &typeid(double),        &typeid(unsigned int), &typeid(std::int64_t)};
+constexpr char const* kNames[] = {"unsigned char", "char",   "unsigned short", "short", "int",
+                                  "float",         "double", "unsigned int",   "long"};
+constexpr int kTypeCount = 9;
 
 std::string missing(char const* kind, int in, int out) {
     return std::string("Not implemented: ValueConverterFactory: Missing ") + kind + " conversion from '" + kNames[in] +
@@ -36,9 +41,9 @@ std::string missing(char const* kind, int in, int out) {
 using Get = IValueConverter::ConstPtr (*)(int in, int out);
 
 // Rows: input type, columns: output type. '=': null, 'C': the copy converter, '-': missing, else a new one.
-void expectSelection(char const* const (&table)[7], char const* kind, Get get) {
-    for (int in = 0; in < 7; ++in) {
-        for (int out = 0; out < 7; ++out) {
+void expectSelection(char const* const (&table)[kTypeCount], char const* kind, Get get) {
+    for (int in = 0; in < kTypeCount; ++in) {
+        for (int out = 0; out < kTypeCount; ++out) {
             SCOPED_TRACE(missing(kind, in, out));
             if (table[in][out] == '-') {
                 EXPECT_THAT([&] { get(in, out); }, ThrowsMessage<NotImplementedException>(missing(kind, in, out)));
@@ -57,22 +62,27 @@ void expectSelection(char const* const (&table)[7], char const* kind, Get get) {
 
 TEST(ValueConverterFactory, KnowsThesePairsAndLeavesOutATransformNearTheIdentity) {
     expectSelection(
-        {"=B-PPP-", "B=-PPP-", "BB=BPP-", "BBB=PP-", "BBBB=P-", "BBBB-=-", "------="}, "basic",
-        [](int in, int out) { return Factory::getTypeConverter(*kTypes[in], *kTypes[out]); });
+        {"=B-PPPS--", "B=-PPPS--", "BB=BPPS--", "BBB=PPS--", "BBBB=PS--", "BBBB-=SSS", "SSSSSS=SS", "-----SS=-",
+         "-----SS-="},
+        "basic", [](int in, int out) { return Factory::getTypeConverter(*kTypes[in], *kTypes[out]); });
     expectSelection(
-        {"DDDDDF-", "DDDDDF-", "DDDDDF-", "DDDDDF-", "DDDD-F-", "DDDD-F-", "-------"}, "scaled",
+        {"DDDDDF---", "DDDDDF---", "DDDDDF---", "DDDDDF---", "DDDD-F---", "DDDD-F---", "---------", "---------",
+         "---------"},
+        "scaled",
         [](int in, int out) { return Factory::getTypeConverter(*kTypes[in], *kTypes[out], ScaleOffset(2, 0), true); });
     static constexpr ScaleOffset kNearby(1.00000001, 1e-9);
     expectSelection(
-        {"=B-PPP-", "B=-PPP-", "BB=BPP-", "BBB=PP-", "BBBB=P-", "BBBB-=-", "------="}, "basic",
-        [](int in, int out) { return Factory::getTypeConverter(*kTypes[in], *kTypes[out], kNearby, false); });
+        {"=B-PPPS--", "B=-PPPS--", "BB=BPPS--", "BBB=PPS--", "BBBB=PS--", "BBBB-=SSS", "SSSSSS=SS", "-----SS=-",
+         "-----SS-="},
+        "basic", [](int in, int out) { return Factory::getTypeConverter(*kTypes[in], *kTypes[out], kNearby, false); });
     expectSelection(
-        {"CB-PPP-", "BC-PPP-", "BBCBPP-", "BBBCPP-", "BBBBCP-", "BBBB-C-", "------C"}, "basic",
-        [](int in, int out) { return Factory::getTypeConverter(*kTypes[in], *kTypes[out], kNearby, true); });
+        {"CB-PPPS--", "BC-PPPS--", "BBCBPPS--", "BBBCPPS--", "BBBBCPS--", "BBBB-CSSS", "SSSSSSCSS", "-----SSC-",
+         "-----SS-C"},
+        "basic", [](int in, int out) { return Factory::getTypeConverter(*kTypes[in], *kTypes[out], kNearby, true); });
     EXPECT_EQ(Factory::getTypeConverter(typeid(Int1), typeid(Int1), kNearby, true), Factory::getCopyConverter(1));
     EXPECT_THAT(
-        [] { Factory::getTypeConverter(typeid(long), typeid(long), kNearby, true); },
-        ThrowsMessage<std::runtime_error>("[Adt::TypeRegister] Unknown type: long"));
+        [] { Factory::getTypeConverter(typeid(void*), typeid(void*), kNearby, true); },
+        ThrowsMessage<std::runtime_error>("[Adt::TypeRegister] Unknown type: void*"));
 }
 
 TEST(ValueConverterFactory, CopiesBySizeAlone) {
@@ -140,6 +150,33 @@ TEST(NumberConversions, ScaleRoundToNearestEvenAndSaturate) {
     EXPECT_EQ(converted<short>(short{1}, {0x1p-24, 2.5}), 2) << "rounded to float before to an integer";
     EXPECT_EQ(converted<int>(short{2}, {0x1p30, 0}), INT_MIN);
     EXPECT_EQ(converted<float>(-kInfinity, {2, 1}), -kInfinity);
+    EXPECT_EQ(converted<short>(2.5), 2);
+    EXPECT_EQ(converted<short>(1e300), 32767) << "beyond 32 bits as well";
+    EXPECT_EQ(converted<char>(std::numeric_limits<double>::quiet_NaN()), 0);
+    EXPECT_EQ(converted<unsigned int>(-1.0f), 0u);
+    EXPECT_EQ(converted<std::int64_t>(kInfinity), INT64_MAX);
+    EXPECT_EQ(converted<float>(1e300), kInfinity);
+}
+
+TEST(ByteSwapConverter, SwapsAloneAndBesideAnotherConversion) {
+    auto const toFloat = Factory::getTypeConverter(typeid(short), typeid(float));
+    auto const toShort = Factory::getTypeConverter(typeid(float), typeid(short));
+    unsigned char const stored[] = {0x01, 0x02, 0xff, 0xfe};
+    short swapped[2];
+    ByteSwapConverter(typeid(short)).convertContiguous(stored, 0, swapped, 0, 2);
+    EXPECT_THAT(swapped, testing::ElementsAre(0x0102, -2));
+    float read[2];
+    ByteSwapConverter::Before(toFloat)->convertContiguous(stored, 0, read, 0, 2);
+    EXPECT_THAT(read, testing::ElementsAre(258.0f, -2.0f));
+    unsigned char written[4];
+    ByteSwapConverter::After(toShort)->convertStrided(read, 0, 1, written, 0, 1, 2);
+    EXPECT_THAT(written, testing::ElementsAreArray(stored));
+    std::uint64_t wide = 0;
+    ByteSwapConverter(typeid(double)).convert("\1\2\3\4\5\6\7\10", &wide);
+    EXPECT_EQ(wide, 0x0102030405060708u);
+    EXPECT_THROW(ByteSwapConverter(typeid(char)), std::invalid_argument);
+    EXPECT_THROW(ByteSwapConverter(typeid(std::string)), std::runtime_error);
+    EXPECT_THROW(ByteSwapConverter::Before(nullptr), std::invalid_argument);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "dravik/adt/converters/detail/conversion.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -9,11 +10,11 @@ namespace Quorvel::Dravik::Adt::Converters::Detail {
 
 namespace {
 
-constexpr int kBytesPerSample[kSampleTypeCount] = {1, 1, 2, 2, 4, 4};
+constexpr int kBytesPerSample[kSampleTypeCount] = {1, 1, 2, 2, 4, 4, 4, 8, 8};
 
 // Strided runs pass through blocks of so many values: both blocks stay in the first cache.
 constexpr int kBlockValues = 256;
-constexpr int kBlockBytes = kBlockValues * 4;
+constexpr int kBlockBytes = kBlockValues * 8;
 
 // Four at a time: compilers make one vector of them before they write.
 constexpr int kTogether = 4;
@@ -50,8 +51,15 @@ void scatter(unsigned char const* block, unsigned char* out, std::ptrdiff_t stri
 
 using Gather = decltype(&gather<std::uint8_t>);
 using Scatter = decltype(&scatter<std::uint8_t>);
-constexpr Gather kGathers[] = {gather<std::uint8_t>, gather<std::uint16_t>, gather<std::uint32_t>};
-constexpr Scatter kScatters[] = {scatter<std::uint8_t>, scatter<std::uint16_t>, scatter<std::uint32_t>};
+constexpr Gather kGathers[] = {
+    gather<std::uint8_t>, gather<std::uint16_t>, gather<std::uint32_t>, gather<std::uint64_t>};
+constexpr Scatter kScatters[] = {
+    scatter<std::uint8_t>, scatter<std::uint16_t>, scatter<std::uint32_t>, scatter<std::uint64_t>};
+
+// 0 for 1 byte, 1 for 2, 2 for 4, 3 for 8.
+std::size_t logOf(int bytes) {
+    return static_cast<std::size_t>(std::countr_zero(static_cast<unsigned>(bytes)));
+}
 
 InstructionSet const& fastestSet() {
     return *instructionSets().front();
@@ -90,10 +98,17 @@ class Conversion::Side {
 };
 
 Conversion::Conversion(SampleType in, SampleType out) noexcept
-    : run_(fastestSet().basic(in, out)),
-      one_(referenceSet().basic(in, out)),
-      inBytes_(kBytesPerSample[static_cast<int>(in)]),
-      outBytes_(kBytesPerSample[static_cast<int>(out)]) {}
+    : Conversion(
+          fastestSet().basic(in, out), referenceSet().basic(in, out), kBytesPerSample[static_cast<int>(in)],
+          kBytesPerSample[static_cast<int>(out)]) {}
+
+Conversion::Conversion(RunFunction run, RunFunction reference, int inBytes, int outBytes) noexcept
+    : run_(run != nullptr ? run : reference), one_(reference), inBytes_(inBytes), outBytes_(outBytes) {}
+
+Conversion Conversion::Swap(int bytesPerValue) noexcept {
+    std::size_t const word = logOf(bytesPerValue) - 1;
+    return {fastestSet().swap[word], referenceSet().swap[word], bytesPerValue, bytesPerValue};
+}
 
 Conversion::Conversion(SampleType in, SampleType out, ScaleOffset const& transform) noexcept
     : one_(referenceSet().scaled(in, out)),
@@ -149,13 +164,13 @@ void Conversion::staged(Side const& in, Side const& out, int count) const {
         int const length = static_cast<int>(std::min<std::ptrdiff_t>(count - done, kBlockValues));
         unsigned char const* source = in.at(done);
         if (!in.isContiguous()) {
-            kGathers[inBytes_ / 2](source, in.strideBytes(), inBlock, length);
+            kGathers[logOf(inBytes_)](source, in.strideBytes(), inBlock, length);
             source = inBlock;
         }
         unsigned char* const destination = out.isContiguous() ? out.writableAt(done) : outBlock;
         run_(source, destination, length, linear_);
         if (!out.isContiguous()) {
-            kScatters[outBytes_ / 2](outBlock, out.writableAt(done), out.strideBytes(), length);
+            kScatters[logOf(outBytes_)](outBlock, out.writableAt(done), out.strideBytes(), length);
         }
     }
 }

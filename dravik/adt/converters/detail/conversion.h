@@ -15,12 +15,15 @@ namespace Quorvel::Dravik::Adt::Converters::Detail {
 class Conversion {
   public:
     /// The unscaled conversion.
-    /// @pre widens(in, out) or narrows(in, out)
+    /// @pre converts(in, out)
     DRAVIK_ADT_EXPORT Conversion(SampleType in, SampleType out) noexcept;
 
     /// The scaled conversion.
-    /// @pre out is float, or scalesToInteger(in, out)
+    /// @pre scales(in, out)
     DRAVIK_ADT_EXPORT Conversion(SampleType in, SampleType out, ScaleOffset const& transform) noexcept;
+
+    /// Turns round the bytes of values of 2, 4 or 8 bytes.
+    static Conversion Swap(int bytesPerValue) noexcept;
 
     DRAVIK_ADT_EXPORT void one(void const* in, void* out) const;
     DRAVIK_ADT_EXPORT void contiguous(void const* in, int inIndex, void* out, int outIndex, int count) const;
@@ -29,6 +32,8 @@ class Conversion {
 
   private:
     class Side;
+
+    Conversion(RunFunction run, RunFunction reference, int inBytes, int outBytes) noexcept;
 
     void inTurn(Side const& in, Side const& out, int count) const;
     void staged(Side const& in, Side const& out, int count) const;

@@ -34,16 +34,39 @@ template <class S, class D>
 struct Basic {
     static constexpr SampleType kIn = sampleTypeOf<S>();
     static constexpr SampleType kOut = sampleTypeOf<D>();
-    static constexpr RunFunction kEntry = widens(kIn, kOut) || narrows(kIn, kOut) ? runBasic<S, D> : nullptr;
+    static constexpr RunFunction pick() {
+        if constexpr (converts(kIn, kOut)) {
+            return runBasic<S, D>;
+        } else {
+            return nullptr;
+        }
+    }
+    static constexpr RunFunction kEntry = pick();
 };
 
 template <class S, class D>
 struct Scaled {
-    static constexpr bool kExists = std::same_as<D, float> || scalesToInteger(sampleTypeOf<S>(), sampleTypeOf<D>());
-    static constexpr RunFunction kEntry = kExists ? runScaled<S, D> : nullptr;
+    static constexpr RunFunction pick() {
+        if constexpr (scales(sampleTypeOf<S>(), sampleTypeOf<D>())) {
+            return runScaled<S, D>;
+        } else {
+            return nullptr;
+        }
+    }
+    static constexpr RunFunction kEntry = pick();
 };
 
-constexpr InstructionSet kReference{"reference", RunTable::Of<Basic>(), RunTable::Of<Scaled>(), RunTable()};
+template <class Word>
+void runSwapped(void const* in, void* out, std::ptrdiff_t count, Linear const&) {
+    forEachValue<Word, Word>(in, out, count, swapped<Word>);
+}
+
+constexpr InstructionSet kReference{
+    "reference",
+    RunTable::Of<Basic>(),
+    RunTable::Of<Scaled>(),
+    RunTable(),
+    {runSwapped<std::uint16_t>, runSwapped<std::uint32_t>, runSwapped<std::uint64_t>}};
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include "dravik/adt/converters/detail/sample_arithmetic.h"
 #include "dravik/adt/converters/detail/sample_type.h"
 
+#include <array>
 #include <cstddef>
 #include <span>
 
@@ -23,11 +24,13 @@ using RunTable = PairTable<RunFunction>;
 /// The conversions in the code of one instruction set.
 struct InstructionSet {
     char const* name;
-    RunTable basic;   ///< without scaling
+    RunTable basic;   ///< without scaling; null as well where the reference is as fast
     RunTable scaled;  ///< any finite scale and offset
     /// In single precision with one rounding, where that gives the same bits; null where it never does or where the set
     /// has no such instruction. See scaledRun.
     RunTable fused;
+    /// The bytes of each value in the opposite order, for values of 2, 4 and 8 bytes.
+    std::array<RunFunction, 3> swap;
 };
 
 /// The code that every other set agrees with, bit for bit: one value after the other.

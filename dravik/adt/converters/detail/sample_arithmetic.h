@@ -3,6 +3,8 @@
 
 // What happens to one sample in a conversion. This is the reference: code for vector instructions gives the same bits.
 
+#include "dravik/adt/converters/detail/sample_type.h"
+
 #include <algorithm>
 #include <concepts>
 #include <limits>
@@ -51,15 +53,47 @@ constexpr auto valueOf(S sample) noexcept {
     }
 }
 
+/// The integer of type D nearest to `x`, the even one on a tie, the nearer limit of D beyond its range; 0 for NaN.
+template <std::integral D>
+constexpr D nearestWithin(double x) noexcept {
+    using Limits = std::numeric_limits<std::conditional_t<std::same_as<D, char>, signed char, D>>;
+    // Both are powers of two or 0, so doubles have them exactly.
+    constexpr double kLowest = static_cast<double>(Limits::min());
+    constexpr double kBeyond = 2.0 * static_cast<double>(Limits::max() / 2 + 1);
+    // From 2^52 on every double is whole. Below, the sum with 2^52 has no bits left for a fraction.
+    constexpr double kWhole = 0x1p52;
+    double const magnitude = x < 0 ? -x : x;
+    double const whole = magnitude < kWhole ? (magnitude + kWhole) - kWhole : magnitude;
+    double const rounded = x < 0 ? -whole : whole;
+    if (rounded >= kBeyond) {
+        return static_cast<D>(Limits::max());
+    }
+    return rounded >= kLowest ? static_cast<D>(rounded) : x < 0 ? static_cast<D>(Limits::min()) : D{0};
+}
+
 /// The unscaled conversion: widened, or rounded and saturated.
 template <class D, class S>
 constexpr D converted(S sample) noexcept {
-    if constexpr (std::same_as<D, float>) {
-        return static_cast<float>(valueOf(sample));
+    if constexpr (std::floating_point<D>) {
+        return static_cast<D>(valueOf(sample));
+    } else if constexpr (isStorageType(sampleTypeOf<S>()) || isStorageType(sampleTypeOf<D>())) {
+        return nearestWithin<D>(static_cast<double>(sample));
     } else if constexpr (std::same_as<S, float>) {
         return saturated<D>(nearestInt(sample));
     } else {
         return saturated<D>(valueOf(sample));
+    }
+}
+
+/// The same bytes in the opposite order.
+template <std::unsigned_integral Word>
+constexpr Word swapped(Word word) noexcept {
+    if constexpr (sizeof(Word) == 2) {
+        return __builtin_bswap16(word);
+    } else if constexpr (sizeof(Word) == 4) {
+        return __builtin_bswap32(word);
+    } else {
+        return __builtin_bswap64(word);
     }
 }
 

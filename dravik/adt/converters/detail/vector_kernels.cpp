@@ -190,6 +190,42 @@ struct Widening {
     }
 };
 
+struct Demoting {
+    static constexpr std::size_t kVector = hn::MaxLanes(DoubleTag());
+    static constexpr std::size_t kValues = 2 * kVector;
+    static constexpr std::size_t kTogether = 4;
+
+    explicit HWY_INLINE Demoting(Linear const&) {}
+
+    HWY_INLINE void operator()(double const* in, float* out) const {
+        hn::Rebind<float, DoubleTag> const half;
+        hn::StoreU(hn::DemoteTo(half, hn::LoadU(DoubleTag(), in)), half, out);
+        hn::StoreU(hn::DemoteTo(half, hn::LoadU(DoubleTag(), in + kVector)), half, out + kVector);
+    }
+};
+
+// The bytes of each Word turned round, by a table that every block of 128 bits shares.
+template <class Word>
+struct Swapping {
+    static constexpr std::size_t kValues = hn::MaxLanes(Tag<Word>());
+    static constexpr std::size_t kTogether = 4;
+
+    explicit HWY_INLINE Swapping(Linear const&) : order_(hn::LoadDup128(Tag<std::uint8_t>(), kOrder)) {}
+
+    HWY_INLINE void operator()(Word const* in, Word* out) const {
+        auto const bytes = hn::BitCast(Tag<std::uint8_t>(), hn::LoadU(Tag<Word>(), in));
+        hn::StoreU(hn::BitCast(Tag<Word>(), hn::TableLookupBytes(bytes, order_)), Tag<Word>(), out);
+    }
+
+  private:
+    static constexpr std::uint8_t kLast = sizeof(Word) - 1;
+    alignas(16) static constexpr std::uint8_t kOrder[16] = {
+        0 ^ kLast, 1 ^ kLast, 2 ^ kLast,  3 ^ kLast,  4 ^ kLast,  5 ^ kLast,  6 ^ kLast,  7 ^ kLast,
+        8 ^ kLast, 9 ^ kLast, 10 ^ kLast, 11 ^ kLast, 12 ^ kLast, 13 ^ kLast, 14 ^ kLast, 15 ^ kLast};
+
+    hn::Vec<Tag<std::uint8_t>> order_;
+};
+
 // Stores four vectors of integers, or floats to be rounded, as what D can hold of them.
 template <class D, class Load>
 HWY_INLINE void storeSaturated(Load const& load, D* out) {
@@ -470,6 +506,9 @@ void runSteps(void const* in, void* out, std::ptrdiff_t count, Linear const& lin
     }
 }
 
+template <class Word>
+constexpr RunFunction kSwap = runSteps<Swapping<Word>, Word, Word>;
+
 template <class S, class D>
 struct Basic {
     static constexpr SampleType kIn = sampleTypeOf<S>();
@@ -478,8 +517,10 @@ struct Basic {
     static constexpr RunFunction pick() {
         using In = Number<S>;
         using Out = Number<D>;
-        if constexpr (widens(kIn, kOut)) {
+        if constexpr (widens(kIn, kOut) || (std::is_same_v<D, double> && !isStorageType(kIn))) {
             return runSteps<Widening<In, Out>, In, Out>;
+        } else if constexpr (std::is_same_v<S, double> && std::is_same_v<D, float>) {
+            return runSteps<Demoting, In, Out>;
         } else if constexpr (!narrows(kIn, kOut)) {
             return nullptr;
         } else if constexpr (sizeof(S) == sizeof(D)) {
@@ -498,7 +539,7 @@ template <class S, class D, template <class> class Arithmetic>
 constexpr RunFunction pickScaling() {
     using In = Number<S>;
     using Out = Number<D>;
-    if constexpr (std::is_same_v<D, float> || scalesToInteger(sampleTypeOf<S>(), sampleTypeOf<D>())) {
+    if constexpr (scales(sampleTypeOf<S>(), sampleTypeOf<D>())) {
         return runSteps<Scaling<In, Out, Arithmetic<In>>, In, Out>;
     } else {
         return nullptr;
@@ -531,7 +572,11 @@ struct Fused {
 
 InstructionSet const& instructionSet() noexcept {
     static InstructionSet const kSet{
-        hwy::TargetName(HWY_TARGET), RunTable::Of<Basic>(), RunTable::Of<Scaled>(), RunTable::Of<Fused>()};
+        hwy::TargetName(HWY_TARGET),
+        RunTable::Of<Basic>(),
+        RunTable::Of<Scaled>(),
+        RunTable::Of<Fused>(),
+        {kSwap<std::uint16_t>, kSwap<std::uint32_t>, kSwap<std::uint64_t>}};
     return kSet;
 }
 
