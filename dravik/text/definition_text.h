@@ -25,10 +25,10 @@ inline constexpr int kMostDefinitions =
 
 /// What one text can hold; an empty pointer stands for a part that it does not have.
 struct Definitions {
-    boost::shared_ptr<EntityDef const> entity;
-    boost::shared_ptr<SourceDef const> source;
-    boost::shared_ptr<TransformDef const> transform;
-    boost::shared_ptr<ViewDef const> view;
+    boost::shared_ptr<EntityDef const> entity = {};
+    boost::shared_ptr<SourceDef const> source = {};
+    boost::shared_ptr<TransformDef const> transform = {};
+    boost::shared_ptr<ViewDef const> view = {};
 };
 
 /// The text of a definition, such as

@@ -6,8 +6,10 @@
 #include "dravik/text/text_exception.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -27,6 +29,34 @@ double asShortDouble(float value) {
     double wide = 0;
     std::from_chars(digits, end, wide);
     return static_cast<float>(wide) == value ? wide : double{value};
+}
+
+// What is no number of JSON.
+std::optional<double> namedNumber(std::string_view name) {
+    using Limits = std::numeric_limits<double>;
+    if (name == "NaN") {
+        return Limits::quiet_NaN();
+    }
+    if (name == "Infinity" || name == "-Infinity") {
+        return name.front() == '-' ? -Limits::infinity() : Limits::infinity();
+    }
+    constexpr std::size_t kHexSize = 18;
+    std::uint64_t bits = 0;
+    bool const isHex = name.size() == kHexSize && name.starts_with("0x") &&
+                       std::from_chars(name.data() + 2, name.data() + kHexSize, bits, 16).ptr == name.data() + kHexSize;
+    auto const value = std::bit_cast<double>(bits);
+    return isHex && std::isnan(value) ? std::optional(value) : std::nullopt;
+}
+
+// 1e3 and 3.0 are whole numbers, too.
+template <class Value>
+std::optional<std::int64_t> wholeNumber(Value const& value) {
+    if (std::int64_t const* const whole = std::get_if<std::int64_t>(&value)) {
+        return *whole;
+    }
+    double const* const number = std::get_if<double>(&value);
+    bool const isWhole = number != nullptr && std::abs(*number) < 0x1p63 && std::trunc(*number) == *number;
+    return isWhole ? std::optional(static_cast<std::int64_t>(*number)) : std::nullopt;
 }
 
 constexpr auto kByKey = [](Node::Member const& member, std::string_view key) { return member.key < key; };
@@ -94,8 +124,8 @@ bool Node::asBool() const {
 }
 
 std::int64_t Node::asInteger(std::int64_t lowest, std::int64_t highest) const {
-    std::int64_t const* const value = std::get_if<std::int64_t>(&value_);
-    if (value == nullptr || *value < lowest || *value > highest) {
+    auto const value = wholeNumber(value_);
+    if (!value || *value < lowest || *value > highest) {
         throw TextException(
             *this, "is no whole number from " + std::to_string(lowest) + " to " + std::to_string(highest));
     }
@@ -110,14 +140,8 @@ double Node::asDouble() const {
         return static_cast<double>(*value);
     }
     std::string const* const name = std::get_if<std::string>(&value_);
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    if (name != nullptr && *name == "NaN") {
-        return std::numeric_limits<double>::quiet_NaN();
-    }
-    if (name != nullptr && (*name == "Infinity" || *name == "-Infinity")) {
-        return name->front() == '-' ? -kInfinity : kInfinity;
-    }
-    throw TextException(*this, "is no number");
+    auto const value = name == nullptr ? std::nullopt : namedNumber(*name);
+    return value ? *value : throw TextException(*this, "is no number");
 }
 
 float Node::asFloat() const {

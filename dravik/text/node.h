@@ -27,8 +27,9 @@ struct NodeAccess;
 ///
 /// What is read as a type that it is not is refused with a TextException, and so is a number out of that type's range.
 /// Numbers mean the same in each type that holds them: 3.0 is 3. Not-a-number and the infinities are written as the
-/// strings "NaN", "Infinity" and "-Infinity", bytes that are no UTF-8 as the object {"bytes":"base64"}; `as` reads both
-/// forms. Building an object or an array costs memory like std::vector.
+/// strings "NaN", "Infinity" and "-Infinity", a not-a-number of other bits as those ("0xfff8000000000000"), bytes that
+/// are no UTF-8 as the object {"bytes":"base64"}; `as` reads all of these forms. Building an object or an array costs
+/// memory like std::vector.
 ///
 ///     Node node;
 ///     node.set("path", "relief.vol").set("window", Node::MakeArray(std::array{4, 4}));

@@ -3,6 +3,8 @@
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
+#include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
@@ -27,6 +29,8 @@ using Adt::BulkDef::Entity::DerivedEntityDef;
 using Adt::BulkDef::Entity::SourceEntityDef;
 using Adt::BulkDef::Source::BulkFileDef;
 using Adt::BulkDef::Source::ProjectItemDef;
+using Adt::BulkDef::Transform::CacheDef;
+using Adt::BulkDef::Transform::ConvertDef;
 using Adt::BulkDef::Transform::DecimateDef;
 using Adt::BulkDef::Transform::MinMaxDef;
 using Adt::BulkDef::Transform::MultiresDef;
@@ -167,7 +171,7 @@ void addSources(Forms& forms) {
         });
 }
 
-void addTransforms(Forms& forms) {
+void addSamplings(Forms& forms) {
     forms.add<DecimateDef>(
         "Decimate",
         [](DecimateDef const& def, DefinitionWriter&) {
@@ -194,6 +198,23 @@ void addTransforms(Forms& forms) {
         },
         [](Node const& node, DefinitionReader&) {
             return boost::make_shared<MultiresDef const>(node.at("factor").as<int>(), readString(node, "method"));
+        });
+}
+
+void addValueTransforms(Forms& forms) {
+    forms.add<CacheDef>(
+        "Cache", [](CacheDef const& def, DefinitionWriter&) { return Node().set("sampleBudget", def.sampleBudget()); },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<CacheDef const>(node.at("sampleBudget").as<int>());
+        });
+    forms.add<ConvertDef>(
+        "Convert",
+        [](ConvertDef const& def, DefinitionWriter&) {
+            return Node().set("offset", def.offset()).set("sampleType", def.sampleType()).set("scale", def.scale());
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<ConvertDef const>(
+                readString(node, "sampleType"), node.at("scale").as<double>(), node.at("offset").as<double>());
         });
 }
 
@@ -226,7 +247,8 @@ void addViews(Forms& forms) {
 void addStandardForms(Forms& forms) {
     addEntities(forms);
     addSources(forms);
-    addTransforms(forms);
+    addSamplings(forms);
+    addValueTransforms(forms);
     addViews(forms);
 }
 

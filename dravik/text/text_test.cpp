@@ -6,6 +6,8 @@
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
+#include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
@@ -54,9 +56,8 @@ class HostDef : public TransformDef {
 
   protected:
     bool compare(TransformDef const& other) const override {
-        auto const isSame = [](auto a, auto b) {
-            return (std::isnan(a) && std::isnan(b)) || (a == b && std::signbit(a) == std::signbit(b));
-        };
+        auto const bitsOf = [](double value) { return std::bit_cast<std::uint64_t>(value); };
+        auto const isSame = [&](double left, double right) { return bitsOf(left) == bitsOf(right); };
         auto const* const host = dynamic_cast<HostDef const*>(&other);
         return host != nullptr && fields.inputs == host->fields.inputs && fields.flag == host->fields.flag &&
                fields.whole == host->fields.whole && isSame(fields.number, host->fields.number) &&
@@ -125,6 +126,16 @@ TEST(DefinitionText, KeepsEveryGoodRow) {
     }
 }
 
+TEST(DefinitionText, ReadsOtherSpellingsToo) {
+    EXPECT_EQ(
+        toText(definitionsFromText(
+            " {\"view\" : {\"type\":\"ArraySubset\", \"axes\":[[-0, 1e0, 0.3E1], [7,9,-8]], \"x-a\":{\"b\":1}},\n"
+            "\"x-b\":[{}], \"source\":{\"type\":\"BulkFile\",\"path\":{\"bytes\":\"w4Q=\"},\"format\":1}, "
+            "\"dravik\":1.0}")),
+        R"({"dravik":1,"source":{"format":"FILEFORMAT_OTHER","path":"Ä","type":"BulkFile"},)"
+        R"("view":{"axes":[[0,1,3],[0,1,0]],"type":"ArraySubset"}})");
+}
+
 TEST(DefinitionText, TellsWhatIsWrongWhere) {
     for (auto const* const kind : {"bad", "odd"}) {
         for (auto const& row : rows(kind)) {
@@ -157,18 +168,24 @@ boost::shared_ptr<SourceDef const> randomSource(Random& random) {
 boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.anyInt(); };
     auto const floating = [&] { return std::bit_cast<float>(any()); };
-    switch (random.between(0, 3)) {
+    auto const bits = [&] { return random.between(std::numeric_limits<std::int64_t>::min(), INT64_MAX); };
+    auto const real = [&] {
+        return random.oneOf({std::bit_cast<double>(bits()), std::ldexp(any(), random.between(-9, 60))});
+    };
+    switch (random.between(0, 5)) {
     case 0:
         return Transform::DecimateDef({any(), any(), any(), any()}, {any(), any(), any(), any()}).clone();
     case 1:
         return Transform::MinMaxDef({any(), any(), any()}).clone();
     case 2:
         return Transform::MultiresDef(any(), randomBytes(random)).clone();
+    case 3:
+        return Transform::CacheDef(any()).clone();
+    case 4:
+        return Transform::ConvertDef(randomBytes(random), real(), real()).clone();
     default:
-        auto const bits = random.between(std::numeric_limits<std::int64_t>::min(), INT64_MAX);
-        auto const number = random.oneOf({std::bit_cast<double>(bits), std::ldexp(any(), random.between(-9, 60))});
-        auto const inputs = random.between(1u, 3u);
-        return HostDef({inputs, {floating(), 0.1f, floating()}, number, bits, random.chance(50)}).clone();
+        return HostDef({random.between(1u, 3u), {floating(), 0.1f, floating()}, real(), bits(), random.chance(50)})
+            .clone();
     }
 }
 

@@ -8,9 +8,12 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <iterator>
+#include <limits>
 
 namespace Quorvel::Dravik::Text::Detail {
 
@@ -38,7 +41,7 @@ class TreeWriter {
     void write(std::int64_t value, int) { writeDigits(value); }
     void write(double value, int) {
         if (std::isnan(value)) {
-            text_ += R"("NaN")";
+            writeNotANumber(std::bit_cast<std::uint64_t>(value));
         } else if (std::isinf(value)) {
             text_ += value < 0 ? R"("-Infinity")" : R"("Infinity")";
         } else if (value == 0 && std::signbit(value)) {
@@ -76,10 +79,20 @@ class TreeWriter {
         text_ += '}';
     }
 
-    template <class Number>
-    void writeDigits(Number value) {
+    void writeNotANumber(std::uint64_t bits) {
+        if (bits == std::bit_cast<std::uint64_t>(std::numeric_limits<double>::quiet_NaN())) {
+            text_ += R"("NaN")";
+        } else {
+            text_ += R"("0x)";
+            writeDigits(bits, 16);  // the exponent of one has no leading zeros
+            text_ += '"';
+        }
+    }
+
+    template <class... Format>
+    void writeDigits(auto value, Format... format) {
         char digits[32];
-        text_.append(digits, std::to_chars(digits, std::end(digits), value).ptr);
+        text_.append(digits, std::to_chars(digits, std::end(digits), value, format...).ptr);
     }
 
     // Writes `value` in quotes; nothing, and false, where it is no UTF-8.
