@@ -9,6 +9,7 @@
 #include <dravik/adt/bulkdef/view/array_subset_def.h>
 #include <dravik/adt/bulkdef/view/array_view_converter.h>
 #include <dravik/adt/bulkdef/view/composite_view_def.h>
+#include <dravik/text/definition_text.h>
 
 #include <iostream>
 
@@ -38,6 +39,10 @@ int main() {
     auto const shown = View::CompositeViewDef::compose(/*inner=*/northUp, /*outer=*/window);
     std::cout << *shown << '\n';
     //! [views]
+
+    //! [text]
+    std::cout << Quorvel::Dravik::Text::toText({.entity = wanted.clone(), .view = shown}) << '\n';
+    //! [text]
 
     //! [converter]
     View::ArrayViewConverter<2> const toTarget(shown);

@@ -7,6 +7,7 @@
 #include <dravik/adt/bulkview/filters/subset_filter.h>
 #include <dravik/adt/bulkview/views/typed_2d_views.h>
 #include <dravik/adt/bulkview/views/typed_view_iterator.h>
+#include <dravik/text/definition_text.h>
 
 #include <iostream>
 #include <memory>
@@ -61,5 +62,6 @@ int main() {
     //! [definition]
     BulkDef::View::ArraySubsetDef<2> const corner({Extent{4, 1, 2}, Extent{7, -1, 2}});
     print("a corner by its definition", Filters::FilterFactory::MakeView(makeGrid(), corner));
+    std::cout << "which is " << Quorvel::Dravik::Text::toText(corner) << '\n';
     //! [definition]
 }

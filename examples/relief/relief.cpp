@@ -15,6 +15,7 @@
 #include <dravik/adt/converters/value_converter_factory.h>
 #include <dravik/adt/logging/named_timer.h>
 #include <dravik/adt/statistics/histogram.h>
+#include <dravik/text/definition_text.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -62,12 +63,12 @@ auto timed(char const* name, double& seconds, Work work) {
 }
 
 // The grid that was asked for; without a question, the one that there is.
-Grid openInput(Options const& options, std::ostream& out) {
+BulkDef::Entity::SourceEntityDef inputOf(Options const& options, std::ostream& out) {
     if (!options.inputGiven && !std::filesystem::exists(options.input)) {
         out << options.input << " is not there: drawing a generated terrain instead\n";
-        return openGrid(entityOf("generated"), options.variable);
+        return entityOf("generated");
     }
-    return openGrid(entityOf(options.input), options.variable);
+    return entityOf(options.input);
 }
 
 std::optional<Grid> openSwap(Options const& options, Grid const& first) {
@@ -166,6 +167,7 @@ void reportTime(std::ostream& out, Seconds const& seconds) {
 
 // What is read, and how.
 struct Job {
+    boost::shared_ptr<BulkDef::EntityDef const> entity;
     Grid grid;
     std::optional<Grid> second;  // of the lower half
     BrickShape brick;
@@ -174,12 +176,13 @@ struct Job {
 };
 
 Job prepare(Options const& options, std::ostream& out) {
-    Grid grid = openInput(options, out);
+    auto const entity = inputOf(options, out);
+    Grid grid = openGrid(entity, options.variable);
     auto second = openSwap(options, grid);
     BrickShape const brick{std::min(options.brick.rows, grid.rows()), std::min(options.brick.columns, grid.columns())};
     auto shown = viewOf(grid, options.subset);
     Chain chain = makeChain(grid, brick, *shown);
-    return {std::move(grid), std::move(second), brick, std::move(shown), std::move(chain)};
+    return {entity.clone(), std::move(grid), std::move(second), brick, std::move(shown), std::move(chain)};
 }
 
 Raster<float> read(Job& job, int bits) {
@@ -212,7 +215,8 @@ void run(Options const& options, std::ostream& out) {
     if (job.second) {
         out << "below     " << job.second->name << "\n";
     }
-    out << "view      " << *job.shown << "\n";
+    out << "view      " << *job.shown << "\n"
+        << "as text   " << Quorvel::Dravik::Text::toText({.entity = job.entity, .view = job.shown}) << "\n";
     reportValues(out, histogram, heights.values().size(), job.grid.unit);
     reportTraffic(out, job.chain, job.brick);
     reportTime(out, seconds);

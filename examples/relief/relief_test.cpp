@@ -116,6 +116,7 @@ TEST(Relief, TellsWhatItDidOrWhatIsWrong) {
     };
     Row const rows[] = {
         {0, cone + "--brick 16x25", {"cone of " + files.coneFile + ", 40 x 60 samples\n", values, counts}},
+        {0, cone + "--bits 8", {"\nas text   {\"dravik\":1,\"entity\":{\"source\":{\"format\":\"FILEFORMAT_OTHER\","}},
         {0, cone + "--brick 16x25", {"120 requests, 92.5 % of them answered without reading\n", ", 60 x 40 points\n"}},
         {0, cone + "--brick 16x25 --bits 8", {values, counts}},
         {0, "--input generated:90x180 --brick 64", {"terrain, 90 x 180 samples\n", "6 for bricks of 64 x 64, 16200 "}},
