@@ -6,6 +6,7 @@
 #include <dravik/adt/bulkdef/view/composite_view_def.h>
 #include <dravik/adt/bulkview/filters/cache_filter.h>
 #include <dravik/adt/bulkview/filters/filter_factory.h>
+#include <dravik/adt/bulkview/stores/store_accessor.h>
 
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -26,8 +27,12 @@ using BulkView::Filters::FilterFactory;
 using BulkView::Filters::ProxyFilter;
 using Extent = Adt::ExtentImpl<int>;
 
-std::unique_ptr<BrickAccessor> bricksOf(Grid const& grid, BrickShape brick, std::shared_ptr<Traffic> traffic) {
-    return std::make_unique<BrickAccessor>(grid.source, Position(brick.rows, brick.columns, 1, 1), std::move(traffic));
+std::unique_ptr<BulkView::IBufferAccessor> bricksOf(
+    Grid const& grid, BrickShape brick, std::shared_ptr<Traffic> traffic) {
+    auto store =
+        std::make_shared<CountedStore>(grid.store, Position(brick.rows, brick.columns, 1, 1), std::move(traffic));
+    // The pool lends and keeps nothing: the cache filter above does.
+    return BulkView::StoreAccessor::Make(std::move(store), std::make_shared<BulkView::BrickPool>(0));
 }
 
 // Rows are read one after the other, so two rows of bricks answer nearly all but the first request for each of them.

@@ -3,9 +3,9 @@
 
 // What stands between the storage and the view of the demo.
 
-#include "brick_accessor.h"
 #include "counting_filter.h"
 #include "grid.h"
+#include "grid_store.h"
 #include "options.h"
 
 #include <dravik/adt/bulkdef/view_def.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "grid.h"
 
-#include "netcdf_source.h"
-#include "terrain_source.h"
+#include "netcdf_store.h"
+#include "terrain_store.h"
 
 #include <dravik/adt/bulkdef/source/bulk_file_def.h>
 
@@ -18,16 +18,16 @@ constexpr std::string_view kGenerated = "generated";
 constexpr BrickShape kGeneratedSize{2161, 4320};
 
 Grid generatedGrid(BrickShape size) {
-    return {std::make_shared<TerrainSource>(size.rows, size.columns), "generated terrain", "meters", true};
+    return {std::make_shared<TerrainStore>(size.rows, size.columns), "generated terrain", "meters", true};
 }
 
 Grid fileGrid(std::string const& path, std::string const& variable) {
-    auto const source = std::make_shared<NetcdfSource>(path, variable);
-    std::string const name = source->variable() + " of " + path;
-    if (source->rank() != 2) {
-        throw std::runtime_error(name + " is no grid: it has " + std::to_string(source->rank()) + " axes, not two");
+    auto const store = std::make_shared<NetcdfStore>(path, variable);
+    std::string const name = store->variable() + " of " + path;
+    if (store->rank() != 2) {
+        throw std::runtime_error(name + " is no grid: it has " + std::to_string(store->rank()) + " axes, not two");
     }
-    return {source, name, source->unit(), source->risesAlong(0)};
+    return {store, name, store->unit(), store->risesAlong(0)};
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Which grid the demo reads: from a definition that describes it to a source that has its samples.
+// Which grid the demo reads: from a definition that describes it to a store that has its samples.
 
-#include "brick_source.h"
+#include "grid_store.h"
 #include "options.h"
 
 #include <dravik/adt/bulkdef/entity/source_entity_def.h>
@@ -17,13 +17,13 @@ namespace BulkDef = Quorvel::Dravik::Adt::BulkDef;
 
 /// An open grid of two axes.
 struct Grid {
-    std::shared_ptr<BrickSource const> source;
+    std::shared_ptr<BulkView::IBrickStore const> store;
     std::string name;  ///< for people to read
     std::string unit;  ///< of a sample; may be empty
     bool rowsGoNorth;  ///< whether row 0 is the southernmost
 
-    int rows() const { return source->size()[0]; }
-    int columns() const { return source->size()[1]; }
+    int rows() const { return store->size()[0]; }
+    int columns() const { return store->size()[1]; }
 };
 
 /// The data set that a command line names: a file, or "generated" with or without a size.

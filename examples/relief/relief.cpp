@@ -76,7 +76,7 @@ std::optional<Grid> openSwap(Options const& options, Grid const& first) {
         return std::nullopt;
     }
     Grid second = openGrid(entityOf(options.swap), options.variable);
-    if (second.source->size() != first.source->size() || second.rowsGoNorth != first.rowsGoNorth) {
+    if (second.store->size() != first.store->size() || second.rowsGoNorth != first.rowsGoNorth) {
         throw std::runtime_error(second.name + " does not lie as " + first.name + " does");
     }
     return second;

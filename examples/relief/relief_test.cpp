@@ -210,7 +210,7 @@ TEST(Relief, ADiskThatFillsUpLeavesThePictureOfTheLastRun) {
 TEST(Relief, ShowsTheSubsetCountedFromTheNorth) {
     Grid const grid = openGrid(entityOf("generated:50x80"), "");
     std::vector<float> whole(50 * 80);
-    grid.source->read(Box::OfSize(grid.source->size()), whole.data());
+    grid.store->read(Box::OfSize(grid.store->size()), whole.data());
     auto const [lowest, highest] = std::minmax_element(whole.begin(), whole.end());
     EXPECT_TRUE(*lowest < -3000 && *highest > 2000) << "oceans and mountains";
     Adt::Testing::Random random;
@@ -246,7 +246,7 @@ TEST(Relief, SwapsTheGridUnderTheOpenView) {
     EXPECT_EQ(view(9, 20), 100.0f);
     exchangeGrid(chain, terrain, {16, 16});
     float expected = 0;
-    terrain.source->read({Position(30, 20, 0, 0), Position(31, 21, 1, 1)}, &expected);
+    terrain.store->read({Position(30, 20, 0, 0), Position(31, 21, 1, 1)}, &expected);
     EXPECT_EQ(view(9, 20), expected) << "neither the view nor the cache serves what was there before";
 }
 

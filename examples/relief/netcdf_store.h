@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// NetcdfSource: one variable of a netCDF file as a brick source.
+// NetcdfStore: one variable of a netCDF file as a store.
 
-#include "brick_source.h"
+#include "grid_store.h"
 
 #include <memory>
 #include <string>
@@ -15,15 +15,15 @@ namespace Relief {
 /// Holds the file open. Packed values are unpacked (`scale_factor`, `add_offset`); what the file marks as missing
 /// (`_FillValue`, `missing_value`) reads as NaN. The netCDF library works for one thread at a time, so all sources of
 /// the process take turns.
-class NetcdfSource final : public BrickSource {
+class NetcdfStore final : public GridStore {
   public:
     /// Opens `path`. Without a name the variable is the largest one with two axes.
     /// @throws std::runtime_error with one line that says why there is no such grid
-    explicit NetcdfSource(std::string const& path, std::string const& variable = {});
-    ~NetcdfSource() override;
+    explicit NetcdfStore(std::string const& path, std::string const& variable = {});
+    ~NetcdfStore() override;
 
     Position size() const override;
-    void read(Box const& box, float* samples) const override;
+    void read(Box const& box, void* samples) const override;
 
     std::string const& variable() const noexcept;
     /// What one sample counts, "meters" for instance; empty where the file does not say.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "netcdf_source.h"
+#include "netcdf_store.h"
 
 #include <algorithm>
 #include <array>
@@ -166,7 +166,7 @@ bool coordinatesRise(File const& file, int dimension) {
 
 }  // namespace
 
-struct NetcdfSource::Variable {
+struct NetcdfStore::Variable {
     Variable(std::string const& path, std::string const& wanted);
 
     void readGeometry();
@@ -184,13 +184,13 @@ struct NetcdfSource::Variable {
     double shift = 0;
 };
 
-NetcdfSource::Variable::Variable(std::string const& path, std::string const& wanted)
+NetcdfStore::Variable::Variable(std::string const& path, std::string const& wanted)
     : file(path), id(wanted.empty() ? largestGrid(file) : variableNamed(file, wanted)), name(nameOf(file, id)) {
     readGeometry();
     readValueRules();
 }
 
-void NetcdfSource::Variable::readGeometry() {
+void NetcdfStore::Variable::readGeometry() {
     auto const dimensions = dimensionsOf(file, id);
     std::string const self = "variable '" + name + "' of '" + file.path() + "' ";
     if (dimensions.empty() || dimensions.size() > kMaxRank || !isNumeric(file, id)) {
@@ -208,7 +208,7 @@ void NetcdfSource::Variable::readGeometry() {
     }
 }
 
-void NetcdfSource::Variable::readValueRules() {
+void NetcdfStore::Variable::readValueRules() {
     unit = textOf(file, id, "units");
     missing = missingValues(file, id);
     if (auto const factor = numbersOf(file, id, "scale_factor"); !factor.empty()) {
@@ -219,17 +219,18 @@ void NetcdfSource::Variable::readValueRules() {
     }
 }
 
-NetcdfSource::NetcdfSource(std::string const& path, std::string const& variable) {
+NetcdfStore::NetcdfStore(std::string const& path, std::string const& variable) {
     std::lock_guard const lock(libraryMutex());
     variable_ = std::make_unique<Variable const>(path, variable);
 }
 
-NetcdfSource::~NetcdfSource() {
+NetcdfStore::~NetcdfStore() {
     std::lock_guard const lock(libraryMutex());
     variable_.reset();
 }
 
-void NetcdfSource::read(Box const& box, float* samples) const {
+void NetcdfStore::read(Box const& box, void* memory) const {
+    auto* const samples = static_cast<float*>(memory);
     std::array<std::size_t, kMaxRank> start{};
     std::array<std::size_t, kMaxRank> count{};
     for (int axis = 0; axis < kMaxRank; ++axis) {
@@ -253,19 +254,19 @@ void NetcdfSource::read(Box const& box, float* samples) const {
     });
 }
 
-Position NetcdfSource::size() const {
+Position NetcdfStore::size() const {
     return variable_->size;
 }
-std::string const& NetcdfSource::variable() const noexcept {
+std::string const& NetcdfStore::variable() const noexcept {
     return variable_->name;
 }
-std::string const& NetcdfSource::unit() const noexcept {
+std::string const& NetcdfStore::unit() const noexcept {
     return variable_->unit;
 }
-int NetcdfSource::rank() const noexcept {
+int NetcdfStore::rank() const noexcept {
     return variable_->rank;
 }
-bool NetcdfSource::risesAlong(int axis) const noexcept {
+bool NetcdfStore::risesAlong(int axis) const noexcept {
     return variable_->rises[static_cast<std::size_t>(axis)];
 }
 

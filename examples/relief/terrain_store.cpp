@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "terrain_source.h"
+#include "terrain_store.h"
 
 #include <algorithm>
 #include <cmath>
@@ -120,13 +120,14 @@ float heightAt(Point p) {
 
 }  // namespace
 
-void TerrainSource::read(Box const& box, float* samples) const {
+void TerrainStore::read(Box const& box, void* samples) const {
+    auto* sample = static_cast<float*>(samples);
     constexpr double kPi = std::numbers::pi;
     for (int row = box.min[0]; row < box.max[0]; ++row) {
         double const latitude = kPi * ((row + 0.5) / rows_ - 0.5);
         for (int column = box.min[1]; column < box.max[1]; ++column) {
             double const longitude = 2 * kPi * (column + 0.5) / columns_;
-            *samples++ = heightAt(
+            *sample++ = heightAt(
                 {static_cast<float>(std::cos(latitude) * std::cos(longitude)),
                  static_cast<float>(std::cos(latitude) * std::sin(longitude)), static_cast<float>(std::sin(latitude))});
         }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// TerrainSource: a made-up world, for machines where no file of relief is at hand.
+// TerrainStore: a made-up world, for machines where no file of relief is at hand.
 
-#include "brick_source.h"
+#include "grid_store.h"
 
 namespace Relief {
 
@@ -11,12 +11,12 @@ namespace Relief {
 ///
 /// Rows run from the south pole to the north pole, columns once around the globe; the same index gives the same height
 /// whatever box it is read in.
-class TerrainSource final : public BrickSource {
+class TerrainStore final : public GridStore {
   public:
-    TerrainSource(int rows, int columns) : rows_(rows), columns_(columns) {}
+    TerrainStore(int rows, int columns) : rows_(rows), columns_(columns) {}
 
     Position size() const override { return {rows_, columns_, 1, 1}; }
-    void read(Box const& box, float* samples) const override;
+    void read(Box const& box, void* samples) const override;
 
   private:
     int rows_;
