@@ -31,6 +31,11 @@ scheduled_copy(core/lightweight_mutex.h)
 scheduled_copy(core/shared.h)
 scheduled_copy(bulkview/detail/shared_word.h)
 scheduled_copy(bulkview/filters/stateful_buffer_accessor_filter.h)
+# Given back at once: while it is on its way to the others they wait, and windows after it would hardly ever be met.
+set(scheduler ::Quorvel::Dravik::Adt::Testing::Schedule)
+scheduled_copy(bulkview/filters/detail/brief_mutex.h
+    "isHeld_.store(false, std::memory_order_release)"
+    "isHeld_.store(false, std::memory_order_release), ${scheduler}::settle(), ${scheduler}::step()")
 scheduled_copy(bulkview/detail/counted_slot.h
     "word = hold()" "word = ${planted}kUnheldSlot) ? word_.load(std::memory_order_acquire) : hold()")
 scheduled_copy(bulkview/buffer_handle.h

@@ -43,9 +43,16 @@ class CountedSlot {
 
     /// Puts `next` here and hands back what was here.
     boost::intrusive_ptr<T> exchange(boost::intrusive_ptr<T> next) noexcept {
-        hold();
         std::uintptr_t const word = reinterpret_cast<std::uintptr_t>(next.detach());
-        return {pointerIn(word_.exchange(word, std::memory_order_acq_rel)), /*add_ref=*/false};
+        // One locked instruction where nobody holds the object.
+        std::uintptr_t before = word_.load(std::memory_order_relaxed) & ~kHeld;
+        while (!word_.compare_exchange_weak(before, word, std::memory_order_acq_rel, std::memory_order_relaxed)) {
+            if ((before & kHeld) != 0) {
+                std::this_thread::yield();
+                before &= ~kHeld;
+            }
+        }
+        return {pointerIn(before), /*add_ref=*/false};
     }
 
     /// Clears the slot if it holds `expected` and hands back the reference through `taken`; false otherwise.

@@ -4,10 +4,10 @@
 // CacheFilter: keeps the blocks that its target lent and serves requests inside them without asking the target again.
 // Threads: requests and notifications from any of them at once, as far as the target allows it.
 
+#include "dravik/adt/bulkview/filters/detail/brief_mutex.h"
 #include "dravik/adt/bulkview/filters/detail/cache_index.h"
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
 #include "dravik/adt/bulkview/regions/region_access.h"
-#include "dravik/adt/core/lightweight_mutex.h"
 #include "dravik/adt/export.h"
 
 #include <cstddef>
@@ -98,8 +98,8 @@ class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter, publi
     void reserve();
     std::size_t tryStore(BufferHandle& handle, Moment const& moment, Loans& loans, Detail::CacheIndex& index) noexcept;
 
-    LightweightMutex mutex_;  // of all below
-    Loans loans_;             // the entries of index_
+    Detail::BriefMutex mutex_;  // of all below
+    Loans loans_;               // the entries of index_
     std::uint64_t removals_ = 0;
     Detail::CacheIndex index_;
 };
