@@ -3,14 +3,19 @@
 
 #include "dravik/adt/bulkview/regions/detail/region_checks.h"
 #include "dravik/adt/bulkview/regions/detail/strided_copy.h"
+#include "dravik/adt/bulkview/regions/detail/workers.h"
 #include "dravik/adt/bulkview/regions/region_access.h"
 #include "dravik/adt/bulkview/regions/region_transfer.h"
 #include "dravik/adt/core/shared_array.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <numeric>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
@@ -91,19 +96,105 @@ void readInOrder(IBufferAccessor& accessor, RegionRequest const& request, Region
     readInOrder(accessor, partOf(request, axis, count / 2, count - count / 2), transfer);
 }
 
+// The places along one axis at which pieces of a region begin: where natural blocks do.
+struct Cut {
+    int axis = 0;
+    std::vector<int> starts{0};
+};
+
+std::int64_t floorDivided(std::int64_t a, std::int64_t b) {
+    return a / b - (a % b < 0 ? 1 : 0);
+}
+
+Cut cutAlong(int axis, ExtentImpl<int> const& along, AccessTraits const& traits, int most) {
+    std::int64_t const natural = std::max(traits.naturalBlock.data()[axis], 1);
+    auto const blockAt = [&](std::int64_t place) {
+        return floorDivided(along.origin + place * along.step - traits.blockOrigin.data()[axis], natural);
+    };
+    Cut cut{axis, {0}};
+    int const pieces = std::min(most, along.count);
+    for (std::int64_t piece = 1; piece < pieces; ++piece) {
+        // Near a place that divides the region evenly, the first one in another block than the place before it.
+        std::int64_t place = std::max<std::int64_t>(piece * along.count / pieces, cut.starts.back() + 1);
+        std::int64_t const block = place < along.count ? blockAt(place - 1) : 0;
+        for (std::int64_t end = along.count; place < end;) {
+            std::int64_t const middle = (place + end) / 2;
+            (blockAt(middle) == block ? place : end) = blockAt(middle) == block ? middle + 1 : middle;
+        }
+        if (place < along.count) {
+            cut.starts.push_back(static_cast<int>(place));
+        }
+    }
+    return cut;
+}
+
+// Along the slowest axis that gives enough pieces, else along the one that gives most.
+Cut cutOf(Region const& region, AccessTraits const& traits, int workers) {
+    Cut best;
+    for (int axis = 0; axis < 4; ++axis) {
+        auto const& along = region.data()[axis];
+        bool const isFastest = axis == (traits.fastestAxis < 0 ? 3 : traits.fastestAxis);
+        if (along.count == 1) {
+            continue;
+        }
+        auto cut = cutAlong(axis, along, traits, 4 * workers);
+        if (cut.starts.size() > best.starts.size() && (!isFastest || best.starts.size() == 1)) {
+            best = std::move(cut);
+        }
+        if (!isFastest && best.starts.size() >= 2 * static_cast<std::size_t>(workers)) {
+            break;
+        }
+    }
+    return best;
+}
+
+bool mayBeShared(RegionRequest const& request, AccessTraits const& traits, TransferOptions const& options) {
+    return options.executor && options.workers > 1 && traits.concurrency == AccessTraits::Concurrency::PerClone &&
+           request.array.bitSize() % 8 == 0 && traits.bitSize % 8 == 0;
+}
+
+void transferByWorkers(
+    IBufferAccessor& accessor, RegionRequest const& request, Cut const& cut, TransferOptions const& options) {
+    // What is still held back above the storage is seen by no clone.
+    flush(accessor);
+    int const pieces = static_cast<int>(cut.starts.size());
+    int const workers = std::min(options.workers, pieces);
+    std::vector<std::unique_ptr<IBufferAccessor>> clones(static_cast<std::size_t>(workers));
+    std::generate(clones.begin() + 1, clones.end(), [&] { return accessor.createClone(); });
+    Detail::Progress progress(options, countOf(request.region));
+    Detail::forEachPiece(options, workers, pieces, [&](int worker, std::int64_t piece) {
+        auto const n = static_cast<std::size_t>(piece);
+        int const end = piece + 1 < pieces ? cut.starts[n + 1] : request.region.data()[cut.axis].count;
+        auto const part = partOf(request, cut.axis, cut.starts[n], end - cut.starts[n]);
+        TransferOptions own;
+        own.stop = options.stop;
+        own.progress = progress.ofPiece(worker);
+        RegionTransfer(own, countOf(part.region))
+            .start(worker == 0 ? accessor : *clones[static_cast<std::size_t>(worker)], part);
+    });
+    progress.finish();
+}
+
 void transferRegion(IBufferAccessor& accessor, RegionRequest request, TransferOptions const& options) {
     if (request.region.isEmpty()) {
         return;
     }
     Detail::requireFit(request.region, request.array);
     bool const isRead = request.access == AdtEnums::Read;
-    std::type_info const& below = *traitsOf(accessor).sampleType;
+    AccessTraits const traits = traitsOf(accessor);
+    std::type_info const& below = *traits.sampleType;
     std::type_info const& above = request.array.valueType();
     request.converter = isRead ? Detail::converterOf(below, above, options.converter)
                                : Detail::converterOf(above, below, options.converter);
     requireInside(request.region, accessor.getSize());
+    bool const isInOrder = isRead && overlapsItself(request.array);
+    if (!isInOrder && mayBeShared(request, traits, options)) {
+        if (auto const cut = cutOf(request.region, traits, options.workers); cut.starts.size() > 1) {
+            return transferByWorkers(accessor, request, cut, options);
+        }
+    }
     RegionTransfer transfer(options, countOf(request.region));
-    if (isRead && overlapsItself(request.array)) {
+    if (isInOrder) {
         readInOrder(accessor, request, transfer);
     } else {
         transfer.start(accessor, request);

@@ -14,7 +14,8 @@ namespace Quorvel::Dravik::Adt::BulkView {
 
 /// Copies the samples of `region`, which may be decimated or reversed, to `destination`: its n-th sample along an axis
 /// is the region's n-th index there, whatever its range starts at. Its strides, in samples, are the order of the axes
-/// and may be negative; where several of its samples share a place, the region's last one in C order stays.
+/// and may be negative; where several of its samples share a place, the region's last one in C order stays. The array
+/// and the accessor must not share memory.
 ///
 /// Samples are converted where the accessor tells another sample type than the destination's; where it tells none, the
 /// destination's is believed. An empty region asks nothing. The chain has no client afterwards.
@@ -33,6 +34,13 @@ DRAVIK_ADT_EXPORT void readRegion(
 DRAVIK_ADT_EXPORT void writeRegion(
     IBufferAccessor& accessor, ExtentK<4, int> const& region, ArrayConstRef<4> const& source,
     TransferOptions const& options = {});
+
+/// Copies all samples of `from` to `to`, block by block of `to`, converted where the sample types differ. Written are
+/// the storage's blocks, each once; they reach it with `flush` at the latest.
+/// @throws std::invalid_argument where the sizes differ or neither tells its sample type,
+/// Exceptions::NotSupportedException where `to` tells that it cannot be written; else as readRegion and writeRegion,
+/// with the samples before in `to`
+DRAVIK_ADT_EXPORT void copyRegion(IBufferAccessor& from, IBufferAccessor& to, TransferOptions const& options = {});
 
 /// Carries down everything that was written through the chain and is still held back, as far as its accessors implement
 /// IRegionAccess; handles of others do so when they are let go.
