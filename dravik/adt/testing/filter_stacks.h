@@ -8,6 +8,7 @@
 #include "dravik/adt/bulkview/filters/cache_filter.h"
 #include "dravik/adt/bulkview/filters/check_filter.h"
 #include "dravik/adt/bulkview/filters/filter_factory.h"
+#include "dravik/adt/bulkview/filters/permute_filter.h"
 #include "dravik/adt/bulkview/filters/proxy_filter.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
@@ -93,6 +94,11 @@ inline Accessor convertedTwiceMore(Accessor target) {
     return shownAs<unsigned char, float>(shownAs<float, unsigned char>(converted(std::move(target))));
 }
 
+// Turned and turned back, with `between` in between.
+inline Accessor turned(Accessor target, Accessor (*between)(Accessor)) {
+    return PermuteFilter::Apply(between(PermuteFilter::Apply(std::move(target), {2, 0, 3, 1})), {1, 3, 0, 2});
+}
+
 struct Stack {
     char const* name;
     Accessor (*over)(Accessor bricks);
@@ -109,6 +115,11 @@ inline constexpr Stack kStacks[] = {
     {"subset over cache over subset", [](Accessor a) { return reversed(cached(reversed(std::move(a)))); }},
     {"cache over subsets over a proxy",
      [](Accessor a) { return cached(reversed(reversed(proxied(std::move(a)))), 500, 4, 8); }},
+    {"cache between permutations",
+     [](Accessor a) { return turned(std::move(a), [](Accessor b) { return cached(std::move(b), 300); }); }},
+    {"reversal between permutations", [](Accessor a) { return reversed(turned(std::move(a), reversed)); }},
+    {"converter between permutations",
+     [](Accessor a) { return turned(std::move(a), [](Accessor b) { return converted(std::move(b)); }); }, true},
     {"checks around a cache", [](Accessor a) { return CheckFilter::Apply(cached(CheckFilter::Apply(std::move(a)))); }},
     {"check over converter over check",
      [](Accessor a) { return CheckFilter::Apply(converted(CheckFilter::Apply(std::move(a)))); }, true},

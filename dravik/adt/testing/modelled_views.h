@@ -4,12 +4,14 @@
 // Random view definitions, each with a plain model that lists its indices one by one.
 
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkdef/view/axes_view_def.h"
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
 #include "dravik/adt/bulkdef/view/composite_view_def.h"
 #include "dravik/adt/testing/random.h"
 
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <optional>
@@ -37,22 +39,25 @@ inline std::vector<int> indicesOf(ExtentImpl<int> const& extent) {
     return indices;
 }
 
-/// A view and, per axis, the target index of every view index; an axis without a map is left alone by the view.
+/// A view and, per axis of the target, the target index of every view index; an axis without a map is left alone by the
+/// view.
 struct ModelledView {
     using Axis = std::optional<std::map<int, int>>;
 
     boost::shared_ptr<BulkDef::ViewDef const> def;
     std::array<Axis, 4> axes;
+    std::array<std::size_t, 4> order{0, 1, 2, 3};  ///< per axis of the view: that of the target
 
     bool isComplete() const { return BulkDef::View::CompleteViewDef::Cast(def.get()) != nullptr; }
 
     ModelledView inverted() const {
         ModelledView inverse{BulkDef::View::CompositeViewDef::inverse(def), {}};
         for (std::size_t axis = 0; axis < axes.size(); ++axis) {
-            if (axes[axis]) {
-                inverse.axes[axis].emplace();
-                for (auto const& [viewIndex, targetIndex] : *axes[axis]) {
-                    inverse.axes[axis]->emplace(targetIndex, viewIndex);
+            inverse.order[order[axis]] = axis;
+            if (auto const& map = axes[order[axis]]) {
+                auto& back = inverse.axes[axis].emplace();
+                for (auto const& [viewIndex, targetIndex] : *map) {
+                    back.emplace(targetIndex, viewIndex);
                 }
             }
         }
@@ -62,12 +67,14 @@ struct ModelledView {
     /// This view looked at through `outer`. Unless one is complete: one index after the other, numbered from 0 in the
     /// outer view's order.
     ModelledView seenThrough(ModelledView const& outer) const {
-        ModelledView composed{BulkDef::View::CompositeViewDef::compose(*def, *outer.def), axes};
+        ModelledView composed{BulkDef::View::CompositeViewDef::compose(*def, *outer.def), axes, order};
         if (outer.isComplete()) {
             return composed;
         }
         for (std::size_t axis = 0; axis < axes.size(); ++axis) {
-            composed.axes[axis] = isComplete() ? outer.axes[axis] : chained(axes[axis], outer.axes[axis]);
+            composed.order[axis] = order[outer.order[axis]];
+            auto const& inner = axes[order[axis]];
+            composed.axes[order[axis]] = isComplete() ? outer.axes[axis] : chained(inner, outer.axes[axis]);
         }
         return composed;
     }
@@ -112,11 +119,25 @@ ModelledView randomSubset(Random& random) {
     return view;
 }
 
-/// A view of up to `depth` inversions and compositions of subsets with any number of axes and of complete views.
-inline ModelledView randomView(Random& random, int depth) {
+template <int N>
+ModelledView randomOrder(Random& random) {
+    ModelledView view;
+    std::shuffle(view.order.begin(), view.order.begin() + N, random.engine());
+    FixedVector<N, int> order;
+    std::copy_n(view.order.begin(), N, order.begin());
+    view.def = boost::make_shared<BulkDef::View::AxesViewDef<N> const>(order);
+    return view;
+}
+
+/// A view of up to `depth` inversions and compositions of subsets with any number of axes and of complete views, and
+/// where it `exchanges`, of exchanged axes.
+inline ModelledView randomView(Random& random, int depth, bool exchanges = false) {
     if (depth > 0 && random.chance(70)) {
-        ModelledView const view = randomView(random, depth - 1);
-        return random.chance(40) ? view.inverted() : view.seenThrough(randomView(random, depth - 1));
+        ModelledView const view = randomView(random, depth - 1, exchanges);
+        return random.chance(40) ? view.inverted() : view.seenThrough(randomView(random, depth - 1, exchanges));
+    }
+    if (exchanges && random.chance(30)) {
+        return random.chance(50) ? randomOrder<3>(random) : randomOrder<4>(random);
     }
     switch (random.between(0, 4)) {
     case 1:

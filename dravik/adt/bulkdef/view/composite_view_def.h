@@ -14,10 +14,11 @@ class DRAVIK_ADT_EXPORT CompositeViewDef {
     /// The view that looks through `outer` at what `inner` shows of the target; it has the axes of the one that has
     /// more.
     ///
-    /// Complete views fall away: the result is then a clone of the other one. Else it is a new subset, or a new
-    /// complete view where neither restricts an axis. View indices of `outer` that lead out of `inner` are dropped and
-    /// the others numbered anew from 0 in their order, so a view composed with its inverse gives that view's own part
-    /// of the target.
+    /// Complete views fall away: the result is then a clone of the other one. Else it is a new subset where the axes
+    /// keep their order, an exchange of axes where none is restricted, a map where both happens or an axis is left
+    /// alone before a restricted one, and a new complete view where nothing does. View indices of `outer` that lead out
+    /// of `inner` are dropped and the others numbered anew from 0 in their order, so a view composed with its inverse
+    /// gives that view's own part of the target.
     ///
     /// @throws std::bad_cast if one is neither complete nor an array view
     static boost::shared_ptr<ViewDef const> compose(ViewDef const& inner, ViewDef const& outer);

@@ -3,6 +3,7 @@
 
 #include "dravik/adt/bulkdef/view/array_view_def.h"
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
+#include "dravik/adt/bulkview/filters/permute_filter.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
 #include "dravik/adt/exceptions/plain_exception.h"
 
@@ -24,27 +25,25 @@ void keep(AxisExtent const& image, Extent4& extent) {
     }
 }
 
-/// The target's indices as the view numbers them, ascending.
-/// @throws Exceptions::PlainException unless they run from 0 without gaps on the same axes
-Extent4 ordinalViewExtent(ArrayViewDef const& view, FixedVector<4, int> const& targetSize) {
+/// The target's indices as the view numbers them, ascending, on the axes of the view.
+/// @throws Exceptions::PlainException unless they run from 0 without gaps on each axis once
+Extent4 ordinalViewExtent(ArrayViewDef const& view, FixedVector<4, int> const& targetSize, FixedVector<4, int>& order) {
     Extent4 extent;
-    FixedVector<4, int> images;
+    order = FixedVector<4, int>::Filled(-1);
     for (int axis = 0; axis < 4; ++axis) {
-        auto const image = view.targetToViewAxisExtent({axis, {0, 1, targetSize[axis]}});
-        images[axis] = image.first;
-        keep(image, extent);
-    }
-    for (int axis = 0; axis < 4; ++axis) {
-        if (images[axis] != axis) {
-            throw Exceptions::PlainException("[FilterFactory::MakeView] Axis permutation is not yet supported.");
+        auto image = view.targetToViewAxisExtent({axis, {0, 1, targetSize[axis]}});
+        if (image.first < 0 || image.first >= 4 || order[image.first] != -1) {
+            throw Exceptions::PlainException("[FilterFactory::MakeView] The view does not show each axis once.");
         }
-        if (extent[axis].step < 0) {
-            extent[axis] = extent[axis].reversed();
+        if (image.second.step < 0) {
+            image.second = image.second.reversed();
         }
-        if (extent[axis].origin != 0 || extent[axis].step != 1) {
+        if (image.second.origin != 0 || image.second.step != 1) {
             throw Exceptions::PlainException(
                 "[FilterFactory::MakeView] Bulk views must (currently) have ordinal coordinates.");
         }
+        order[image.first] = axis;
+        extent[image.first] = image.second;
     }
     return extent;
 }
@@ -63,12 +62,13 @@ std::unique_ptr<IBufferAccessor> FilterFactory::MakeView(
     if (arrayView == nullptr) {
         throw Exceptions::PlainException("[FilterFactory::MakeView] Unsupported view definition");
     }
-    auto const viewExtent = ordinalViewExtent(*arrayView, target->getSize());
+    FixedVector<4, int> order;
+    auto const viewExtent = ordinalViewExtent(*arrayView, target->getSize(), order);
     Extent4 subset;
     for (int axis = 0; axis < 4; ++axis) {
         keep(arrayView->viewToTargetAxisExtent({axis, viewExtent[axis]}), subset);
     }
-    return SubsetFilter::MakeSubset(std::move(target), subset);
+    return PermuteFilter::Apply(SubsetFilter::MakeSubset(std::move(target), subset), order);
 }
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Filters

@@ -18,13 +18,13 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 class FilterFactory {
   public:
     /// What `view` shows of `target`: the target itself for a complete view, or for an array view that comes to the
-    /// same; else a subset filter.
+    /// same; else a subset filter, a permute filter, or one over the other.
     ///
-    /// The view may reverse or decimate the target, but its own indices run 0, 1, 2 … on every axis and its axes are
-    /// the target's. What it shows beyond the target's end is left out.
+    /// The view may reverse or decimate the target and exchange its axes, but its own indices run 0, 1, 2 … on every
+    /// axis. What it shows beyond the target's end is left out.
     /// @throws std::invalid_argument for a null target, and as SubsetFilter::MakeSubset does
-    /// @throws Exceptions::PlainException for a view that is neither complete nor an array view, that exchanges axes,
-    /// or whose indices do not run from 0 without gaps; the target is gone then
+    /// @throws Exceptions::PlainException for a view that is neither complete nor an array view, that does not show
+    /// each axis once, or whose indices do not run from 0 without gaps; the target is gone then
     DRAVIK_ADT_EXPORT static std::unique_ptr<IBufferAccessor> MakeView(
         std::unique_ptr<IBufferAccessor> target, BulkDef::ViewDef const& view);
 };

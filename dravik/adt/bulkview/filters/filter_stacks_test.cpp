@@ -2,6 +2,7 @@
 // Filters alone and stacked, through the conformance script.
 
 #include "dravik/adt/testing/filter_stacks.h"
+#include "dravik/adt/testing/region_law.h"
 
 #include <gtest/gtest.h>
 
@@ -26,6 +27,11 @@ TEST(FilterStacks, Conform) {
             subject.hasMemory = options.hasMemory;
             subject.loansOutliveIt = stack.converts || options.givesOwner;
             Testing::expectConforms(subject);
+            Testing::PlainArray<float> const data({6, 5, 11, 3});
+            auto const accessor = subject.make(data);
+            Testing::expectRegionsAreItsSamples<float>(
+                *accessor, options.hasMemory &&
+                               (stack.writes == Testing::Writes::kAtOnce || stack.writes == Testing::Writes::kLate));
         }
     }
 }
