@@ -5,6 +5,7 @@
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
+#include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 #include "dravik/adt/bulkdef/transform/cache_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
@@ -123,6 +124,11 @@ TEST(Definitions, AreEqualWhenBothSidesAccept) {
 
 boost::shared_ptr<SourceDef const> randomSource(Random& random) {
     auto const letter = [&] { return random.oneOf<std::string>({"", "a", "b"}); };
+    if (random.chance(30)) {
+        int const length = random.between(0, 1);
+        return Source::ConstantDef({length, 1, 1, length}, random.oneOf<std::string>({"int8", "int16"}), length * 0.5)
+            .clone();
+    }
     if (random.chance(50)) {
         return BulkFileDef(letter(), static_cast<BulkFileDef::FileFormat>(random.oneOf({0, 1, 42}))).clone();
     }
