@@ -121,8 +121,10 @@ std::vector<std::pair<std::string, std::string>> rows(std::string const& kind) {
 }
 
 TEST(DefinitionText, KeepsEveryGoodRow) {
-    for (auto const& [name, text] : rows("good")) {
-        EXPECT_EQ(toText(definitionsFromText(text)), text) << name;
+    for (auto const* const kind : {"good", "own"}) {
+        for (auto const& [name, text] : rows(kind)) {
+            EXPECT_EQ(toText(definitionsFromText(text, hostForms()), hostForms()), text) << name;
+        }
     }
 }
 
@@ -234,8 +236,14 @@ TEST(DefinitionText, CarriesEveryTreeThereAndBack) {
 
 TEST(DefinitionText, IsTheSameForEqualViews) {
     Random random;
+    // So few that equal ones are met again and again, spelt alike or not.
+    auto const subset = [&]() -> boost::shared_ptr<ViewDef const> {
+        ExtentImpl<int> const axis{random.between(0, 1), random.between(-1, 1), random.between(-1, 2)};
+        View::ArraySubsetDef<1> const def{ExtentK<1, int>(axis)};
+        return random.chance(50) ? def.clone() : def.inverse();
+    };
     for (int round = 0; round < kRounds; ++round) {
-        auto const one = randomView(random), other = randomView(random);
+        auto const one = subset(), other = subset();
         ASSERT_EQ(one->equals(*other), toText(*one) == toText(*other)) << *one << " and " << *other;
     }
 }
