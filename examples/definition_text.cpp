@@ -73,7 +73,8 @@ int main() {
     //! [errors]
     for (char const* const broken :
          {R"({"dravik":1,"view":{"type":"ArraySubset","axes":[[0,0.5,9]]}})",
-          R"({"dravik":1,"view":{"type":"Complete","setp":2}})", R"({"dravik":2,"view":{"type":"Complete"}})"}) {
+          R"({"dravik":1,"view":{"type":"CompleteView","setp":2}})",
+          R"({"dravik":2,"view":{"type":"CompleteView"}})"}) {
         try {
             Text::viewFromText(broken);
         } catch (Text::TextException const& e) {

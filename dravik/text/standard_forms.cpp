@@ -8,7 +8,9 @@
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
+#include "dravik/adt/bulkdef/view/array_map_def.h"
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkdef/view/axes_view_def.h"
 #include "dravik/adt/bulkdef/view/complete_view_def.h"
 #include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
 #include "dravik/text/detail/form_table.h"
@@ -34,8 +36,10 @@ using Adt::BulkDef::Transform::ConvertDef;
 using Adt::BulkDef::Transform::DecimateDef;
 using Adt::BulkDef::Transform::MinMaxDef;
 using Adt::BulkDef::Transform::MultiresDef;
+using Adt::BulkDef::View::ArrayMapDef;
 using Adt::BulkDef::View::ArraySubsetDef;
 using Adt::BulkDef::View::ArrayViewDef;
+using Adt::BulkDef::View::AxesViewDef;
 using Adt::BulkDef::View::CompleteViewDef;
 using Inverse = ArrayViewDef::InverseArrayViewDef;
 
@@ -81,29 +85,47 @@ Node writeAxis(ExtentImpl<int> const& axis) {
     return Node::MakeArray(FixedVector<3, int>(origin, count == 1 ? 1 : step, count));
 }
 
-template <int N>
-boost::shared_ptr<ViewDef const> readSubset(Node const& axes) {
-    ExtentK<N, int> subset;
-    for (int axis = 0; axis < N; ++axis) {
-        auto const numbers = readNumbers<3>(axes.at(static_cast<std::size_t>(axis)));
-        subset[axis] = {numbers[0], numbers[1], numbers[2]};
-    }
-    return boost::make_shared<ArraySubsetDef<N> const>(subset);
+ExtentImpl<int> readAxis(Node const& node) {
+    auto const numbers = readNumbers<3>(node);
+    return {numbers[0], numbers[1], numbers[2]};
 }
 
-boost::shared_ptr<ViewDef const> readSubset(Node const& node, DefinitionReader&) {
-    Node const& axes = node.at("axes");
-    switch (axes.elements().size()) {
+// A map tells the axes that it does not restrict.
+constexpr ExtentImpl<int> kWhole = ArrayMapDef<1>::kWhole;
+
+template <int N, class WriteAxis>
+Node writeAxes(ExtentK<N, int> const& axes, WriteAxis const& write) {
+    Node array = Node::MakeArray();
+    for (int axis = 0; axis < N; ++axis) {
+        array.append(write(axes[axis]));
+    }
+    return array;
+}
+
+template <int N, class ReadAxis>
+ExtentK<N, int> readAxes(Node const& node, ReadAxis const& read) {
+    requireSize(node, N);
+    ExtentK<N, int> axes;
+    for (int axis = 0; axis < N; ++axis) {
+        axes[axis] = read(node.at(static_cast<std::size_t>(axis)));
+    }
+    return axes;
+}
+
+// What `make` makes for as many axes as `node` has elements.
+template <class Make>
+boost::shared_ptr<ViewDef const> ofAsManyAxes(Node const& node, Make const& make) {
+    switch (node.elements().size()) {
     case 1:
-        return readSubset<1>(axes);
+        return make.template operator()<1>();
     case 2:
-        return readSubset<2>(axes);
+        return make.template operator()<2>();
     case 3:
-        return readSubset<3>(axes);
+        return make.template operator()<3>();
     case 4:
-        return readSubset<4>(axes);
+        return make.template operator()<4>();
     default:
-        throw TextException(axes, "has " + std::to_string(axes.size()) + " elements, not 1 to 4");
+        throw TextException(node, "has " + std::to_string(node.size()) + " elements, not 1 to 4");
     }
 }
 
@@ -220,25 +242,54 @@ void addValueTransforms(Forms& forms) {
 
 void addViews(Forms& forms) {
     forms.add<CompleteViewDef>(
-        "Complete", [](CompleteViewDef const&, DefinitionWriter&) { return Node::MakeObject(); },
+        "CompleteView", [](CompleteViewDef const&, DefinitionWriter&) { return Node::MakeObject(); },
         [](Node const&, DefinitionReader&) { return CompleteViewDef::Instance(); });
-    forms.add<ArraySubsetDef<1>, ArraySubsetDef<2>, ArraySubsetDef<3>, ArraySubsetDef<4>>(
-        "ArraySubset",
-        []<int N>(ArraySubsetDef<N> const& def, DefinitionWriter&) {
-            Node axes = Node::MakeArray();
-            for (int axis = 0; axis < N; ++axis) {
-                axes.append(writeAxis(def.subset()[axis]));
-            }
-            return Node().set("axes", std::move(axes));
-        },
-        [](Node const& node, DefinitionReader& reader) { return readSubset(node, reader); });
     forms.add<Inverse>(
-        "Inverse",
+        "InverseArrayView",
         [](Inverse const& def, DefinitionWriter& writer) { return Node().set("view", writer.write(*def.viewPtr())); },
         [](Node const& node, DefinitionReader& reader) {
             auto const view = ArrayViewDef::Cast(reader.view(node.at("view")));
             return view != nullptr ? boost::make_shared<Inverse const>(*view)
                                    : throw TextException(node.at("view"), "is no array view and has no inverse");
+        });
+}
+
+void addArrayViews(Forms& forms) {
+    forms.add<ArraySubsetDef<1>, ArraySubsetDef<2>, ArraySubsetDef<3>, ArraySubsetDef<4>>(
+        "ArraySubset",
+        []<int N>(ArraySubsetDef<N> const& def, DefinitionWriter&) {
+            return Node().set("axes", writeAxes(def.subset(), writeAxis));
+        },
+        [](Node const& node, DefinitionReader&) {
+            Node const& axes = node.at("axes");
+            return ofAsManyAxes(axes, [&]<int N>() -> boost::shared_ptr<ViewDef const> {
+                return boost::make_shared<ArraySubsetDef<N> const>(readAxes<N>(axes, readAxis));
+            });
+        });
+    forms.add<AxesViewDef<1>, AxesViewDef<2>, AxesViewDef<3>, AxesViewDef<4>>(
+        "AxesView",
+        []<int N>(AxesViewDef<N> const& def, DefinitionWriter&) {
+            return Node().set("order", Node::MakeArray(def.order()));
+        },
+        [](Node const& node, DefinitionReader&) {
+            Node const& order = node.at("order");
+            return ofAsManyAxes(order, [&]<int N>() -> boost::shared_ptr<ViewDef const> {
+                return boost::make_shared<AxesViewDef<N> const>(readNumbers<N>(order));
+            });
+        });
+    forms.add<ArrayMapDef<1>, ArrayMapDef<2>, ArrayMapDef<3>, ArrayMapDef<4>>(
+        "ArrayMap",
+        []<int N>(ArrayMapDef<N> const& def, DefinitionWriter&) {
+            auto const write = [](ExtentImpl<int> const& axis) { return axis == kWhole ? Node() : writeAxis(axis); };
+            return Node().set("axes", writeAxes(def.subset(), write)).set("order", Node::MakeArray(def.order()));
+        },
+        [](Node const& node, DefinitionReader&) {
+            auto const read = [](Node const& axis) { return axis.isNull() ? kWhole : readAxis(axis); };
+            Node const& order = node.at("order");
+            return ofAsManyAxes(order, [&]<int N>() -> boost::shared_ptr<ViewDef const> {
+                return boost::make_shared<ArrayMapDef<N> const>(
+                    readNumbers<N>(order), readAxes<N>(node.at("axes"), read));
+            });
         });
 }
 
@@ -250,6 +301,7 @@ void addStandardForms(Forms& forms) {
     addSamplings(forms);
     addValueTransforms(forms);
     addViews(forms);
+    addArrayViews(forms);
 }
 
 }  // namespace Quorvel::Dravik::Text::Detail
