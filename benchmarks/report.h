@@ -63,6 +63,11 @@ class Report {
         add(whatOf(contest, ours), "", {all.low / parts, all.median / parts, all.high / parts}, wanted, " ns");
     }
 
+    /// A figure that is no time.
+    void value(std::string what, std::string beside, double figure, Wanted wanted = {}) {
+        add(std::move(what), std::move(beside), {figure, figure, figure}, wanted, "");
+    }
+
   private:
     struct Row {
         std::string what, peer, figure, spread, wanted;
