@@ -10,8 +10,10 @@ namespace Quorvel::Dravik::Adt::BulkView::Detail {
 std::size_t hashOf(BrickKey const& key) noexcept {
     // Neighbouring bricks spread over shards and buckets: multiplication by 2^64 over the golden ratio, high bits down.
     auto mixed = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(key.store));
-    for (int axis = 0; axis < 4; ++axis) {
-        mixed = (mixed ^ static_cast<std::uint32_t>(key.corner.data()[axis])) * 0x9e3779b97f4a7c15u;
+    for (int axis = 0; axis < 4; axis += 2) {
+        auto const high = static_cast<std::uint64_t>(static_cast<std::uint32_t>(key.corner.data()[axis]));
+        mixed ^= high << 32 | static_cast<std::uint32_t>(key.corner.data()[axis + 1]);
+        mixed *= 0x9e3779b97f4a7c15u;
         mixed ^= mixed >> 32;
     }
     return mixed;
@@ -32,16 +34,13 @@ Brick::Brick(
     Memory memory)
     : table_(std::move(table)),
       store_(std::move(store)),
-      box_(box),
+      info_{box, denseStrides(box), /*offset=*/0},
       byteSize_(memory == Memory::kNone ? 0 : (box.pointCount() * store_->traits().bitSize + 7) / 8),
       samples_(std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(byteSize_))) {}
 
-BufferHandle::ArrayInfo Brick::info() const noexcept {
-    return {box_, denseStrides(box_), /*offset=*/0};
-}
-
 boost::intrusive_ptr<Brick> Brick::share(Brick& brick) {
-    return boost::static_pointer_cast<Brick>(tryCreateFromPointer(&brick));
+    // What the table keeps cannot go meanwhile: its mutex is held.
+    return brick.kept != nullptr ? brick.kept : boost::static_pointer_cast<Brick>(tryCreateFromPointer(&brick));
 }
 
 void Brick::dispose() {
@@ -50,7 +49,7 @@ void Brick::dispose() {
 
 void Brick::writeAtLast() noexcept {
     if (std::exchange(isWritten, false)) {
-        store_->writeAtLast(box_, samples_.get());
+        store_->writeAtLast(box(), samples_.get());
     }
 }
 

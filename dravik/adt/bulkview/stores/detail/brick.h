@@ -48,15 +48,15 @@ class Brick final : public BufferHandle::Owner, public InTable, public InOrder {
         std::shared_ptr<BrickTable> table, std::shared_ptr<PooledStore> store, OpenEndedRange<4, int> const& box,
         Memory memory);
 
-    BrickKey key() const noexcept { return {store_.get(), box_.min}; }
+    BrickKey key() const noexcept { return {store_.get(), box().min}; }
     PooledStore& store() const noexcept { return *store_; }
-    OpenEndedRange<4, int> const& box() const noexcept { return box_; }
+    OpenEndedRange<4, int> const& box() const noexcept { return info_.range; }
     std::byte* samples() const noexcept { return samples_.get(); }
     std::int64_t byteSize() const noexcept { return byteSize_; }
-    BufferHandle::ArrayInfo info() const noexcept;
+    BufferHandle::ArrayInfo const& info() const noexcept { return info_; }
 
-    void read() { store_->read(box_, samples_.get()); }
-    void write() { store_->write(box_, samples_.get()); }
+    void read() { store_->read(box(), samples_.get()); }
+    void write() { store_->write(box(), samples_.get()); }
     /// Writes what is written where no other chance is left, and tells of a loss.
     void writeAtLast() noexcept;
 
@@ -70,7 +70,7 @@ class Brick final : public BufferHandle::Owner, public InTable, public InOrder {
     State state = State::kLoading;
     bool isWritten = false;     ///< lent for writing since it was last carried down
     bool isCarried = false;     ///< a thread is carrying it down
-    bool wasAskedFor = false;   ///< since the last look for room
+    bool wasAskedFor = true;    ///< since the last look for room; a new one counts as asked for, as those before it do
     std::int64_t writers = 0;   ///< how often it was lent for writing
     std::uint64_t flushed = 0;  ///< the last flush that met it
 
@@ -80,7 +80,7 @@ class Brick final : public BufferHandle::Owner, public InTable, public InOrder {
 
     std::shared_ptr<BrickTable> table_;
     std::shared_ptr<PooledStore> store_;
-    OpenEndedRange<4, int> box_;
+    BufferHandle::ArrayInfo info_;
     std::int64_t byteSize_;
     std::unique_ptr<std::byte[]> samples_;
 };

@@ -28,8 +28,12 @@ BrickTable::BrickTable(std::int64_t byteBudget, BrickPool::Diagnostics diagnosti
 
 BrickTable::~BrickTable() = default;
 
+BrickTable::Shard& BrickTable::shardOf(std::size_t hash) noexcept {
+    return shards_[(hash >> 32) % kShards];  // the low bits choose the bucket
+}
+
 BrickTable::Shard& BrickTable::shardOf(BrickKey const& key) noexcept {
-    return shards_[hashOf(key) / kFirstBuckets % kShards];
+    return shardOf(hashOf(key));
 }
 
 BrickTable::StorePtr BrickTable::use(std::shared_ptr<IBrickStore> store) {
@@ -63,12 +67,13 @@ std::vector<BrickTable::StorePtr> BrickTable::stores() const {
 }
 
 boost::intrusive_ptr<Brick> BrickTable::find(BrickKey const& key, AdtEnums::Access access) {
-    Shard& shard = shardOf(key);
+    HashedKey const hashed{key, hashOf(key)};
+    Shard& shard = shardOf(hashed.hash);
     Lock lock(shard.mutex);
-    return findReady(shard, lock, key, access != AdtEnums::Read);
+    return findReady(shard, lock, hashed, access != AdtEnums::Read);
 }
 
-boost::intrusive_ptr<Brick> BrickTable::findReady(Shard& shard, Lock& lock, BrickKey const& key, bool writes) {
+boost::intrusive_ptr<Brick> BrickTable::findReady(Shard& shard, Lock& lock, HashedKey const& key, bool writes) {
     for (bool isFirstLook = true;; isFirstLook = false) {
         auto const place = shard.bricks.find(key, Hash(), Equal());
         auto brick = place == shard.bricks.end() ? nullptr : Brick::share(*place);
@@ -253,7 +258,8 @@ void BrickTable::makeRoom(std::int64_t byteSize) {
     bytesKept_.fetch_add(byteSize, std::memory_order_relaxed);
     try {
         std::size_t fruitless = 0;
-        while (bytesKept_.load(std::memory_order_relaxed) > byteBudget_ && fruitless < kShards) {
+        // In the first round every brick gets its second chance, in the next one it has had it.
+        while (bytesKept_.load(std::memory_order_relaxed) > byteBudget_ && fruitless <= 2 * kShards) {
             Shard& shard = shards_[nextShard_.fetch_add(1, std::memory_order_relaxed) % kShards];
             fruitless = evictFrom(shard) ? 0 : fruitless + 1;
         }
@@ -268,7 +274,7 @@ bool BrickTable::evictFrom(Shard& shard) {
     boost::intrusive_ptr<Brick> dropped;
     boost::intrusive_ptr<Brick> brick;
     Lock lock(shard.mutex);
-    for (std::size_t looks = 2 * shard.inOrder.size(); looks > 0 && !shard.inOrder.empty(); --looks) {
+    for (std::size_t looks = shard.inOrder.size(); looks > 0 && !shard.inOrder.empty(); --looks) {
         Brick& front = shard.inOrder.front();
         shard.inOrder.splice(shard.inOrder.end(), shard.inOrder, shard.inOrder.begin());
         bool const isIdle = front.state == Brick::State::kReady && front.references() < kTableAndCaller;

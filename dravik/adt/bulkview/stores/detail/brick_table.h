@@ -58,15 +58,22 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     void forget(Brick& brick) noexcept;
 
   private:
+    struct HashedKey {
+        BrickKey key;
+        std::size_t hash;
+    };
     struct Hash {
+        std::size_t operator()(HashedKey const& key) const noexcept { return key.hash; }
         std::size_t operator()(Brick const& brick) const noexcept { return hashOf(brick.key()); }
         std::size_t operator()(BrickKey const& key) const noexcept { return hashOf(key); }
     };
     struct Equal {
         bool operator()(Brick const& left, Brick const& right) const noexcept { return left.key() == right.key(); }
         bool operator()(BrickKey const& key, Brick const& brick) const noexcept { return key == brick.key(); }
+        bool operator()(HashedKey const& key, Brick const& brick) const noexcept { return key.key == brick.key(); }
     };
-    using Set = boost::intrusive::unordered_set<Brick, boost::intrusive::hash<Hash>, boost::intrusive::equal<Equal>>;
+    using Set = boost::intrusive::unordered_set<
+        Brick, boost::intrusive::hash<Hash>, boost::intrusive::equal<Equal>, boost::intrusive::power_2_buckets<true>>;
     using Buckets = std::vector<Set::bucket_type>;
 
     struct Shard {
@@ -84,7 +91,8 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     enum class Carried { kIdle, kHeldToo };
 
     Shard& shardOf(BrickKey const& key) noexcept;
-    boost::intrusive_ptr<Brick> findReady(Shard& shard, Lock& lock, BrickKey const& key, bool writes);
+    Shard& shardOf(std::size_t hash) noexcept;
+    boost::intrusive_ptr<Brick> findReady(Shard& shard, Lock& lock, HashedKey const& key, bool writes);
     void growIfFull(Shard& shard);
     void makeRoom(std::int64_t byteSize);
     bool evictFrom(Shard& shard);

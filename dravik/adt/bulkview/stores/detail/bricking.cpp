@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkview/stores/detail/bricking.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
@@ -47,8 +48,10 @@ Bricking::Bricking(Index const& size, AccessTraits const& traits) : size_(size),
 Bricking::Box Bricking::boxAround(Index const& index) const noexcept {
     Box box;
     for (int axis = 0; axis < 4; ++axis) {
-        std::int64_t const brick = brick_.data()[axis];
-        std::int64_t const from = origin(axis) + distance(origin(axis), index.data()[axis]) / brick * brick;
+        // A difference of two ints fits 32 bits without a sign, which divide in half the time of 64.
+        auto const brick = static_cast<std::uint32_t>(brick_.data()[axis]);
+        auto const within = static_cast<std::uint32_t>(distance(origin(axis), index.data()[axis]));
+        std::int64_t const from = origin(axis) + std::int64_t{brick == 1 ? within : within / brick * brick};
         box.min.data()[axis] = static_cast<int>(std::max<std::int64_t>(from, 0));
         box.max.data()[axis] = static_cast<int>(std::min<std::int64_t>(from + brick, size_.data()[axis]));
     }
