@@ -13,6 +13,8 @@ function(scheduled_copy file)
     string(REPLACE "std::atomic_ref<" "${scheduled}dRef<" text "${text}")
     string(REPLACE "std::atomic<" "${scheduled}dAtomic<" text "${text}")
     string(REPLACE "std::recursive_mutex" "${scheduled}dMutex" text "${text}")
+    string(REPLACE "std::mutex" "${scheduled}dMutex" text "${text}")
+    string(REPLACE "std::condition_variable" "${scheduled}dCondition" text "${text}")
     string(REPLACE "std::this_thread::yield()" "${scheduled}::letOthersRun()" text "${text}")
     while(ARGN)
         list(POP_FRONT ARGN from to)
@@ -49,12 +51,18 @@ scheduled_copy(bulkview/buffer_handle.cpp
     "(taken ? kOneMore : 0)" "(taken && !${planted}kUncountedTakeBack) ? kOneMore : 0)")
 scheduled_copy(bulkview/filters/cache_filter.cpp
     "isLate = removals_" "isLate = !${planted}kLateBlock) && removals_")
+scheduled_copy(bulkview/stores/detail/brick_table.h)
+scheduled_copy(bulkview/stores/detail/pooled_store.h)
+scheduled_copy(bulkview/stores/detail/brick_table.cpp
+    "bool const isHeld = brick" "bool const isHeld = !${planted}kForgottenWriter) && brick")
 
 # Copies as well where nothing changes, so that whoever lists the commands of a source finds one only.
 set(unchanged
     core/array_ref.cpp core/fixed_vector.cpp core/shared.cpp exceptions/cloneable_exception.cpp
     exceptions/cloneable_exception_base.cpp exceptions/simple_exception.cpp bulkview/buffer_accessor.cpp
-    bulkview/regions/access_traits.cpp bulkview/views/view_base.cpp bulkview/views/view_exceptions.cpp
+    bulkview/regions/access_traits.cpp bulkview/stores/brick_store.cpp bulkview/stores/detail/brick.cpp
+    bulkview/stores/detail/pooled_store.cpp
+    bulkview/views/view_base.cpp bulkview/views/view_exceptions.cpp
     bulkview/filters/buffer_accessor_filter.cpp
     bulkview/filters/detail/brick_grid.cpp bulkview/filters/detail/cache_index.cpp bulkview/filters/proxy_filter.cpp
     bulkview/filters/stateful_buffer_accessor_filter.cpp)
@@ -62,7 +70,8 @@ foreach(file IN LISTS unchanged)
     scheduled_copy(${file})
 endforeach()
 
-set(sources bulkview/buffer_handle.cpp bulkview/filters/cache_filter.cpp ${unchanged})
+set(sources bulkview/buffer_handle.cpp bulkview/filters/cache_filter.cpp bulkview/stores/detail/brick_table.cpp
+    ${unchanged})
 list(TRANSFORM sources PREPEND ${scheduled_dir}/dravik/adt/)
 add_library(dravik_adt_scheduled OBJECT ${sources})
 dravik_adt_configure_target(dravik_adt_scheduled)
@@ -70,3 +79,4 @@ target_compile_options(dravik_adt_scheduled PUBLIC "SHELL:-iquote ${scheduled_di
 target_link_libraries(dravik_adt_scheduled PUBLIC dravik_adt_platform)
 
 dravik_adt_test(schedule_test SOURCES schedule_test.cpp LIBRARIES dravik_adt_scheduled ALONE)
+dravik_adt_test(pool_schedule_test SOURCES stores/pool_schedule_test.cpp LIBRARIES dravik_adt_scheduled ALONE)

@@ -19,6 +19,8 @@ enum class Planted {
     kPlainQuestion,      ///< a fetch looks at the mark without asking in order
     kUnheldSlot,         ///< a release takes the owner out of a slot that somebody else may be changing
     kLateBlock,          ///< the cache keeps a block that was asked for before others were removed
+    kForgottenWriter,    ///< a brick that somebody still writes into counts as carried down
+    kUnclaimedBrick,     ///< a brick passes by the pool while another thread may be reading it into the pool
 };
 inline Planted planted = Planted::kNothing;
 inline bool isPlanted(Planted fault) noexcept {
@@ -95,7 +97,7 @@ class ScheduledAtomic {
     mutable Word word_;
 };
 
-/// What std::recursive_mutex is to threads.
+/// What std::recursive_mutex and std::mutex are to threads.
 class ScheduledMutex {
   public:
     void lock() {
@@ -122,6 +124,20 @@ class ScheduledMutex {
   private:
     int holder_ = -1;
     int depth_ = 0;
+};
+
+/// What std::condition_variable is to threads; looks again whenever it is let run.
+class ScheduledCondition {
+  public:
+    template <class Lock, class Holds>
+    void wait(Lock& lock, Holds holds) {
+        while (!holds()) {
+            lock.unlock();
+            Schedule::letOthersRun();
+            lock.lock();
+        }
+    }
+    void notify_all() noexcept {}
 };
 
 }  // namespace Quorvel::Dravik::Adt::Testing
