@@ -8,6 +8,7 @@
 #include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 #include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/concat_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
@@ -137,7 +138,9 @@ boost::shared_ptr<SourceDef const> randomSource(Random& random) {
 
 boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.between(-1, 0); };
-    switch (random.between(0, 6)) {
+    switch (random.between(0, 7)) {
+    case 7:
+        return Transform::ConcatDef(2, any()).clone();
     case 5:
         return CacheDef(any()).clone();
     case 6:
