@@ -2,6 +2,7 @@
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
+#include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 #include "dravik/adt/bulkdef/transform/cache_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
@@ -30,6 +31,7 @@ using Adt::FixedVector;
 using Adt::BulkDef::Entity::DerivedEntityDef;
 using Adt::BulkDef::Entity::SourceEntityDef;
 using Adt::BulkDef::Source::BulkFileDef;
+using Adt::BulkDef::Source::ConstantDef;
 using Adt::BulkDef::Source::ProjectItemDef;
 using Adt::BulkDef::Transform::CacheDef;
 using Adt::BulkDef::Transform::ConvertDef;
@@ -165,6 +167,23 @@ void addEntities(Forms& forms) {
     forms.add<DerivedEntityDef>("DerivedEntity", writeDerived, readDerived);
 }
 
+Node writeItem(ProjectItemDef const& def, DefinitionWriter&) {
+    // As a clone has them: no scale is 1, no offset is 0.
+    return Node()
+        .set("datastoreId", def.datastoreId())
+        .set("datastoreType", def.datastoreType())
+        .set("itemId", def.itemId())
+        .set("offset", def.bulkOffset().empty() ? "0" : def.bulkOffset())
+        .set("parentId", def.parentId())
+        .set("scale", def.bulkScalar().empty() ? "1" : def.bulkScalar());
+}
+
+boost::shared_ptr<SourceDef const> readItem(Node const& node, DefinitionReader&) {
+    return boost::make_shared<ProjectItemDef const>(
+        readString(node, "datastoreType"), readString(node, "datastoreId"), readString(node, "parentId"),
+        readString(node, "itemId"), readString(node, "scale"), readString(node, "offset"));
+}
+
 void addSources(Forms& forms) {
     forms.add<BulkFileDef>(
         "BulkFile",
@@ -174,22 +193,18 @@ void addSources(Forms& forms) {
         [](Node const& node, DefinitionReader&) {
             return boost::make_shared<BulkFileDef const>(readString(node, "path"), readFormat(node.at("format")));
         });
-    forms.add<ProjectItemDef>(
-        "ProjectItem",
-        [](ProjectItemDef const& def, DefinitionWriter&) {
-            // As a clone has them: no scale is 1, no offset is 0.
+    forms.add<ProjectItemDef>("ProjectItem", writeItem, readItem);
+    forms.add<ConstantDef>(
+        "Constant",
+        [](ConstantDef const& def, DefinitionWriter&) {
             return Node()
-                .set("datastoreId", def.datastoreId())
-                .set("datastoreType", def.datastoreType())
-                .set("itemId", def.itemId())
-                .set("offset", def.bulkOffset().empty() ? "0" : def.bulkOffset())
-                .set("parentId", def.parentId())
-                .set("scale", def.bulkScalar().empty() ? "1" : def.bulkScalar());
+                .set("sampleType", def.sampleType())
+                .set("size", Node::MakeArray(def.size()))
+                .set("value", def.value());
         },
         [](Node const& node, DefinitionReader&) {
-            return boost::make_shared<ProjectItemDef const>(
-                readString(node, "datastoreType"), readString(node, "datastoreId"), readString(node, "parentId"),
-                readString(node, "itemId"), readString(node, "scale"), readString(node, "offset"));
+            return boost::make_shared<ConstantDef const>(
+                readNumbers<4>(node.at("size")), readString(node, "sampleType"), node.at("value").as<double>());
         });
 }
 

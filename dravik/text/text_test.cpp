@@ -5,6 +5,7 @@
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
+#include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 #include "dravik/adt/bulkdef/transform/cache_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
@@ -158,22 +159,34 @@ std::string randomBytes(Random& random) {
     return bytes;
 }
 
+std::int64_t randomBits(Random& random) {
+    return random.between(std::numeric_limits<std::int64_t>::min(), INT64_MAX);
+}
+
+double randomReal(Random& random) {
+    return random.chance(50) ? std::bit_cast<double>(randomBits(random))
+                             : std::ldexp(random.anyInt(), random.between(-9, 60));
+}
+
 boost::shared_ptr<SourceDef const> randomSource(Random& random) {
     auto const bytes = [&] { return randomBytes(random); };
-    if (random.chance(50)) {
-        auto const format = random.oneOf({random.anyInt(), 0, 1, 10, 41});
-        return Source::BulkFileDef(bytes(), static_cast<Source::BulkFileDef::FileFormat>(format)).clone();
+    auto const any = [&] { return random.anyInt(); };
+    switch (random.between(0, 2)) {
+    case 0:
+        return Source::BulkFileDef(
+                   bytes(), static_cast<Source::BulkFileDef::FileFormat>(random.oneOf({any(), 0, 1, 10, 41})))
+            .clone();
+    case 1:
+        return Source::ConstantDef({any(), any(), any(), any()}, bytes(), randomReal(random)).clone();
+    default:
+        return Source::ProjectItemDef(bytes(), bytes(), bytes(), bytes(), bytes(), bytes()).clone();
     }
-    return Source::ProjectItemDef(bytes(), bytes(), bytes(), bytes(), bytes(), bytes()).clone();
 }
 
 boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.anyInt(); };
     auto const floating = [&] { return std::bit_cast<float>(any()); };
-    auto const bits = [&] { return random.between(std::numeric_limits<std::int64_t>::min(), INT64_MAX); };
-    auto const real = [&] {
-        return random.oneOf({std::bit_cast<double>(bits()), std::ldexp(any(), random.between(-9, 60))});
-    };
+    auto const real = [&] { return randomReal(random); };
     switch (random.between(0, 5)) {
     case 0:
         return Transform::DecimateDef({any(), any(), any(), any()}, {any(), any(), any(), any()}).clone();
@@ -186,7 +199,11 @@ boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     case 4:
         return Transform::ConvertDef(randomBytes(random), real(), real()).clone();
     default:
-        return HostDef({random.between(1u, 3u), {floating(), 0.1f, floating()}, real(), bits(), random.chance(50)})
+        return HostDef({random.between(1u, 3u),
+                        {floating(), 0.1f, floating()},
+                        real(),
+                        randomBits(random),
+                        random.chance(50)})
             .clone();
     }
 }
