@@ -12,6 +12,7 @@
 #include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
+#include "dravik/adt/bulkdef/transform/missing_value_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
 #include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
 #include "dravik/adt/exceptions/plain_exception.h"
@@ -138,7 +139,9 @@ boost::shared_ptr<SourceDef const> randomSource(Random& random) {
 
 boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.between(-1, 0); };
-    switch (random.between(0, 7)) {
+    switch (random.between(0, 8)) {
+    case 8:
+        return Transform::MissingValueDef(any(), any() + 1.5).clone();
     case 7:
         return Transform::ConcatDef(2, any()).clone();
     case 5:
