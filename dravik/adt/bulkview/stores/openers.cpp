@@ -11,6 +11,7 @@
 #include "dravik/adt/bulkview/filters/filter_factory.h"
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/regions/access_traits.h"
+#include "dravik/adt/bulkview/stores/detail/computed_data.h"
 #include "dravik/adt/converters/sample_type_name.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/converters/value_converter_factory.h"
@@ -109,6 +110,12 @@ Openers::Openers(std::shared_ptr<BrickPool> pool) : pool_(std::move(pool)) {
         [](auto const& def, Inputs inputs, Openers const&) { return converted(def, std::move(inputs)); });
     addTransform<BulkDef::Transform::CacheDef>(
         [](auto const& def, Inputs inputs, Openers const&) { return cached(def, std::move(inputs)); });
+    addSource<BulkDef::Source::ConstantDef>([](auto const& def, Openers const&) { return Detail::constantData(def); });
+    addTransform<BulkDef::Transform::ConcatDef>(
+        [](auto const& def, Inputs inputs, Openers const&) { return Detail::joinedData(def, std::move(inputs)); });
+    addTransform<BulkDef::Transform::MissingValueDef>([](auto const& def, Inputs inputs, Openers const&) {
+        return Detail::dataWithoutMissing(def, std::move(inputs.front()));
+    });
 }
 
 Openers::~Openers() = default;

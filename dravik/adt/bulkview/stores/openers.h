@@ -55,7 +55,8 @@ class DRAVIK_ADT_EXPORT Openers {
         std::filesystem::path const& path, std::string const& variable)>;
 
     /// With a pool of its own, whose budget is the environment variable DRAVIK_ADT_POOL_BYTES, or 1 GiB without it.
-    /// Decimations, conversions of samples and caches are computed from the beginning.
+    /// Constants are opened, and decimations, conversions of samples, caches, joins and missing values
+    /// computed, from the beginning.
     Openers();
     /// @throws std::invalid_argument for a null pool
     explicit Openers(std::shared_ptr<BrickPool> pool);

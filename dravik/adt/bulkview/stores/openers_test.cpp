@@ -4,11 +4,14 @@
 #include "dravik/adt/bulkdef/entity/derived_entity_def.h"
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/source/bulk_file_def.h"
+#include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 #include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/concat_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
+#include "dravik/adt/bulkdef/transform/missing_value_def.h"
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/regions/region.h"
@@ -17,6 +20,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <numeric>
 
 namespace Quorvel::Dravik::Adt::BulkView {
@@ -89,6 +93,35 @@ TEST_F(OpenersTest, ConvertAndCacheSamples) {
     EXPECT_THAT(
         [&] { openers.open(DerivedEntityDef(ConvertDef("byte"), grid)); },
         ThrowsMessage<std::invalid_argument>(HasSubstr("\"byte\"")));
+}
+
+TEST_F(OpenersTest, JoinAndPad) {
+    DerivedEntityDef joined(BulkDef::Transform::ConcatDef(2, 0));
+    joined.setInput(0, grid);
+    joined.setInput(1, SourceEntityDef(BulkDef::Source::ConstantDef({1, 6, 1, 1}, "int32", -7)));
+    auto const samples = samplesOf(*openers.open(joined).chain);
+    EXPECT_EQ(samples.size(), 30u);
+    EXPECT_EQ(samples[23], 23);
+    EXPECT_EQ(samples[24], -7);
+    joined.setInput(1, grid);
+    EXPECT_THAT(openers.open(joined).info.axes[0].coordinates, ElementsAre(10, 20, 30, 40, 10, 20, 30, 40));
+    for (auto const& [type, value] : {std::pair("uint8", 256.0), {"int16", 0.5}, {"bit", 2.0}, {"int64", 0x1p63}}) {
+        EXPECT_THROW(
+            openers.open(SourceEntityDef(BulkDef::Source::ConstantDef({1, 1, 1, 1}, type, value))),
+            std::invalid_argument)
+            << type;
+    }
+}
+
+TEST_F(OpenersTest, TellMissingValues) {
+    auto const data = openers.open(DerivedEntityDef(BulkDef::Transform::MissingValueDef(2, 3), grid));
+    auto const array = SharedArray<4>::Make<float>(OpenEndedRange<4, int>::OfSize({1, 5, 1, 1}));
+    readRegion(*data.chain, ExtentK<4, int>(array.range()), array);
+    auto const* const shown = reinterpret_cast<float const*>(array.data());
+    float const nan = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_THAT(
+        std::vector<float>(shown, shown + 5),
+        ElementsAre(0, 1, testing::NanSensitiveFloatEq(nan), testing::NanSensitiveFloatEq(nan), 4));
 }
 
 TEST_F(OpenersTest, NameTheClassThatNobodyOpens) {
