@@ -5,6 +5,7 @@
 #include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 #include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/concat_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
@@ -34,6 +35,7 @@ using Adt::BulkDef::Source::BulkFileDef;
 using Adt::BulkDef::Source::ConstantDef;
 using Adt::BulkDef::Source::ProjectItemDef;
 using Adt::BulkDef::Transform::CacheDef;
+using Adt::BulkDef::Transform::ConcatDef;
 using Adt::BulkDef::Transform::ConvertDef;
 using Adt::BulkDef::Transform::DecimateDef;
 using Adt::BulkDef::Transform::MinMaxDef;
@@ -209,6 +211,15 @@ void addSources(Forms& forms) {
 }
 
 void addSamplings(Forms& forms) {
+    forms.add<ConcatDef>(
+        "Concat",
+        [](ConcatDef const& def, DefinitionWriter&) {
+            return Node().set("axis", def.axis()).set("numInputs", def.numInputs());
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<ConcatDef const>(
+                node.at("numInputs").as<unsigned int>(), node.at("axis").as<int>());
+        });
     forms.add<DecimateDef>(
         "Decimate",
         [](DecimateDef const& def, DefinitionWriter&) {

@@ -8,6 +8,7 @@
 #include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/source/project_item_def.h"
 #include "dravik/adt/bulkdef/transform/cache_def.h"
+#include "dravik/adt/bulkdef/transform/concat_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
@@ -187,7 +188,7 @@ boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.anyInt(); };
     auto const floating = [&] { return std::bit_cast<float>(any()); };
     auto const real = [&] { return randomReal(random); };
-    switch (random.between(0, 5)) {
+    switch (random.between(0, 6)) {
     case 0:
         return Transform::DecimateDef({any(), any(), any(), any()}, {any(), any(), any(), any()}).clone();
     case 1:
@@ -198,6 +199,8 @@ boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
         return Transform::CacheDef(any()).clone();
     case 4:
         return Transform::ConvertDef(randomBytes(random), real(), real()).clone();
+    case 5:
+        return Transform::ConcatDef(random.between(0u, 3u), any()).clone();
     default:
         return HostDef({random.between(1u, 3u),
                         {floating(), 0.1f, floating()},
