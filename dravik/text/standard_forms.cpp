@@ -9,6 +9,7 @@
 #include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
+#include "dravik/adt/bulkdef/transform/missing_value_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
 #include "dravik/adt/bulkdef/view/array_map_def.h"
 #include "dravik/adt/bulkdef/view/array_subset_def.h"
@@ -39,6 +40,7 @@ using Adt::BulkDef::Transform::ConcatDef;
 using Adt::BulkDef::Transform::ConvertDef;
 using Adt::BulkDef::Transform::DecimateDef;
 using Adt::BulkDef::Transform::MinMaxDef;
+using Adt::BulkDef::Transform::MissingValueDef;
 using Adt::BulkDef::Transform::MultiresDef;
 using Adt::BulkDef::View::ArrayMapDef;
 using Adt::BulkDef::View::ArraySubsetDef;
@@ -266,6 +268,18 @@ void addValueTransforms(Forms& forms) {
         });
 }
 
+void addMissingValues(Forms& forms) {
+    forms.add<MissingValueDef>(
+        "MissingValue",
+        [](MissingValueDef const& def, DefinitionWriter&) {
+            return Node().set("highest", def.highest()).set("lowest", def.lowest());
+        },
+        [](Node const& node, DefinitionReader&) {
+            return boost::make_shared<MissingValueDef const>(
+                node.at("lowest").as<double>(), node.at("highest").as<double>());
+        });
+}
+
 void addViews(Forms& forms) {
     forms.add<CompleteViewDef>(
         "CompleteView", [](CompleteViewDef const&, DefinitionWriter&) { return Node::MakeObject(); },
@@ -326,6 +340,7 @@ void addStandardForms(Forms& forms) {
     addSources(forms);
     addSamplings(forms);
     addValueTransforms(forms);
+    addMissingValues(forms);
     addViews(forms);
     addArrayViews(forms);
 }

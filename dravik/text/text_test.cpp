@@ -12,6 +12,7 @@
 #include "dravik/adt/bulkdef/transform/convert_def.h"
 #include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkdef/transform/min_max_def.h"
+#include "dravik/adt/bulkdef/transform/missing_value_def.h"
 #include "dravik/adt/bulkdef/transform/multires_def.h"
 #include "dravik/adt/bulkdef/view/inverse_array_view_def.h"
 #include "dravik/adt/testing/modelled_views.h"
@@ -188,7 +189,7 @@ boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
     auto const any = [&] { return random.anyInt(); };
     auto const floating = [&] { return std::bit_cast<float>(any()); };
     auto const real = [&] { return randomReal(random); };
-    switch (random.between(0, 6)) {
+    switch (random.between(0, 7)) {
     case 0:
         return Transform::DecimateDef({any(), any(), any(), any()}, {any(), any(), any(), any()}).clone();
     case 1:
@@ -201,6 +202,8 @@ boost::shared_ptr<TransformDef const> randomTransform(Random& random) {
         return Transform::ConvertDef(randomBytes(random), real(), real()).clone();
     case 5:
         return Transform::ConcatDef(random.between(0u, 3u), any()).clone();
+    case 6:
+        return Transform::MissingValueDef(real(), real()).clone();
     default:
         return HostDef({random.between(1u, 3u),
                         {floating(), 0.1f, floating()},
