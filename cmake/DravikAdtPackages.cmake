@@ -15,6 +15,11 @@ foreach(companion IN LISTS companions)
     set(${companion}_development_package ${package}-dev)
     list(APPEND components ${companion}_runtime ${companion}_development)
 endforeach()
+get_property(python_is_built GLOBAL PROPERTY DRAVIK_ADT_PYTHON_IS_BUILT)
+set(python_package python3-dravik-adt)
+if(python_is_built)
+    list(APPEND components python)
+endif()
 set(debian_dir ${PROJECT_BINARY_DIR}/debian)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/copyright.in ${debian_dir}/copyright @ONLY)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/changelog.in ${debian_dir}/changelog @ONLY)
@@ -107,5 +112,21 @@ foreach(companion IN LISTS companions)
     set(CPACK_COMPONENT_${upper}_DEVELOPMENT_DESCRIPTION
         "${SUMMARY} (headers and build files)\n${DESCRIPTION}\n.\nThis package holds headers and CMake files.")
 endforeach()
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME ${python_package})
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+set(python_needs "python3 (>= 3.11), python3 (<< 3.12), python3-numpy, ${runtime_package} (= ${PROJECT_VERSION})")
+foreach(companion IN LISTS companions)
+    string(APPEND python_needs ", ${${companion}_runtime_package} (= ${PROJECT_VERSION})")
+endforeach()
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS ${python_needs})
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-dask, python3-xarray")
+set(CPACK_DEBIAN_PYTHON_DEBUGINFO_PACKAGE ON)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "data types for bulk numeric data (Python)
+Opens definitions and files of seismic volumes, grids and other sampled data
+far larger than memory, hands blocks of samples to numpy without a copy, and
+opens the same chain in every worker of a Dask cluster.")
 
 include(CPack)

@@ -19,6 +19,8 @@
 #include "dravik/adt/platform/environment.h"
 #include "dravik/adt/platform/type_name.h"
 
+#include <boost/smart_ptr/make_shared.hpp>
+
 #include <charconv>
 #include <optional>
 #include <stdexcept>
@@ -61,6 +63,43 @@ OpenedData decimated(BulkDef::Transform::DecimateDef const& def, std::vector<Ope
     return {Filters::FilterFactory::MakeView(std::move(input.chain), view), std::move(info)};
 }
 
+// scale * x + offset, both steps in double: for types of which a float does not hold every number.
+class ScaledDoubles final : public IValueConverter {
+  public:
+    explicit ScaledDoubles(ScaleOffset const& transform) : transform_(transform) {}
+
+    std::type_info const& getInputType() const override { return typeid(double); }
+    std::type_info const& getOutputType() const override { return typeid(double); }
+    void convert(void const* in, void* out) const override { convertStrided(in, 0, 0, out, 0, 0, 1); }
+    void convertContiguous(void const* in, int inIndex, void* out, int outIndex, int count) const override {
+        convertStrided(in, inIndex, 1, out, outIndex, 1, count);
+    }
+    void convertStrided(
+        void const* in, int inIndex, int inStride, void* out, int outIndex, int outStride, int count) const override {
+        auto const* const from = static_cast<double const*>(in) + inIndex;
+        auto* const to = static_cast<double*>(out) + outIndex;
+        for (std::int64_t k = 0; k < count; ++k) {
+            to[k * outStride] = transform_.convertDouble(from[k * inStride]);
+        }
+    }
+
+  private:
+    ScaleOffset transform_;
+};
+
+// By way of double where there is no converter from one type to the other.
+IValueConverter::ConstPtr converterBetween(
+    std::type_info const& from, std::type_info const& to, ScaleOffset const& transform) {
+    using Converters::ValueConverterFactory;
+    try {
+        return ValueConverterFactory::getTypeConverter(from, to, transform, /*copyIfSame=*/false);
+    } catch (Exceptions::NotImplementedException const&) {
+        return ValueConverterFactory::appendTypeConverter(
+            ValueConverterFactory::prependTypeConverter(from, boost::make_shared<ScaledDoubles const>(transform)),
+            /*withInverse=*/false, to);
+    }
+}
+
 OpenedData converted(BulkDef::Transform::ConvertDef const& def, std::vector<OpenedData> inputs) {
     OpenedData& input = inputs.front();
     std::type_info const& from = *traitsOf(*input.chain).sampleType;
@@ -71,12 +110,11 @@ OpenedData converted(BulkDef::Transform::ConvertDef const& def, std::vector<Open
             (to == nullptr ? "no sample type is named \"" + def.sampleType() + "\"."
                            : std::string("samples of an unknown type cannot be converted.")));
     }
-    using Converters::ValueConverterFactory;
     ScaleOffset const forward(def.scale(), def.offset());
-    auto const there = ValueConverterFactory::getTypeConverter(from, *to, forward, /*copyIfSame=*/false);
+    auto const there = converterBetween(from, *to, forward);
     IValueConverter::ConstPtr back;
     try {
-        back = ValueConverterFactory::getTypeConverter(*to, from, forward.getInverse(), /*copyIfSame=*/false);
+        back = converterBetween(*to, from, forward.getInverse());
     } catch (Exceptions::NotImplementedException const&) {
         // Such samples can be read alone.
     }
@@ -153,30 +191,40 @@ typename Table::mapped_type openerOf(Table const& table, std::mutex& mutex, Def 
 }  // namespace
 
 OpenedData Openers::open(BulkDef::EntityDef const& entity) const {
-    if (auto const* const source = BulkDef::Entity::SourceEntityDef::Cast(&entity)) {
-        auto const opener = openerOf(sources_, mutex_, source->source());
-        return opener ? opener(source->source(), *this)
-                      : (throwUnknown(typeid(source->source()), "opens"), OpenedData());
+    if (auto const* const sourceEntity = BulkDef::Entity::SourceEntityDef::Cast(&entity)) {
+        BulkDef::SourceDef const& source = sourceEntity->source();
+        auto const opener = openerOf(sources_, mutex_, source);
+        return opener ? opener(source, *this) : (throwUnknown(typeid(source), "opens"), OpenedData());
     }
     auto const* const derived = BulkDef::Entity::DerivedEntityDef::Cast(&entity);
     if (derived == nullptr) {
         throwUnknown(typeid(entity), "opens");
     }
-    auto const opener = openerOf(transforms_, mutex_, derived->transform());
-    if (!opener) {
-        throwUnknown(typeid(derived->transform()), "computes");
-    }
+    BulkDef::TransformDef const& transform = derived->transform();
     std::vector<OpenedData> inputs;
     for (unsigned slot = 0; slot < derived->numInputs(); ++slot) {
         auto const input = derived->getInputPtr(slot);
         if (input == nullptr) {
             throw std::invalid_argument(
                 "[Openers::open] Invalid argument: input " + std::to_string(slot) + " of " +
-                Platform::readableTypeName(typeid(derived->transform())) + " is not set.");
+                Platform::readableTypeName(typeid(transform)) + " is not set.");
         }
         inputs.push_back(open(*input));
     }
-    return opener(derived->transform(), std::move(inputs), *this);
+    return transformed(transform, std::move(inputs));
+}
+
+OpenedData Openers::transformed(BulkDef::TransformDef const& transform, std::vector<OpenedData> inputs) const {
+    auto const opener = openerOf(transforms_, mutex_, transform);
+    if (!opener) {
+        throwUnknown(typeid(transform), "computes");
+    }
+    if (inputs.size() != transform.numInputs()) {
+        throw std::invalid_argument(
+            "[Openers::transformed] Invalid argument: " + std::to_string(inputs.size()) + " inputs for " +
+            std::to_string(transform.numInputs()) + ".");
+    }
+    return opener(transform, std::move(inputs), *this);
 }
 
 OpenedData Openers::open(BulkDef::EntityDef const& entity, BulkDef::ViewDef const& view) const {

@@ -91,6 +91,9 @@ class DRAVIK_ADT_EXPORT Openers {
     /// @throws std::invalid_argument for a derived entity with an empty slot
     /// @throws what the openers throw
     OpenedData open(BulkDef::EntityDef const& entity) const;
+    /// What `transform` makes of its inputs.
+    /// @throws as open does, std::invalid_argument for another number of inputs than the transform has
+    OpenedData transformed(BulkDef::TransformDef const& transform, std::vector<OpenedData> inputs) const;
     /// What `view` shows of it, names and coordinates as well.
     /// @throws as Filters::FilterFactory::MakeView does
     OpenedData open(BulkDef::EntityDef const& entity, BulkDef::ViewDef const& view) const;

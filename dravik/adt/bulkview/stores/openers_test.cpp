@@ -90,6 +90,13 @@ TEST_F(OpenersTest, ConvertAndCacheSamples) {
     auto const array = SharedArray<4>::Make<unsigned char>(OpenEndedRange<4, int>::OfSize({1, 6, 1, 1}));
     readRegion(*data.chain, ExtentK<4, int>(array.range()), array);
     EXPECT_EQ(std::string(array.constData(), 6), (std::string{0, 0, 0, 10, 20, 30})) << "saturated at both ends";
+    auto const exact = openers.open(DerivedEntityDef(ConvertDef("int64", 1, 1e15), grid));
+    EXPECT_EQ(exact.info.axisCount, 2);
+    std::vector<std::int64_t> numbers(24);
+    readRegion(
+        *exact.chain, ExtentK<4, int>(OpenEndedRange<4, int>::OfSize({4, 6, 1, 1})),
+        SharedArray<4>::Wrap(std::span(numbers), OpenEndedRange<4, int>::OfSize({4, 6, 1, 1})));
+    EXPECT_EQ(numbers[7], 1'000'000'000'000'007) << "through double";
     EXPECT_THAT(
         [&] { openers.open(DerivedEntityDef(ConvertDef("byte"), grid)); },
         ThrowsMessage<std::invalid_argument>(HasSubstr("\"byte\"")));
