@@ -74,7 +74,7 @@ void forEachIndex(OpenEndedRange<4, int> const& box, Visit visit) {
 /// Whether two samples have the same bits, as any two quiet NaNs of ours have.
 template <class T>
 bool sameSample(T const& left, T const& right) {
-    return std::memcmp(&left, &right, sizeof(T)) == 0;
+    return std::memcmp(&left, &right, sizeof(T)) == 0;  // NOLINT(bugprone-suspicious-memory-comparison)
 }
 
 }  // namespace Quorvel::Dravik::Adt::Testing

@@ -68,7 +68,7 @@ TEST(StoreAccessor, TakesStoresThroughTheScript) {
     for (Row const& row : kRows) {
         PlainArray<short> samples(row.size);
         samples.fill(random, 98);
-        auto const store = storeOf(samples, row.brick);
+        auto store = storeOf(samples, row.brick);
         store->traits_.blockOrigin = row.origin;
         store->traits_.writable = row.writable;
         store->hasCheapParts = row.servesParts;
