@@ -226,7 +226,7 @@ boost::shared_ptr<EntityDef const> randomEntity(Random& random, int depth) {
 }
 
 boost::shared_ptr<ViewDef const> randomView(Random& random) {
-    auto view = Adt::Testing::randomView(random, 2).def;
+    auto view = Adt::Testing::randomView(random, 2, /*exchanges=*/true).def;
     while (random.chance(20) && ArrayView::Cast(view) != nullptr) {
         view = boost::make_shared<ArrayView::InverseArrayViewDef const>(*ArrayView::Cast(view));
     }
