@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/filters/concat_filter.h"
 
-#include "dravik/adt/bulkview/views/typed_3d_views.h"
+#include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/filter_stacks.h"
 #include "dravik/adt/testing/recording_chain.h"
@@ -104,6 +104,23 @@ TEST(ConcatFilter, TellsEachPartWhatConcernsIt) {
     filter->getBuffer({0, 9, 0, 0}, AdtEnums::Read, handle);
     EXPECT_EQ(handle.range4(), Box(Index(0, 8, 0, 0), Index(2, 12, 1, 1))) << "the others stay";
     EXPECT_THROW(filter->getBuffer({0, 5, 0, 0}, AdtEnums::Read, handle), Exceptions::ObjectDisposedException);
+}
+
+// The memory of the second part has no owner, so it lets the one of the first stay in the handle.
+TEST(ConcatFilter, CarriesWritesDownBeforeAnotherPart) {
+    auto const shorts = SharedArray<4>::Make<short>(Box::OfSize({1, 1, 9, 1}));
+    auto const floats = SharedArray<4>::Make<float>(Box::OfSize({1, 1, 9, 1}));
+    auto const filter = ConcatFilter::Apply(
+        listOf(
+            Testing::converted(std::make_unique<Accessors::MemoryAccessor>(shorts)),
+            Accessor(std::make_unique<Accessors::MemoryAccessor>(floats))),
+        2);
+    BufferHandle handle;
+    filter->getBuffer({0, 0, 4, 0}, AdtEnums::ReadWrite, handle);
+    static_cast<float*>(handle.buffer())[handle.offset(Index(0, 0, 4, 0))] = 7;
+    filter->getBuffer({0, 0, 12, 0}, AdtEnums::Read, handle);
+    EXPECT_EQ(reinterpret_cast<short const*>(shorts.data())[4], (7 - Testing::kOffset) / Testing::kScale);
+    EXPECT_EQ(handle.owner(), nullptr);
 }
 
 TEST(ConcatFilter, RefusesPartsThatDoNotFit) {
