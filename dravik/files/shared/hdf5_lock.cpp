@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "dravik/files/shared/hdf5_lock.h"
+
+namespace Quorvel::Dravik::Files {
+
+std::recursive_mutex& hdf5Lock() noexcept {
+    static std::recursive_mutex& lock = *new std::recursive_mutex();
+    return lock;
+}
+
+}  // namespace Quorvel::Dravik::Files
