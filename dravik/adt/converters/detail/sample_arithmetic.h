@@ -59,7 +59,8 @@ constexpr D nearestWithin(double x) noexcept {
     using Limits = std::numeric_limits<std::conditional_t<std::same_as<D, char>, signed char, D>>;
     // Both are powers of two or 0, so doubles have them exactly.
     constexpr double kLowest = static_cast<double>(Limits::min());
-    constexpr double kBeyond = 2.0 * static_cast<double>(Limits::max() / 2 + 1);
+    constexpr auto kHalf = Limits::max() / 2 + 1;
+    constexpr double kBeyond = 2.0 * static_cast<double>(kHalf);
     // From 2^52 on every double is whole. Below, the sum with 2^52 has no bits left for a fraction.
     constexpr double kWhole = 0x1p52;
     double const magnitude = x < 0 ? -x : x;
