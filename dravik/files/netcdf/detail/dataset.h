@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Dataset: an open netCDF file. Threads: any; each operation holds the lock of the process.
+
+#include <netcdf.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+namespace Quorvel::Dravik::Files::Detail {
+
+/// A variable as the file describes it.
+struct Variable {
+    std::string name;
+    int id = 0;
+    nc_type type = NC_NAT;
+    std::vector<std::string> axes;
+    std::vector<std::size_t> shape;
+    std::vector<std::size_t> chunks;  ///< empty where it lies in one piece
+};
+
+class Dataset {
+  public:
+    /// `mode` as nc_open has it.
+    Dataset(std::filesystem::path path, int mode);
+    Dataset(Dataset const&) = delete;
+    Dataset& operator=(Dataset const&) = delete;
+    ~Dataset();
+
+    int id() const noexcept { return id_; }
+    std::filesystem::path const& path() const noexcept { return path_; }
+
+    std::vector<Variable> variables() const;
+    std::optional<double> number(Variable const& variable, char const* attribute) const;
+    std::string text(Variable const& variable, char const* attribute) const;
+    /// All attributes, numbers as text.
+    std::vector<std::pair<std::string, std::string>> attributes(Variable const& variable) const;
+    std::vector<double> coordinates(Variable const& variable) const;
+
+    void read(Variable const& variable, std::size_t const* start, std::size_t const* count, void* samples) const;
+    void write(Variable const& variable, std::size_t const* start, std::size_t const* count, void const* samples);
+    void flush();
+
+    /// @throws for a result that is an error
+    static void check(int result, std::filesystem::path const& path);
+
+  private:
+    Variable describe(int id) const;
+
+    std::filesystem::path path_;
+    int id_ = -1;
+};
+
+/// The sample type of numbers of `type`; null for texts and what no sample holds.
+std::type_info const* sampleTypeOf(nc_type type) noexcept;
+
+}  // namespace Quorvel::Dravik::Files::Detail
