@@ -45,10 +45,6 @@ class PinnedPage final : public BufferHandle::Owner {
   private:
     ~PinnedPage() override { file_->unpin(page_); }
 
-    // Pages are never taken back while they are held, so there is nothing to lock: enableLocking is not called.
-    void lock() override {}
-    void unlock() override {}
-
     std::shared_ptr<PageFile> file_;
     int page_;
     float* samples_;

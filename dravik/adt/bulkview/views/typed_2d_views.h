@@ -51,7 +51,7 @@ class DRAVIK_ADT_EXPORT Typed2dRwView : public Typed2dRoView<T, Traits> {
     Typed2dRwView& operator=(Typed2dRwView&&) noexcept = default;
     ~Typed2dRwView() override = default;
 
-    bool isWritable() const override { return true; }
+    bool isWritable() const override { return this->mayBeWritten(); }
 
     /// Stores `value`; exceptions as for get, with the access ReadWrite.
     void set(Index const& index, T const& value) { this->put(index, value); }

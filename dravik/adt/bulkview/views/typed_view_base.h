@@ -15,6 +15,7 @@
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/export.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -75,6 +76,24 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     Box samples() const { return samples(Index(), size_); }
     Box samples(Index const& start, Index const& count) const { return Box(*this, block_, boxOf(start, count)); }
 
+    /// Copies the `count` samples from `first` on along `axis` to `out`; none for a count of 0 or less.
+    /// @pre 0 <= axis < N
+    /// @throws as get does, with the samples of the blocks before already in `out`
+    void trace(Index const& first, int axis, T* out, int count) const {
+        // One look at the block for index, length and address: between two it may be another one.
+        bool const isHeld = block_.holds(first) && count <= std::int64_t{block_.end(axis)} - first.data()[axis];
+        isHeld ? Detail::copyRun(&block_.at(first), block_.stride(axis), count, out)
+               : forEachRun(first, axis, count, [&out](T const* samples, std::int64_t stride, int taken) {
+                     Detail::copyRun(samples, stride, taken, out);
+                     out += taken;
+                 });
+    }
+
+    /// Calls act(accessor) with the chain, for what a view itself does not do: whole regions. What is pending is
+    /// carried back first, the view holds no block meanwhile and is the client again afterwards.
+    template <class Act>
+    void useAccessor(Act act) const;
+
     /// Hints that the box [start, start + count) will be read soon, clipped to the view; or no longer.
     void setPrefetchHint(Index const& start, Index const& count);
     void cancelPrefetch();
@@ -94,6 +113,13 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
         bool const held = block_.holds(index) && block_.isWritable();
         (held ? block_.writableAt(index) : writableOnMiss(index)) = value;
     }
+
+    /// Calls take(first, stride, count) for each run of samples along `axis` that lies in one block.
+    template <class Take>
+    void forEachRun(Index index, int axis, int count, Take take) const;
+
+    /// Whether the chain does not tell that it cannot be written.
+    bool mayBeWritten() const;
 
     /// Fetches the block around an index.
     void getReadBuffer(Index const& index) const;
@@ -317,6 +343,40 @@ bool TypedViewBase<N, T, Traits>::stands(std::uint64_t notices) const {
     block_.distrust();
     block_.handle().reset(/*releaseOwner=*/true);
     return false;
+}
+
+template <int N, class T, class Traits>
+template <class Act>
+void TypedViewBase<N, T, Traits>::useAccessor(Act act) const {
+    auto& chain = accessor();
+    writeBack();
+    block_.release();
+    struct Returned {
+        TypedViewBase const& view;
+        IBufferAccessor& chain;
+        ~Returned() { chain.setClient(const_cast<TypedViewBase*>(&view)); }
+    } const returned{*this, chain};
+    act(chain);
+}
+
+template <int N, class T, class Traits>
+template <class Take>
+void TypedViewBase<N, T, Traits>::forEachRun(Index index, int axis, int count, Take take) const {
+    int& along = index.data()[axis];
+    while (count > 0) {
+        T const* const first = &get(index);
+        // At least the sample that was just served, whatever the block claims to hold.
+        std::int64_t const left = std::max<std::int64_t>(std::int64_t{block_.end(axis)} - along, 1);
+        int const taken = static_cast<int>(std::min<std::int64_t>(left, count));
+        take(first, block_.stride(axis), taken);
+        along += taken;
+        count -= taken;
+    }
+}
+
+template <int N, class T, class Traits>
+bool TypedViewBase<N, T, Traits>::mayBeWritten() const {
+    return isNull() || chainMayBeWritten();
 }
 
 template <int N, class T, class Traits>

@@ -34,6 +34,9 @@ class TypedViewIterBase {
     using value_type = T;
     using difference_type = std::ptrdiff_t;
     using iterator_concept = std::input_iterator_tag;
+    using iterator_category = std::input_iterator_tag;
+    using reference = T;
+    using pointer = void;
     using Index = FixedVector<N, int>;
     using Box = OpenEndedRange<N, int>;
     using View = TypedViewBase<N, T, Traits>;
@@ -76,6 +79,10 @@ class TypedViewIterBase {
 
     friend bool operator==(TypedViewIterBase const& at, std::default_sentinel_t) noexcept {
         return at.index_.data()[0] >= at.box_.max.data()[0];
+    }
+    /// As every input iterator, for telling the end alone.
+    friend bool operator==(TypedViewIterBase const& a, TypedViewIterBase const& b) noexcept {
+        return (a == std::default_sentinel) == (b == std::default_sentinel);
     }
 
   private:
@@ -133,6 +140,8 @@ inline void TypedViewIterBase<N, T, Traits>::findRun() noexcept {
 /// The samples of a box of a view, last axis fastest: an input range that refers to the view.
 ///
 ///     for (float sample : view.samples({0, 0}, {10, 10})) { … }
+///     auto const all = view.samples();
+///     double const sum = std::accumulate(all.begin(), all.end(), 0.0);
 template <int N, class T, class Traits = BoundsCheckViewTraits>
 class TypedViewBox {
   public:
@@ -144,7 +153,7 @@ class TypedViewBox {
         : beforeFirst_(view, block, box) {}
 
     Iterator begin() const noexcept { return ++Iterator(beforeFirst_); }
-    std::default_sentinel_t end() const noexcept { return std::default_sentinel; }
+    Iterator end() const noexcept { return {}; }
 
   private:
     Iterator beforeFirst_;

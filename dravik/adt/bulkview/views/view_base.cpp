@@ -81,6 +81,11 @@ void ViewBase::takeAccessor(ViewBase& other) noexcept {
     }
 }
 
+bool ViewBase::chainMayBeWritten() const {
+    AccessTraits const traits = traitsOf(accessor());
+    return traits.writable || *traits.sampleType == typeid(void);
+}
+
 IBufferAccessor& ViewBase::accessor() const {
     if (isNull()) {
         throw ViewException("Attempt to use an uninitialized or disposed view.");

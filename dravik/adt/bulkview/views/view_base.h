@@ -17,6 +17,7 @@ class DRAVIK_ADT_EXPORT ViewBase : protected IBufferAccessor::IClient {
     /// Whether there is no accessor: before `init` and after `dispose`.
     bool isNull() const noexcept { return accessor_ == nullptr; }
 
+    /// Whether this is a view that writes, over a chain that does not tell that it cannot be written.
     virtual bool isWritable() const = 0;
     /// The sample type.
     virtual std::type_info const& valueType() const = 0;
@@ -38,6 +39,9 @@ class DRAVIK_ADT_EXPORT ViewBase : protected IBufferAccessor::IClient {
 
     /// @throws std::invalid_argument where the accessor tells samples of another type or size than these
     static void expectSamples(IBufferAccessor& accessor, std::type_info const& type, int bitSize);
+
+    /// False where the chain tells that it cannot be written; true where it tells nothing.
+    bool chainMayBeWritten() const;
 
     /// @throws ViewException without an accessor
     IBufferAccessor& accessor() const;

@@ -9,10 +9,24 @@
 #include "dravik/adt/bulkview/views/detail/null_sample.h"
 #include "dravik/adt/core/fixed_vector.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
+
+/// Copies samples that lie `stride` apart.
+template <class T>
+void copyRun(T const* first, std::int64_t stride, int count, T* out) noexcept {
+    if (stride == 1) {
+        std::copy_n(first, count > 0 ? count : 0, out);
+        return;
+    }
+    // One at a time: the processor has more of them under way than an unrolled loop.
+    for (std::int64_t place = 0; count > 0; --count, place += stride) {
+        *out++ = first[place];
+    }
+}
 
 /// A handle, and copies of what it held when the block was adopted, by which single samples are found without a call.
 ///
