@@ -66,6 +66,7 @@
 #include "dravik/adt/bulkview/regions/region_histogram.h"
 #include "dravik/adt/bulkview/regions/region_transfer.h"
 #include "dravik/adt/bulkview/regions/transfer_options.h"
+#include "dravik/adt/bulkview/stores/box_mean_filter.h"
 #include "dravik/adt/bulkview/stores/brick_pool.h"
 #include "dravik/adt/bulkview/stores/brick_store.h"
 #include "dravik/adt/bulkview/stores/data_info.h"

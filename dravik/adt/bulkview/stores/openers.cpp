@@ -151,6 +151,9 @@ Openers::Openers(std::shared_ptr<BrickPool> pool) : pool_(std::move(pool)) {
     addSource<BulkDef::Source::ConstantDef>([](auto const& def, Openers const&) { return Detail::constantData(def); });
     addTransform<BulkDef::Transform::ConcatDef>(
         [](auto const& def, Inputs inputs, Openers const&) { return Detail::joinedData(def, std::move(inputs)); });
+    addTransform<BulkDef::Transform::MultiresDef>([](auto const& def, Inputs inputs, Openers const& its) {
+        return Detail::coarserData(def, std::move(inputs.front()), its);
+    });
     addTransform<BulkDef::Transform::MissingValueDef>([](auto const& def, Inputs inputs, Openers const&) {
         return Detail::dataWithoutMissing(def, std::move(inputs.front()));
     });

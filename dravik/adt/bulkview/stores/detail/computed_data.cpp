@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/stores/detail/computed_data.h"
 
+#include "dravik/adt/bulkdef/transform/decimate_def.h"
 #include "dravik/adt/bulkview/accessors/constant_accessor.h"
 #include "dravik/adt/bulkview/filters/concat_filter.h"
 #include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/regions/access_traits.h"
+#include "dravik/adt/bulkview/stores/box_mean_filter.h"
 #include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/int1.h"
 #include "dravik/adt/converters/missing_value_converter.h"
@@ -147,6 +149,34 @@ OpenedData dataWithoutMissing(BulkDef::Transform::MissingValueDef const& def, Op
     int const byteSize = TypeRegister::sizeofTypeInBits(to) / 8;
     input.chain = Filters::ValueConvertFilter::Apply(std::move(input.chain), byteSize, forward, inverse);
     input.info.missingValue.reset();
+    return input;
+}
+
+OpenedData coarserData(BulkDef::Transform::MultiresDef const& def, OpenedData input, Openers const& openers) {
+    using BulkDef::Transform::MultiresDef;
+    int const factor = def.getFactor();
+    if (def.getName() == MultiresDef::Decimation) {
+        auto const steps = FixedVector<4, int>::Filled(factor);
+        std::vector<OpenedData> inputs;
+        inputs.push_back(std::move(input));
+        return openers.transformed(BulkDef::Transform::DecimateDef(steps, {}), std::move(inputs));
+    }
+    if (def.getName() != MultiresDef::BasicAverage) {
+        throw Exceptions::NotSupportedException("Openers", "nobody computes levels by \"" + def.getName() + "\".");
+    }
+    input.chain = BoxMeanFilter::Apply(std::move(input.chain), factor, openers.pool());
+    for (DataAxis& axis : input.info.axes) {
+        std::vector<double> means;
+        for (std::size_t first = 0; first < axis.coordinates.size(); first += static_cast<std::size_t>(factor)) {
+            auto const end = std::min(first + static_cast<std::size_t>(factor), axis.coordinates.size());
+            double sum = 0;
+            for (std::size_t k = first; k < end; ++k) {
+                sum += axis.coordinates[k];
+            }
+            means.push_back(sum / static_cast<double>(end - first));
+        }
+        axis.coordinates = means;
+    }
     return input;
 }
 

@@ -6,6 +6,7 @@
 #include "dravik/adt/bulkdef/source/constant_def.h"
 #include "dravik/adt/bulkdef/transform/concat_def.h"
 #include "dravik/adt/bulkdef/transform/missing_value_def.h"
+#include "dravik/adt/bulkdef/transform/multires_def.h"
 #include "dravik/adt/bulkview/stores/openers.h"
 
 #include <vector>
@@ -22,5 +23,9 @@ OpenedData joinedData(BulkDef::Transform::ConcatDef const& def, std::vector<Open
 /// As floats, where the input has neither floats nor doubles.
 /// @throws std::invalid_argument for samples of an unknown type; as the converters of the sample type
 OpenedData dataWithoutMissing(BulkDef::Transform::MissingValueDef const& def, OpenedData input);
+
+/// By the average box means, each coordinate that of its box; by decimation every so many-th sample.
+/// @throws Exceptions::NotSupportedException for another method; as BoxMeanFilter::Apply
+OpenedData coarserData(BulkDef::Transform::MultiresDef const& def, OpenedData input, Openers const& openers);
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Detail
