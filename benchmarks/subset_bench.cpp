@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a sample costs through a subset of a subset: beside the bare target, and decimated beside the strided views of
-// others.
+// What a sample costs through a subset of a subset and through exchanged axes: beside the bare target, and decimated
+// beside the strided views of others.
 
 #include "report.h"
 
 #include "dravik/adt/bulkview/accessors/memory_accessor.h"
+#include "dravik/adt/bulkview/filters/permute_filter.h"
 #include "dravik/adt/bulkview/filters/subset_filter.h"
+#include "dravik/adt/bulkview/regions/region.h"
 #include "dravik/adt/bulkview/views/typed_3d_views.h"
 #include "dravik/adt/core/shared_array.h"
 
@@ -23,6 +25,7 @@ namespace Quorvel::Dravik::Adt::Benchmarks {
 namespace {
 
 using BulkView::IBufferAccessor;
+using BulkView::Filters::PermuteFilter;
 using BulkView::Filters::SubsetFilter;
 using View = BulkView::Typed3dRoView<int>;
 using Extent = ExtentImpl<int>;
@@ -109,6 +112,39 @@ class SubsetBench {
         }
     }
 
+    void readPermuted(Report& report) {
+        View const bare(accessor());
+        View const turned(PermuteFilter::Apply(accessor(), {2, 0, 1, 3}));
+        Contest contest("128³ samples in memory order, axes exchanged");
+        contest.enter("bare target", [&] {
+            return sumOver(kLength, [&](int i, int j, int k) { return bare.get(kFirst + i, kFirst + j, kFirst + k); });
+        });
+        contest.enter("permuted view", [&] {
+            return sumOver(
+                kLength, [&](int i, int j, int k) { return turned.get(kFirst + k, kFirst + i, kFirst + j); });
+        });
+        contest.run();
+        report.ratio(contest, "permuted view", "bare target", {1.05});
+
+        auto const plain = accessor();
+        auto const permuted = PermuteFilter::Apply(accessor(), {2, 0, 1, 3});
+        std::vector<int> out(std::size_t{kLength} * kLength * kLength);
+        Extent const along{kFirst, 1, kLength};
+        auto const read = [&](IBufferAccessor& chain, FixedVector<4, int> const& strides) {
+            readRegion(
+                chain, cube(along),
+                ArrayRef<4>(
+                    OpenEndedRange<4, int>::OfSize({kLength, kLength, kLength, 1}), strides,
+                    reinterpret_cast<char*>(out.data()), 0, typeid(int), 32));
+            return static_cast<std::uint64_t>(static_cast<unsigned>(out[12345]));
+        };
+        Contest regions("a box of 128³ samples, axes exchanged");
+        regions.enter("bare target", [&] { return read(*plain, {kLength * kLength, kLength, 1, 0}); });
+        regions.enter("permuted view", [&] { return read(*permuted, {1, kLength * kLength, kLength, 0}); });
+        regions.run();
+        report.ratio(regions, "permuted view", "bare target", {1.05});
+    }
+
   private:
     std::unique_ptr<IBufferAccessor> accessor() const {
         return std::make_unique<BulkView::Accessors::MemoryAccessor>(array_);
@@ -140,4 +176,5 @@ int main() {
     SubsetBench bench;
     bench.readDense(report);
     bench.readDecimated(report);
+    bench.readPermuted(report);
 }

@@ -16,8 +16,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Accessors {
 /// Shows function(index) at every index, for tests, synthetic data and masks. The same index has to give the same
 /// sample; clones have copies of the function.
 ///
-///     FunctionAccessor<float> ramp({100, 200, 300, 1}, {64, 64, 64, 1}, [](auto const& index) { return 0.5f *
-///     index[2]; });
+///     FunctionAccessor<int> ramp({100, 200, 300, 1}, {64, 64, 64, 1}, [](auto const& index) { return index[2]; });
 template <class T>
 class FunctionAccessor final : public ComputedAccessor {
     static_assert(std::is_trivially_copyable_v<T>, "Samples are copied as bytes.");
