@@ -9,6 +9,7 @@
 #include "dravik/adt/exceptions/cancelled_exception.h"
 #include "dravik/adt/exceptions/memory_exception.h"
 #include "dravik/python/array.h"
+#include "dravik/python/files.h"
 #include "dravik/python/python_source.h"
 #include "dravik/text/definition_text.h"
 #include "dravik/text/text_exception.h"
@@ -245,6 +246,7 @@ PYBIND11_MODULE(_core, module) {
         .def("__exit__", [](Loan& self, py::args const&) { self.release(); });
 
     addPythonSources();
+    addFiles(module);
     module.def("open", &open, py::arg("text"), py::arg("axis_count"));
     module.def("text_of_file", &textOfFile, py::arg("path"), py::arg("variable"));
     module.def("from_numpy", &Array::ofNdarray, py::arg("array"));

@@ -13,5 +13,6 @@ Axes, steps and indices are numpy's; samples are integers of 8 to 64 bits, float
 
 from ._array import Array, from_numpy, open, register_opener
 from ._core import Error, Loan
+from ._files import create, variables
 
-__all__ = ["Array", "Error", "Loan", "from_numpy", "open", "register_opener"]
+__all__ = ["Array", "Error", "Loan", "create", "from_numpy", "open", "register_opener", "variables"]

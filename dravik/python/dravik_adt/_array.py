@@ -3,12 +3,13 @@
 
 from __future__ import annotations
 
+import errno
 import hashlib
 import json
 import os
 import re
 from collections.abc import Callable, Iterator, Mapping, Sequence
-from typing import Any
+from typing import Any, NoReturn
 
 import numpy as np
 from numpy.typing import NDArray
@@ -182,15 +183,46 @@ class _Reopened(Array):
         self.flush()
 
 
+class _NotOpened:
+    """What cannot be opened in this process. It says so where it is used: an exception amid unpickling would end a worker's
+    connection instead of a task."""
+
+    def __init__(self, text: str, error: Exception) -> None:
+        self._text, self._error = text, error
+
+    def _raise(self) -> NoReturn:
+        if '"type":"NetcdfFile"' in self._text and '"writable":true' in self._text:
+            raise OSError(
+                errno.EBUSY,
+                f"{self._error} (a netCDF file that is written is open in one process alone: store on threads of that "
+                "process, or into a raw file)",
+            ) from self._error
+        raise self._error
+
+    def __getitem__(self, key: Any) -> Any:
+        self._raise()
+
+    def __setitem__(self, key: Any, value: Any) -> None:
+        self._raise()
+
+    def __getattr__(self, name: str) -> Any:
+        if name.startswith("_"):  # what pickle and copy ask every object for
+            raise AttributeError(name)
+        self._raise()
+
+
 _core.index_directly(Array)
 
 
-def open(definition: str | os.PathLike[str] | Mapping[str, Any], variable: str = "") -> Array:
+def open(
+    definition: str | os.PathLike[str] | Mapping[str, Any], variable: str = "", *, writable: bool = False
+) -> Array:
     """The array that a definition describes, or that lies in a file.
 
     `definition` is a definition's text (a line of JSON), the path of a file whose format is recognised by its content, or
     a mapping: a parsed definition, or {"kind", "shape", "dtype"} with optional "chunks" and "parameters" for a source that
-    `register_opener` knows. `variable` names one of several in a file.
+    `register_opener` knows. `variable` names one of several in a file; without it the one with most samples is meant.
+    `writable` opens a file for writing as well; a definition tells itself whether it is written.
     """
     if isinstance(definition, Mapping):
         return _opened(json.dumps(definition if "dravik" in definition else _python_source(definition)))
@@ -198,7 +230,17 @@ def open(definition: str | os.PathLike[str] | Mapping[str, Any], variable: str =
     if not isinstance(definition, os.PathLike) and text.lstrip().startswith("{"):
         return _opened(text)
     os.stat(text)  # tells a missing file as Python's users expect
-    return _opened(_core.text_of_file(os.path.abspath(text), variable))
+    line = _core.text_of_file(os.path.abspath(text), variable)
+    return _opened(_writable(line) if writable else line)
+
+
+def _writable(text: str) -> str:
+    definition = json.loads(text)
+    source = definition["entity"]["source"]
+    if "writable" not in source:
+        raise ValueError(f"files of the type {source['type']} are not written")
+    source["writable"] = True
+    return json.dumps(definition)
 
 
 def _opened(text: str) -> Array:
@@ -207,8 +249,11 @@ def _opened(text: str) -> Array:
     return Array(_core.open(text, int(axes[1]) if axes else 0))
 
 
-def _reopened(text: str) -> Array:
-    return _Reopened(_opened(text))
+def _reopened(text: str) -> Array | _NotOpened:
+    try:
+        return _Reopened(_opened(text))
+    except Exception as error:
+        return _NotOpened(text, error)
 
 
 def from_numpy(array: NDArray[Any]) -> Array:

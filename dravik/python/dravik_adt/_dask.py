@@ -34,7 +34,8 @@ def opened(definition: str) -> Array:
 
 
 class Chunks:
-    """What dask indexes: reads and writes boxes of the array of a definition; a process's own array stays itself."""
+    """What dask indexes: reads boxes of the array of a definition; a process's own array stays itself. What travels opens
+    nothing before it is read."""
 
     def __init__(self, array: Array) -> None:
         self._definition = array.definition
@@ -47,15 +48,10 @@ class Chunks:
         samples: NDArray[Any] = array[key]
         return samples
 
-    def __reduce__(self) -> Any:
-        if self._definition is None:
-            assert self._array is not None
-            return self._array.__reduce__()
-        return _chunks_of, (self._definition,)
-
-
-def _chunks_of(definition: str) -> Chunks:
-    return Chunks(opened(definition))
+    def __getstate__(self) -> dict[str, Any]:
+        if self._array is not None:
+            self._array.__reduce__()  # which tells why it cannot travel
+        return self.__dict__
 
 
 def to_dask(array: Array, chunks: Sequence[int] | None) -> Any:

@@ -12,6 +12,7 @@ from xarray.backends import BackendArray, BackendEntrypoint
 from xarray.core import indexing
 
 from ._array import Array, open
+from ._files import variables
 
 
 class _Lazy(BackendArray):
@@ -54,20 +55,43 @@ def to_xarray(array: Array) -> xr.DataArray:
 
 
 class DravikBackend(BackendEntrypoint):
-    """`xarray.open_dataset(path, engine="dravik")`: what the openers recognise."""
+    """`xarray.open_dataset(path, engine="dravik")`: what the openers recognise, all variables of a netCDF file."""
 
     description = "Files and definitions that dravik_adt opens"
-    open_dataset_parameters = ("filename_or_obj", "drop_variables", "variable")
+    open_dataset_parameters = ("filename_or_obj", "drop_variables", "variable", "decode_times", "decode_coords")
 
     def open_dataset(  # type: ignore[override]
-        self, filename_or_obj: Any, *, drop_variables: Any = None, variable: str = "", **_: Any
+        self,
+        filename_or_obj: Any,
+        *,
+        drop_variables: Any = None,
+        variable: str = "",
+        decode_times: bool = True,
+        decode_coords: bool = True,
     ) -> xr.Dataset:
-        array = open(filename_or_obj, variable)
-        dims = _dims(array)
-        name = array.info["name"] or variable or "samples"
         drop = {drop_variables} if isinstance(drop_variables, str) else set(drop_variables or ())
-        data = {} if name in drop else {name: _variable(array, dims)}
-        return xr.Dataset(data, {k: v for k, v in _coordinates(array, dims).items() if k not in drop})
+        found: dict[str, Any] = {}
+        for array in _arrays(filename_or_obj, variable):
+            dims = _dims(array)
+            found[array.info["name"] or variable or "samples"] = _variable(array, dims)
+            for name, told in _coordinates(array, dims).items():
+                found.setdefault(name, told)
+        data = xr.Dataset({name: told for name, told in found.items() if name not in drop})
+        return xr.decode_cf(
+            data, mask_and_scale=False, concat_characters=False, decode_times=decode_times, decode_coords=decode_coords
+        )
 
     def guess_can_open(self, filename_or_obj: Any) -> bool:
         return isinstance(filename_or_obj, (str, os.PathLike)) and os.fspath(filename_or_obj).lstrip().startswith("{")
+
+
+def _arrays(place: Any, variable: str) -> list[Array]:
+    """The array of a definition, of a variable, or of each variable in a file; coordinates first, with all that is told of
+    them."""
+    array = open(place, variable)
+    if variable or not isinstance(place, (str, os.PathLike)) or '"type":"NetcdfFile"' not in (array.definition or ""):
+        return [array]
+    if os.fspath(place).lstrip().startswith("{"):
+        return [array]
+    arrays = [open(place, name) for name in variables(place)]
+    return sorted(arrays, key=lambda each: [axis["name"] for axis in each.info["axes"]] != [each.info["name"]])

@@ -200,6 +200,27 @@ def test_errors_are_those_of_python():
     assert array.gather([[0, 0], [-1, -1]]).shape == (2,)
 
 
+@pytest.mark.parametrize("dtype", ["int16", ">u4", "<f8"])
+@pytest.mark.parametrize("ending", ["raw", "nc"])
+def test_created_files_hold_what_is_written(tmp_path, dtype, ending):
+    path = tmp_path / f"new.{ending}"
+    made = dravik_adt.create(path, (5, 6, 7), dtype)
+    samples = np.arange(210).reshape(5, 6, 7).astype(made.dtype)
+    made[...] = samples
+    made[::-2, 1] = 3
+    samples[::-2, 1] = 3
+    made.flush()
+    text = made.definition
+    del made
+    again = dravik_adt.open(path, "samples", writable=True) if ending == "nc" else dravik_adt.open(text)
+    expect_same(again[...], samples, text)
+    assert again.definition == text and again.writable
+    with pytest.raises(FileExistsError):
+        dravik_adt.create(path, (1,), dtype)
+    with pytest.raises(ValueError):
+        dravik_adt.create(tmp_path / "other", (1,), dtype)
+
+
 def test_histogram_counts_as_numpy():
     samples = np.random.default_rng(1).normal(size=(300, 400)).astype("float32")
     samples[::7, ::3] = np.nan

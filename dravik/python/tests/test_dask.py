@@ -78,6 +78,60 @@ def test_pickled_arrays_write_whole_chunks():
         again[96:, 40:80] = 1
 
 
+def test_stores_survive_the_death_of_a_worker(cluster, tmp_path):
+    samples = np.arange(40 * 50 * 600, dtype="float32").reshape(40, 50, 600)
+    target = dravik_adt.create(tmp_path / "stored.raw", samples.shape, ">f4")
+    once = str(tmp_path / "once")
+
+    class Deadly:  # ends its process in the middle of a store, once: a part of the chunk is written
+        def __init__(self, array):
+            self.array = array
+
+        def __setitem__(self, key, value):
+            if key[0].start >= 8 and not os.path.exists(once):
+                open(once, "w").close()
+                dravik_adt.open(self.array.definition)[key[0].start] = -1
+                os.kill(os.getpid(), 9)
+            self.array[key] = value
+
+    chunked = da.from_array(samples, chunks=(target.chunks[0], -1, -1))
+    da.store(chunked, Deadly(target), lock=False)
+    assert os.path.exists(once), "a worker has died"
+    np.testing.assert_array_equal(target[...], samples)
+    np.testing.assert_array_equal(np.fromfile(tmp_path / "stored.raw", ">f4"), samples.ravel())
+
+
+def test_netcdf_is_written_by_one_process(cluster, tmp_path):
+    target = dravik_adt.create(tmp_path / "refused.nc", (40, 50), "float32", chunks=(10, 50))
+    with pytest.raises(OSError, match="one process"):
+        da.store(da.ones((40, 50), chunks=(10, 50)), target, lock=False)
+
+
+def test_threads_store_into_netcdf(cluster, tmp_path):
+    samples = np.random.default_rng(1).normal(size=(40, 50)).astype("float32")
+    target = dravik_adt.create(tmp_path / "stored.nc", (40, 50), "float32", chunks=(10, 50), axes=("i", "j"), unit="m")
+    da.store(da.from_array(samples, chunks=(10, 50)), target, lock=False, scheduler="threads")
+    target.flush()
+    del target
+    with xr.open_dataarray(tmp_path / "stored.nc", engine="netcdf4") as shown:
+        np.testing.assert_array_equal(shown.values, samples)
+        assert shown.units == "m" and shown.dims == ("i", "j")
+    read = dravik_adt.open(tmp_path / "stored.nc").to_dask((20, 50))
+    np.testing.assert_array_equal(read.compute(), samples)
+
+
+@pytest.mark.parametrize("name", ["etopo5", "levitus_climatology"])
+def test_engine_shows_what_netcdfs_shows(name):
+    path = f"/usr/share/ferret-vis/data/{name}.cdf"
+    if not os.path.exists(path):
+        pytest.skip("the data of ferret are missing")
+    with xr.open_dataset(path, engine="dravik") as ours, xr.open_dataset(path, engine="netcdf4") as theirs:
+        xr.testing.assert_equal(ours, theirs)
+        for variable in theirs.variables:
+            told = {key: str(value) for key, value in theirs[variable].attrs.items()}
+            assert {**ours[variable].attrs} == told, variable
+
+
 def test_xarray_shows_the_same_samples():
     array = dravik_adt.open(SOURCE)
     shown = array.to_xarray()
