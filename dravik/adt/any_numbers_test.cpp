@@ -254,11 +254,14 @@ TEST(AnyNumbers, MapThroughSubsets) {
         if (!inTarget.isEmpty()) {
             // Steps that leave int wrap, and so do the indices that they lead to.
             auto const place = placeOf(seen, static_cast<int>(indexAt(inTarget, somePlace(random, inTarget.count))));
-            EXPECT_TRUE(place && placeOf(wanted, *place)) << "a target index out of nowhere";
+            EXPECT_TRUE(place) << "a target index out of nowhere";
+            EXPECT_TRUE(placeOf(wanted, *place)) << "a target index out of nowhere";
         }
         if (!inView.isEmpty()) {
             Wide const at = indexAt(inView, somePlace(random, inView.count));
-            EXPECT_TRUE(at >= 0 && at < seen.count && placeOf(wanted, indexAt(seen, at))) << "not wanted";
+            EXPECT_GE(at, 0) << "not wanted";
+            EXPECT_LT(at, seen.count) << "not wanted";
+            EXPECT_TRUE(placeOf(wanted, indexAt(seen, at))) << "not wanted";
         }
         if (!wanted.isEmpty()) {
             Wide const index = indexAt(wanted, somePlace(random, wanted.count));
@@ -288,7 +291,8 @@ void areSamplesOf(Block4 const& block, Block4 const& shown, ExtentK<4, int> cons
         EXPECT_LE(shown.range.max[axis], subset[axis].count) << shown;
         auto const here = [&](int along) { return Wide{shown.range.max[along]} - 1; };
         auto const below = [&](int along) { return indexAt(subset[along], here(along)); };
-        EXPECT_TRUE(block.range.min[axis] <= below(axis) && below(axis) < block.range.max[axis]) << shown;
+        EXPECT_LE(block.range.min[axis], below(axis)) << shown;
+        EXPECT_LT(below(axis), block.range.max[axis]) << shown;
         EXPECT_TRUE(positionIn(shown, here) == positionIn(block, below)) << shown;
     }
 }

@@ -48,12 +48,14 @@ TEST(NetcdfStore, UnpacksAndMarksWhatIsMissing) {
     NetcdfStore const store(folder.file("packed.nc"));
     EXPECT_EQ(store.variable(), "packed") << "the largest one of two axes that holds numbers";
     EXPECT_EQ(store.unit(), "m");
-    EXPECT_TRUE(store.risesAlong(0) && !store.risesAlong(1));
+    EXPECT_TRUE(store.risesAlong(0));
+    EXPECT_FALSE(store.risesAlong(1));
     float samples[6];
     store.read(Box::OfSize(store.size()), samples);
     EXPECT_EQ(samples[0], 100.0f);
     EXPECT_EQ(samples[1], 100.5f);
-    EXPECT_TRUE(std::isnan(samples[2]) && std::isnan(samples[3])) << "the file's own mark and the format's";
+    EXPECT_TRUE(std::isnan(samples[2])) << "the file's own mark and the format's";
+    EXPECT_TRUE(std::isnan(samples[3])) << "the file's own mark and the format's";
     EXPECT_EQ(samples[5], 97.5f);
 }
 

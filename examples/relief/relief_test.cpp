@@ -104,7 +104,7 @@ struct Files : Folder {
 
 // What the program says: in several lines what it did, or else in one line what is wrong, and then it leaves no
 // picture.
-TEST(Relief, TellsWhatItDidOrWhatIsWrong) {
+TEST(Relief, TellsWhatItDid) {
     Files const files;
     std::string const& cone = files.cone;
     std::string const counts = "9 for bricks of 16 x 25, 2400 samples read\n";
@@ -160,14 +160,15 @@ TEST(Relief, TellsWhatItDidOrWhatIsWrong) {
         AllOf(HasSubstr("\nTiming results:\n  relief: count "), EndsWith("End of report\n\n")));
 }
 
-TEST(Relief, DrawsWithNorthUpAndTheSunInTheNorthWestAndBytesMuchAsFloats) {
+TEST(Relief, DrawsNorthUpAndLitFromNorthWest) {
     Files const files;
     runRelief(files, files.cone);
     auto const picture = pictureIn(files.file("picture.png"));
     EXPECT_GT(pictureIn(files.file("picture-histogram.png")).columns(), 180);
     ASSERT_TRUE(picture.rows() == 40 && picture.columns() == 60);
     Colour const missing = picture.row(39)[0];
-    EXPECT_TRUE(missing.red - missing.blue < 10 && missing != picture.row(0)[0]) << "row 0 is the southernmost";
+    EXPECT_LT(missing.red - missing.blue, 10) << "row 0 is the southernmost";
+    EXPECT_NE(missing, picture.row(0)[0]) << "row 0 is the southernmost";
     constexpr int kTop = 39 - 30;
     EXPECT_GT(brightness(picture.row(kTop - 5)[20 - 5]), brightness(picture.row(kTop + 5)[20 + 5]) + 60);
 
@@ -195,7 +196,7 @@ TEST(Relief, GeneratesWhatNobodyNamedAndNobodyInstalled) {
     EXPECT_THAT(out.str(), HasSubstr("generated terrain, 2161 x 4320 samples\n"));
 }
 
-TEST(Relief, ADiskThatFillsUpLeavesThePictureOfTheLastRun) {
+TEST(Relief, AFullDiskLeavesTheOldPicture) {
     Files const files;
     ASSERT_EQ(runRelief(files, files.cone).status, 0);
     auto const before = contentOf(files.file("picture.png"));
@@ -212,7 +213,8 @@ TEST(Relief, ShowsTheSubsetCountedFromTheNorth) {
     std::vector<float> whole(50 * 80);
     grid.store->read(Box::OfSize(grid.store->size()), whole.data());
     auto const [lowest, highest] = std::minmax_element(whole.begin(), whole.end());
-    EXPECT_TRUE(*lowest < -3000 && *highest > 2000) << "oceans and mountains";
+    EXPECT_LT(*lowest, -3000) << "oceans and mountains";
+    EXPECT_GT(*highest, 2000) << "oceans and mountains";
     Adt::Testing::Random random;
     for (int round = 0; round < 50; ++round) {
         auto const any = [&](int length) {

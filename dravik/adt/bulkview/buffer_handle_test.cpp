@@ -49,7 +49,7 @@ bool isEmpty(BufferHandle const& handle) {
            handle.infoSnapshot() == Info() && handle.sampleCount() == 0 && !handle.contains(0);
 }
 
-TEST(Access, SaysWhatItAllowsAndWhatServesIt) {
+TEST(Access, SaysWhatItAllows) {
     for (int value : {-1, 0, 1, 2, 3, 4, 5, 42}) {
         auto const access = static_cast<AdtEnums::Access>(value);
         EXPECT_EQ(AdtEnums::isReadAccess(access), value == 1 || value == 2) << value;
@@ -111,19 +111,24 @@ TEST(BufferHandle, AnswersAsItsDescriptionSays) {
     }
 }
 
-TEST(BufferHandle, TakesTheFirstSampleOfAnArrayFromItsBufferOffset) {
+TEST(BufferHandle, TakesTheFirstSampleFromTheOffset) {
     char memory[64] = {};
     ArrayRef<4> const array({{2, 3, 0, 0}, {4, 6, 1, 1}}, {3, 1, 0, 0}, memory, 5, typeid(char), 8);
     BufferHandle handle;
-    EXPECT_TRUE(isEmpty(handle) && handle.owner() == nullptr);
+    EXPECT_TRUE(isEmpty(handle));
+    EXPECT_EQ(handle.owner(), nullptr);
     handle.updateRO(array);
     EXPECT_EQ(handle.infoSnapshot(), (Info{array.range(), array.strides(), 5}));
-    EXPECT_TRUE(handle.buffer() == memory && handle.access() == Read);
+    EXPECT_EQ(handle.buffer(), memory);
+    EXPECT_EQ(handle.access(), Read);
     handle.updateBufferAndResetInfo(memory + 1, Write);
-    EXPECT_TRUE(handle.buffer() == memory + 1 && handle.access() == Write && handle.infoSnapshot() == Info());
+    EXPECT_EQ(handle.buffer(), memory + 1);
+    EXPECT_EQ(handle.access(), Write);
+    EXPECT_EQ(handle.infoSnapshot(), Info());
     handle.update(array, Populate);
     EXPECT_EQ(handle.infoSnapshot(), (Info{array.range(), array.strides(), 5}));
-    EXPECT_TRUE(handle.buffer() == memory && handle.access() == Populate);
+    EXPECT_EQ(handle.buffer(), memory);
+    EXPECT_EQ(handle.access(), Populate);
 }
 
 TEST(BufferHandle, StaysInvalidatedUntilReset) {
@@ -132,26 +137,34 @@ TEST(BufferHandle, StaysInvalidatedUntilReset) {
     BufferHandle handle;
     handle.setOwner(owner);
     handle.setOwner(owner);
-    EXPECT_TRUE(owner->isUniqueRef() && owner->getUserData() == &log);
+    EXPECT_TRUE(owner->isUniqueRef());
+    EXPECT_EQ(owner->getUserData(), &log);
     handle.update(&handle, sampleInfo(), ReadWrite);
     handle.invalidate(/*emptyRange=*/false);
-    EXPECT_TRUE(handle.contains(1, 1) && handle.access() == NoAccess && handle.isInvalidated());
+    EXPECT_TRUE(handle.contains(1, 1));
+    EXPECT_EQ(handle.access(), NoAccess);
+    EXPECT_TRUE(handle.isInvalidated());
     handle.invalidate(/*emptyRange=*/true);
     EXPECT_EQ(handle.range4(), (OpenEndedRange<4, int>{FixedVector<4, int>::Filled(INT_MAX), FixedVector<4, int>()}));
     handle.update(&handle, sampleInfo(), ReadWrite);
     handle.updateRO(ArrayRef<4>());
     BufferHandle copy(handle);
     copy = static_cast<BufferHandle const&>(copy);
-    EXPECT_TRUE(handle.isInvalidated() && copy.isInvalidated());
+    EXPECT_TRUE(handle.isInvalidated());
+    EXPECT_TRUE(copy.isInvalidated());
     handle.reset(/*releaseOwner=*/false);
-    EXPECT_TRUE(isEmpty(handle) && handle.owner() == copy.owner() && !owner->isUniqueRef());
+    EXPECT_TRUE(isEmpty(handle));
+    EXPECT_EQ(handle.owner(), copy.owner());
+    EXPECT_FALSE(owner->isUniqueRef());
     handle.reset(/*releaseOwner=*/true);
-    EXPECT_TRUE(isEmpty(handle) && handle.owner() == nullptr && owner->isUniqueRef());
+    EXPECT_TRUE(isEmpty(handle));
+    EXPECT_EQ(handle.owner(), nullptr);
+    EXPECT_TRUE(owner->isUniqueRef());
     copy = handle;
     EXPECT_THAT(log, ElementsAre("gone"));
 }
 
-TEST(BufferHandle, BracketsEachChangeByTheLockOfTheOwnerBefore) {
+TEST(BufferHandle, BracketsChangesByTheOwnersLock) {
     struct Row {
         char const* name;
         void (*change)(BufferHandle&);
@@ -181,7 +194,7 @@ TEST(BufferHandle, BracketsEachChangeByTheLockOfTheOwnerBefore) {
     }
 }
 
-TEST(BufferHandle, IsTakenBackOnlyForItsOwnLoan) {
+TEST(BufferHandle, IsTakenBackForItsLoanAlone) {
     char memory[2] = {};
     Log log;
     OwnerReference const owner(new LoggingOwner(log, /*locks=*/false));
@@ -196,7 +209,8 @@ TEST(BufferHandle, IsTakenBackOnlyForItsOwnLoan) {
     EXPECT_THAT(log, ElementsAre("lock", "unlock")) << "the lock of the owner passed in";
     EXPECT_EQ(handle.infoSnapshot(), sampleInfo());
     EXPECT_TRUE(handle.tryThreadSafeReset(memory, owner));
-    EXPECT_TRUE(isEmpty(handle) && owner->isUniqueRef());
+    EXPECT_TRUE(isEmpty(handle));
+    EXPECT_TRUE(owner->isUniqueRef());
     handle.update(memory, sampleInfo(), Read);
     EXPECT_TRUE(handle.tryThreadSafeReset(memory, nullptr)) << "no owner equals no owner";
 }
@@ -224,7 +238,8 @@ TEST(BufferHandle, DropsItsOwnerOnceUnderForeignRelease) {
         handle.setOwner(owners[round % 3].get());
         handle.update(&handle, sampleInfo(), Read);
         BufferHandle const copy(handle);
-        EXPECT_FALSE(handle.contains(0) || handle.contains(INT_MAX));
+        EXPECT_FALSE(handle.contains(0));
+        EXPECT_FALSE(handle.contains(INT_MAX));
         if (!handle.standsSince(notices)) {
             handle.reset(/*releaseOwner=*/true);
         }

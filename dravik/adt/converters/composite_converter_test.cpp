@@ -66,7 +66,7 @@ ConverterPtr recorder(Log& log, char const* name, std::type_info const& in, std:
     return boost::make_shared<Recorder>(name, log, in, out);
 }
 
-TEST(ChainedConverter, RunsInverseFirstAndSecondPerChunkWithContiguousSidesKeptSo) {
+TEST(ChainedConverter, RunsChunkByChunk) {
     struct Row {
         char const* name;
         bool withInverse;
@@ -106,7 +106,7 @@ TEST(ChainedConverter, RunsInverseFirstAndSecondPerChunkWithContiguousSidesKeptS
     }
 }
 
-TEST(ChainedConverter, RefusesWhatDoesNotMeetInThisOrder) {
+TEST(ChainedConverter, RefusesWhatDoesNotMeet) {
     Log log;
     auto const make = [&](auto const& from, auto const& to) { return recorder(log, "", from, to); };
     auto const charToInt = make(typeid(char), typeid(int)), intToShort = make(typeid(int), typeid(short)),
@@ -143,7 +143,7 @@ TEST(ChainedConverter, RefusesWhatDoesNotMeetInThisOrder) {
         << "a type that the caller registered";
 }
 
-TEST(ValueConverterFactory, ExtendsConvertersWhereThatIsNeededAndPossible) {
+TEST(ValueConverterFactory, ExtendsConvertersWhereNeeded) {
     auto const toInt = Factory::getTypeConverter(typeid(short), typeid(int));
     EXPECT_EQ(Factory::prependTypeConverter(typeid(short), toInt), toInt);
     EXPECT_EQ(Factory::appendTypeConverter(toInt, /*withInverse=*/true, typeid(int)), toInt);
@@ -194,7 +194,8 @@ TEST(ChainedConverter, ServesSeveralThreadsAtATime) {
     std::thread other(work, short{-3000}, std::ref(intact[0]));
     work(short{1000}, intact[1]);
     other.join();
-    EXPECT_TRUE(intact[0] && intact[1]);
+    EXPECT_TRUE(intact[0]);
+    EXPECT_TRUE(intact[1]);
 }
 
 }  // namespace

@@ -106,7 +106,7 @@ Bytes randomBytes(Testing::Random& random, int count) {
     return bytes;
 }
 
-TEST(ConverterRuns, CopiesOfOneValueKeepEveryBitAndTouchNoOther) {
+TEST(ConverterRuns, CopiesKeepEveryBit) {
     Testing::Random random;
     for (Subject const& copy : subjects()) {
         for (int round = 0; copy.isCopy && round < 50; ++round) {
@@ -119,7 +119,7 @@ TEST(ConverterRuns, CopiesOfOneValueKeepEveryBitAndTouchNoOther) {
     }
 }
 
-TEST(ConverterRuns, ConvertInTurnWhereBuffersOverlapButMoveCopiesAsABlockAndFillsWithOneValue) {
+TEST(ConverterRuns, ConvertInTurnWhereBuffersOverlap) {
     Testing::Random random, noisy(Testing::randomSeed());
     Bytes const noise = randomBytes(noisy, 9000);
     auto all = subjects();
@@ -161,7 +161,7 @@ TEST(ConverterRuns, ConvertInTurnWhereBuffersOverlapButMoveCopiesAsABlockAndFill
     }
 }
 
-TEST(ConverterRuns, BitsCopyInRunsOfEveryLengthAtEveryPairOfPhases) {
+TEST(ConverterRuns, BitsCopyAtEveryPairOfPhases) {
     Testing::Random random;
     Subject const bits{Factory::getCopyConverter(1), /*isCopy=*/true};
     Bytes const noise = randomBytes(random, 50);

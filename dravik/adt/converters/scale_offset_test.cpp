@@ -53,7 +53,8 @@ TEST(ScaleOffset, EqualityForgivesLessThanTheTolerance) {
         {"SumBeyondDouble", {1e308, 0}, {1.7e308, 0}, true},
     };
     for (Row const& row : rows) {
-        EXPECT_TRUE((row.left == row.right) == row.equal && (row.right == row.left) == row.equal) << row.name;
+        EXPECT_EQ((row.left == row.right), row.equal) << row.name;
+        EXPECT_EQ((row.right == row.left), row.equal) << row.name;
     }
 }
 
@@ -86,7 +87,7 @@ TEST(ScaleOffset, RangeTransformMapsEndsToEnds) {
     }
 }
 
-TEST(ScaleOffset, ConvertFloatNarrowsFirstAndConvertDoubleNever) {
+TEST(ScaleOffset, ConvertFloatNarrowsFirst) {
     ScaleOffset const tenth(0.1, -7);
     EXPECT_EQ(tenth.convertFloat(70.0f), 1.04308128e-07f) << "the product of narrowed values, summed in double";
     EXPECT_EQ(tenth.convertDouble(70), 0.1 * 70 - 7);
@@ -95,7 +96,7 @@ TEST(ScaleOffset, ConvertFloatNarrowsFirstAndConvertDoubleNever) {
     EXPECT_TRUE(std::isnan(ScaleOffset(0, 0).convertFloat(std::numeric_limits<float>::infinity())));
 }
 
-TEST(ScaleOffset, ComposesInvertsAndPrintsLikeTheTransformItStandsFor) {
+TEST(ScaleOffset, ComposesInvertsAndPrints) {
     EXPECT_THAT(ScaleOffset::getComposition({2, 1}, {3, 4}), exactly(6, 7)) << "the first argument applies first";
     Testing::Random random;
     auto const draw = [&] {

@@ -65,7 +65,7 @@ TEST(TypeRegister, KnowsTheStandardTypesOfPortableWidth) {
         ThrowsMessage<std::runtime_error>("[Adt::TypeRegister] Unknown type: signed char"));
 }
 
-TEST(TypeRegister, TakesATypeOfTheCallerOnceRefusesInThisOrderAndStaysAsItWas) {
+TEST(TypeRegister, TakesACallersTypeOnce) {
     class Newcomer {};
     struct Row {
         char const* name;

@@ -101,7 +101,7 @@ TEST(ArrayRef, FormsPositionsInSixtyFourBits) {
     EXPECT_EQ(layout<3>({{-1000, 0, 0}, {0, 1, 1}}, {6'000'000, 2000, 1}, 0).originOffset(), 6'000'000'000);
 }
 
-TEST(ArrayRef, CutsByteSizesAtTheEndsOf32Bits) {
+TEST(ArrayRef, CutsByteSizesAt32Bits) {
     struct Row {
         char const* name;
         int side;

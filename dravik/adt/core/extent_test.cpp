@@ -61,7 +61,7 @@ std::vector<Extent> smallExtents() {
     return all;
 }
 
-TEST(Extent, NearestIndexIsTheLaterOneOnATie) {
+TEST(Extent, NearestIndexIsLaterOnATie) {
     for (Extent const& extent : smallExtents()) {
         auto const list = indices(extent);
         for (int value = -25; value <= 25; ++value) {
@@ -117,7 +117,7 @@ TEST(Extent, RelationsMatchListsOfIndices) {
     }
 }
 
-TEST(Extent, IntersectionIsExactAtTheEndsOfInt) {
+TEST(Extent, IntersectionIsExactAtIntsEnds) {
     struct Row {
         char const* name;
         Extent left, right, common;
@@ -149,7 +149,7 @@ TEST(Extent, ReversingTurnsTheSequenceRound) {
     EXPECT_TRUE(isExactly((Extent{6, 5, 1}.relativeTo({6, 9, 1})), {0, 0, 1})) << "truncation leaves step 0";
 }
 
-TEST(ExtentK, CornersGoByTheSignOfTheStep) {
+TEST(ExtentK, CornersGoByTheStepsSign) {
     ExtentK<4, int> block({1, 2, 3, 4}, {5, 6, 7, 8});
     EXPECT_EQ(block.lowCorner(), (FixedVector<4, int>(1, 2, 3, 4)));
     EXPECT_EQ(block.highCorner(), (FixedVector<4, int>(5, 7, 9, 11)));
@@ -190,7 +190,7 @@ TEST(ExtentK, BoundsHoldEveryIndexOfEachAxis) {
     EXPECT_EQ((Extent{INT_MAX, 2, 5}.at(1)), INT_MIN + 1) << "wraps";
 }
 
-TEST(ExtentK, OfABoxLongerThanIntIsCutAtTheLargestCount) {
+TEST(ExtentK, OfALongBoxIsCut) {
     OpenEndedRange<1, int> const all{FixedVector<1, int>(INT_MIN), FixedVector<1, int>(INT_MAX)};
     EXPECT_TRUE(isExactly((ExtentK<1, int>(all)[0]), {INT_MIN, 1, INT_MAX}));
     EXPECT_TRUE(isExactly((ExtentK<2, int>(OpenEndedRange<2, int>{{3, 5}, {7, 4}})[1]), {5, 1, -1}));

@@ -48,9 +48,12 @@ TEST(FixedVector, WidensWithTheGivenFill) {
 TEST(FixedVector, PredicatesHoldOnlyWhereEveryComponentAgrees) {
     FixedVector<3, int> const mixed(0, 5, 0);
     // Neither all below nor all at least: the two are no negations of one another.
-    EXPECT_FALSE(mixed.allLess({1, 5, 1}) || mixed.allGreaterEqual({0, 6, 0}));
-    EXPECT_TRUE(mixed.allLess({1, 6, 1}) && mixed.allGreaterEqual({0, 5, 0}));
-    EXPECT_FALSE(mixed.allEqual(0) || mixed.allEqual(5));
+    EXPECT_FALSE(mixed.allLess({1, 5, 1}));
+    EXPECT_FALSE(mixed.allGreaterEqual({0, 6, 0}));
+    EXPECT_TRUE(mixed.allLess({1, 6, 1}));
+    EXPECT_TRUE(mixed.allGreaterEqual({0, 5, 0}));
+    EXPECT_FALSE(mixed.allEqual(0));
+    EXPECT_FALSE(mixed.allEqual(5));
     EXPECT_TRUE((FixedVector<3, int>::Filled(5).allEqual(5)));
 }
 

@@ -33,7 +33,7 @@ TEST(Hasher, MixesTextsByTheirOwnRule) {
     EXPECT_EQ(int(Hasher(17)(typeid(Hasher))), int(Hasher(17)(std::string(typeid(Hasher).name()))));
 }
 
-TEST(Hasher, TakesTheLowHalfOfAnAddressAsANumber) {
+TEST(Hasher, TakesTheLowHalfOfAddresses) {
     EXPECT_EQ(
         int(Hasher(17)(reinterpret_cast<void const*>(std::uintptr_t{0x7FFF'8000'0010}))),
         int(Hasher(17)(0x8000'0010u)));

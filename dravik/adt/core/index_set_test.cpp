@@ -70,7 +70,7 @@ int depthOf(IndexSet<N, int> const& set) {
     return deepest;
 }
 
-TEST(IndexSet, StoresIntervalsInTheOrderOfTheRules) {
+TEST(IndexSet, StoresIntervalsByTheRules) {
     auto const grid = [](int granularity, Set1::Box const& range) { return Set1(Set1::Point(granularity), range); };
     struct Row {
         char const* name;
@@ -123,7 +123,8 @@ TEST(IndexSet, StoresIntervalsInTheOrderOfTheRules) {
     };
     for (Row const& row : rows) {
         Set1 set = row.set;
-        EXPECT_TRUE(set.isEmpty() && set == Set1()) << row.name;
+        EXPECT_TRUE(set.isEmpty()) << row.name;
+        EXPECT_EQ(set, Set1()) << row.name;
         for (auto const& each : row.added) {
             set.add(each);
         }
@@ -149,12 +150,13 @@ TEST(IndexSet, DividesVastGridsOnlyWhereTouched) {
     EXPECT_EQ(stored(vast).size(), 2u) << "an emptied grid still has cells";
 }
 
-TEST(IndexSet, EmptySetsKeepTheirBoundsButInvertedOnesDoNot) {
+TEST(IndexSet, EmptySetsKeepTheirBounds) {
     EXPECT_EQ(Set1(box(5, 5)).bounds(), box(5, 5));
     EXPECT_NE(Set1(box(5, 5)), Set1());
     EXPECT_EQ(Set1(box(5, 3)), Set1());
     EXPECT_EQ(Set1(box(5, 3)), box(5, 3));
-    EXPECT_TRUE(Set1().isSubset(box(5, 5)) && Set1().isSubset(Set1(box(5, 5))));
+    EXPECT_TRUE(Set1().isSubset(box(5, 5)));
+    EXPECT_TRUE(Set1().isSubset(Set1(box(5, 5))));
     EXPECT_FALSE(Set1(box(0, 9)).intersects(box(5, 5)));
     EXPECT_EQ(Set1(box(0, 4)).intersection(box(7, 9)), Set1());
     EXPECT_EQ(Set1(Set1::Point(INT_MAX)), Set1()) << "no box holds the last index";
@@ -368,7 +370,7 @@ TYPED_TEST(IndexSetLaws, EveryOperationMatchesABitmap) {
     this->runScript({{}, IndexBitmap<TestFixture::kAxes>(this->universe())}, 1500, 99);
 }
 
-TYPED_TEST(IndexSetLaws, GridsStoreWhatIsAddedInTheirCells) {
+TYPED_TEST(IndexSetLaws, GridsStoreInTheirCells) {
     constexpr int N = TestFixture::kAxes;
     for (int round = 0; round < 100; ++round) {
         FixedVector<N, int> granularity;
@@ -462,11 +464,14 @@ TEST(IndexSet, HoldsFarMorePointsThanAnInt) {
     EXPECT_EQ(set.size(), INT64_MAX);
     set.remove(Set4::Point(0, 0, 0, 0));
     EXPECT_FALSE(set.isRange()) << "one of 2^128 points is missing";
-    EXPECT_FALSE(set == all || set.contains({0, 0, 0, 0}) || set.isSubset(all));
+    EXPECT_FALSE(set == all);
+    EXPECT_FALSE(set.contains({0, 0, 0, 0}));
+    EXPECT_FALSE(set.isSubset(all));
     EXPECT_TRUE(set.contains({INT_MIN, INT_MAX - 1, 0, 1}));
     EXPECT_EQ(set.boundsSize(), INT64_MAX);
     set.add(Set4::Point(0, 0, 0, 0));
-    EXPECT_TRUE(set == all && set.isSubset(all));
+    EXPECT_EQ(set, all);
+    EXPECT_TRUE(set.isSubset(all));
 }
 
 template <int N>
@@ -533,7 +538,7 @@ TEST(IndexSet, UsesAgainWhatItHasGivenUp) {
     EXPECT_LE(Testing::liveMemory().byteSize - before.byteSize, 100 * 2500);
 }
 
-TEST(IndexSet, OfManyBoxesIsMergedAndFillsItsNodes) {
+TEST(IndexSet, OfManyBoxesFillsItsNodes) {
     std::vector<Set2::Box> tiles(100, Set2::Box{});
     for (int i = 0; i < 100; ++i) {
         int const apart = i < 50 ? 0 : 1;
@@ -559,7 +564,7 @@ TEST(IndexSet, OfManyBoxesIsMergedAndFillsItsNodes) {
     }
 }
 
-TEST(IndexSet, OutOfMemoryItHoldsWhatItHeldAndAPartOfTheChange) {
+TEST(IndexSet, OutOfMemoryItStaysSound) {
     auto const universe = Set2::Box::OfSize({48, 48});
     auto const survives = [&](char const* change, Set2 const& before, auto const& act) {
         Set2 after = before;
@@ -571,7 +576,8 @@ TEST(IndexSet, OutOfMemoryItHoldsWhatItHeldAndAPartOfTheChange) {
                 sound.bitmap.set({point, point + Set2::Point(1, 1)}, set.contains(point));
             });
             sound.expectSound();
-            EXPECT_TRUE(set.isSubset(adding ? before : after) && (adding ? after : before).isSubset(set));
+            EXPECT_TRUE(set.isSubset(adding ? before : after));
+            EXPECT_TRUE((adding ? after : before).isSubset(set));
             EXPECT_TRUE(!completed || set == after);
         };
         // A copy has no room to spare.

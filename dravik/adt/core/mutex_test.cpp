@@ -49,7 +49,7 @@ TEST(MutexLock, ReportsMisuseAndKeepsItsState) {
     mutex.unlock();
 }
 
-TEST(Mutex, MeetsTheLocksAndConditionsOfBoostAndTheStandard) {
+TEST(Mutex, MeetsLocksOfBoostAndTheStandard) {
     Mutex mutex;
     std::condition_variable_any changed;
     bool ready = false;
@@ -63,7 +63,7 @@ TEST(Mutex, MeetsTheLocksAndConditionsOfBoostAndTheStandard) {
     EXPECT_FALSE(isFreeForOthers(mutex));
 }
 
-TEST(LightweightMutex, IsFreeOnceItsHolderLeftAsOftenAsItEntered) {
+TEST(LightweightMutex, IsFreeOnceItsHolderLeft) {
     LightweightMutex mutex;
     {
         std::lock_guard<LightweightMutex> const guard(mutex);

@@ -36,7 +36,7 @@ TEST(BasicArrayOwner, AllocatesOnceAndOnlyWhenAsked) {
     }
 }
 
-TEST(BasicArrayOwner, SharesWhatIsAllocatedUnderACountOfItsOwn) {
+TEST(BasicArrayOwner, SharesWhatItAllocates) {
     OwnerPtr owner = makeOwner(8);
     OwnerPtr const early = owner->share();
     char* const bytes = owner->getBuffer(/*allocate=*/true);

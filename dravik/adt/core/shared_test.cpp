@@ -28,7 +28,7 @@ class Probe : public Shared {
     std::string& story_;
 };
 
-TEST(Shared, CountsFromNothingAndGoesWithTheLastReference) {
+TEST(Shared, GoesWithTheLastReference) {
     std::string story;
     auto* const probe = new Probe(story);
     EXPECT_EQ(probe->getReferenceCount(), 0);
@@ -50,7 +50,8 @@ TEST(Shared, CountsFromNothingAndGoesWithTheLastReference) {
 TEST(Shared, MakesReferencesOnlyToWhatIsReferenced) {
     std::string story;
     auto unreferenced = std::make_unique<Probe>(story);
-    EXPECT_FALSE(Probe::createFromPointer(nullptr) || Probe::tryCreateFromPointer(nullptr));
+    EXPECT_FALSE(Probe::createFromPointer(nullptr));
+    EXPECT_FALSE(Probe::tryCreateFromPointer(nullptr));
     EXPECT_THROW(Probe::createFromPointer(unreferenced.get()), boost::bad_weak_ptr);
     EXPECT_EQ(Probe::tryCreateFromPointer(unreferenced.get()), nullptr);
     EXPECT_EQ(unreferenced->getReferenceCount(), 0);
@@ -59,7 +60,8 @@ TEST(Shared, MakesReferencesOnlyToWhatIsReferenced) {
     boost::intrusive_ptr<Probe> const held(unreferenced.release());
     boost::intrusive_ptr<Shared> const more[] = {
         Probe::tryCreateFromPointer(held.get()), Probe::createFromPointer(held.get())};
-    EXPECT_TRUE(more[0] == held && more[1] == held);
+    EXPECT_EQ(more[0], held);
+    EXPECT_EQ(more[1], held);
     EXPECT_EQ(held->getReferenceCount(), 3);
 }
 

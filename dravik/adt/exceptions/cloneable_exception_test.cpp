@@ -106,7 +106,7 @@ std::vector<Kind> everyKind() {
     };
 }
 
-TEST(CloneableExceptions, AreTakenByTheFirstKindThatFits) {
+TEST(CloneableExceptions, AreOfTheFirstKindThatFits) {
     for (Kind const& row : everyKind()) {
         SCOPED_TRACE(row.type.name());
         ASSERT_TRUE(row.exception);
@@ -149,7 +149,7 @@ struct NeverCloned : Nested {
     bool throws;
 };
 
-TEST(CatchException, TakesAHostsFailureToCloneForUnknown) {
+TEST(CatchException, TakesAFailureToCloneForUnknown) {
     EXPECT_EQ(captured(NeverCloned(false))->msg(), "Caught exception of unknown type.");
     EXPECT_EQ(captured(NeverCloned(true))->msg(), "Caught exception of unknown type.");
 }
@@ -202,7 +202,7 @@ TEST(CatchException, LetsThreadCancellationPass) {
     EXPECT_FALSE(hasReturned);
 }
 
-TEST(MemoryException, WritesAmountsInTheFirstUnitBelowAThousand) {
+TEST(MemoryException, WritesAmountsBelowAThousand) {
     struct Row {
         unsigned int bytes;
         char const* amount;
@@ -234,7 +234,7 @@ TEST(NestedException, ChainsTheMessagesOfOuterAndInner) {
     EXPECT_EQ(nested.msg(), "A: Failed to allocate 7 bytes memory: std::bad_alloc exception in C");
 }
 
-TEST(NestedException, CopiesChangeApartAndShareTheirInnerException) {
+TEST(NestedException, CopiesShareTheirInnerException) {
     Nested const source("A", ClonedStrException("B"));
     Nested copy = source;
     EXPECT_EQ(copy.innerException(), source.innerException());

@@ -49,7 +49,7 @@ std::string upper(std::uintptr_t address) {
     return text;
 }
 
-TEST(SystemException, SaysWhatInItsFirstLineAndWhereInItsSecond) {
+TEST(SystemException, SaysWhatAndWhere) {
     Dl_info library = {};
     // A function of the C library that no sanitizer puts its own in place of.
     ASSERT_NE(dladdr(reinterpret_cast<void*>(&gnu_get_libc_version), &library), 0);
@@ -84,7 +84,7 @@ TEST(SystemException, SaysWhatInItsFirstLineAndWhereInItsSecond) {
     EXPECT_EQ(SystemException::getExceptionCodeMsg(kSignExtended), "Access violation");
 }
 
-TEST(SystemException, CopiesTheRecordAndFollowsNoPointerInIt) {
+TEST(SystemException, CopiesTheRecordAndNothingElse) {
     EXCEPTION_RECORD source = record(0xC00000FD);
     source.nested = reinterpret_cast<EXCEPTION_RECORD*>(0x10);
     source.parameters[14] = 7;
@@ -96,7 +96,7 @@ TEST(SystemException, CopiesTheRecordAndFollowsNoPointerInIt) {
     EXPECT_EQ(exception.getExceptionAddress(), reinterpret_cast<void*>(0x1000));
 }
 
-TEST(AccessViolationException, PutsDirectionAndAddressInItsFirstLine) {
+TEST(AccessViolationException, PutsDirectionAndAddressFirst) {
     struct Row {
         EXCEPTION_RECORD record;
         char const* firstLine;
@@ -119,7 +119,7 @@ TEST(AccessViolationException, PutsDirectionAndAddressInItsFirstLine) {
     }
 }
 
-TEST(SystemException, FilterTakesErrorsByTheCodeItIsGiven) {
+TEST(SystemException, FilterTakesErrorsByTheirCode) {
     struct Row {
         char const* name;
         unsigned long code;
@@ -149,7 +149,7 @@ TEST(SystemException, FilterTakesErrorsByTheCodeItIsGiven) {
     }
 }
 
-TEST(SystemError, CarriesTheFirstLineOfTheSystemsText) {
+TEST(SystemError, CarriesTheSystemsFirstLine) {
     SystemError const known(ENOENT + (1UL << 32));
     EXPECT_EQ(known.msg(), "[SystemError] No such file or directory");
     EXPECT_EQ(known.getErrorCode(), static_cast<unsigned long>(ENOENT));
@@ -222,7 +222,8 @@ TEST(RunAndCatchException, LetsThreadCancellationPass) {
         run([](void*) -> int { pthread_exit(nullptr); }, out);
         hasReturned = true;
     }).join();
-    EXPECT_FALSE(out || hasReturned);
+    EXPECT_FALSE(out);
+    EXPECT_FALSE(hasReturned);
 }
 
 }  // namespace

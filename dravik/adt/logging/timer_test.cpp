@@ -69,7 +69,7 @@ std::string printed(Timer const& timer) {
     return out.str();
 }
 
-TEST(Timer, RunsFromTheStartLessItsOwnCost) {
+TEST(Timer, RunsLessItsOwnCost) {
     ManualCounter counter(kMicroseconds, /*ticksPerLook=*/11);
     Timer timer(true, "work");
     EXPECT_TRUE(timer.getRunning());
@@ -93,7 +93,8 @@ TEST(Timer, DisabledOneIgnoresEverything) {
     timer.stop();
     timer.add(5, 1.0, 1.0);
     timer.reset();
-    EXPECT_FALSE(timer.getEnabled() || timer.getRunning());
+    EXPECT_FALSE(timer.getEnabled());
+    EXPECT_FALSE(timer.getRunning());
     EXPECT_EQ(timer.getTotal() + timer.getLast() + timer.getSkip() + timer.getCount() + timer.getVerbose(), 0);
     EXPECT_STREQ(timer.getName(), "");
     EXPECT_STREQ(timer.getValue(), "");
@@ -183,7 +184,8 @@ TEST(TimerPool, KeepsOneIdleTimerPerFullName) {
     TimerPool pool(true, /*verbose=*/0);
     std::string const longName(300, 'n');
     Timer* const first = pool.getTimerByName((longName + "1").c_str());
-    EXPECT_FALSE(first->getRunning() || first->getVerbose() != 0);
+    EXPECT_FALSE(first->getRunning());
+    EXPECT_FALSE(first->getVerbose() != 0);
     EXPECT_EQ(first->getName(), longName.substr(0, 255));
     EXPECT_EQ(pool.getTimerByName((longName + "1").c_str()), first);
     EXPECT_NE(pool.getTimerByName((longName + "2").c_str()), first) << "only the timer's own copy of the name is cut";
@@ -243,7 +245,7 @@ TEST(TimerPool, ReportListsWhatMeasuredOrRuns) {
     EXPECT_EQ(report, expected);
 }
 
-TEST(NamedTimer, LapsReachThePoolTogetherWhateverItHolds) {
+TEST(NamedTimer, LapsReachThePoolTogether) {
     ManualCounter counter(kMilliseconds);
     TimerPool pool(true, /*verbose=*/0);
     Timer* const pooled = pool.getTimerByName("work");

@@ -227,7 +227,7 @@ TEST(FaultGuard, ReturnsEveryFaultAndRestoresTheThread) {
     }
 }
 
-TEST(FaultGuard, KeepsWhatTheBodyChangedWithoutAFault) {
+TEST(FaultGuard, KeepsWhatTheBodyChanged) {
     onThread([] {
         EXPECT_FALSE(guarded([] {
             fesetround(FE_UPWARD);
@@ -244,7 +244,7 @@ TEST(FaultGuard, KeepsWhatTheBodyChangedWithoutAFault) {
     });
 }
 
-TEST(FaultGuard, UsesALargeAlternateStackOfTheHost) {
+TEST(FaultGuard, UsesALargeAlternateStack) {
     struct Row {
         char const* name;
         std::size_t byteSize;
@@ -299,7 +299,8 @@ TEST(FaultGuard, DoesNotGrow) {
             onThread([] {
                 // Built before the thread's first guarded call, so destroyed after whatever that call keeps.
                 static thread_local RunsAtTheEnd const late{[] { EXPECT_TRUE(guarded(readNull)); }};
-                EXPECT_TRUE(late.body && guarded(readNull));
+                EXPECT_TRUE(late.body);
+                EXPECT_TRUE(guarded(readNull));
             });
         }
     };
@@ -424,7 +425,7 @@ TEST(HostHandlers, SeeOnlyFaultsOfUnguardedThreads) {
     expectAllFaults();
 }
 
-TEST(HostHandlers, SeeTheContextAfterTheLastGuardLeft) {
+TEST(HostHandlers, SeeTheContextAfterTheLastGuard) {
     HostAction const host(SIGSEGV, actionOf(note, 0));
     struct sigaction ours = {};
     guarded([&ours] { ours = currentAction(SIGSEGV); });
@@ -599,7 +600,7 @@ TEST(HostHandlersDeathTest, DefaultsEndTheProcessAsWithoutUs) {
     }
 }
 
-TEST(FaultGuard, WorksInTheChildOfAGuardedProcess) {
+TEST(FaultGuard, WorksInAForkedChild) {
     std::string const before = threadState();
     GuardingThread const other;
     for (int i = 0; i < 100 && !testing::Test::HasFailure(); ++i) {

@@ -228,7 +228,8 @@ TEST(Histogram, MergingAddsWhatBothHaveCounted) {
     whole.merge(part);
     EXPECT_EQ(printed(whole), "2 bins over [0,8): 10 samples, 0 to 8, mean 4.4, stddev 1.95505, 3 below, 2 above");
     EXPECT_EQ(whole.bins(2), (std::vector<std::int64_t>{4, 6}));
-    EXPECT_TRUE(whole.underflowMin() == -2 && whole.overflowMax() == 30);
+    EXPECT_EQ(whole.underflowMin(), -2);
+    EXPECT_EQ(whole.overflowMax(), 30);
     part.merge(Histogram(Histogram::fixed, 0, 8, {9, 0}, 1, 0, -1, 9));
     EXPECT_EQ(printed(part), "2 bins over [0,8): 16 samples, -1 to 9, mean 2.75, stddev 2.40832, 2 below, 1 above");
 }

@@ -114,7 +114,7 @@ TEST_F(RawFile, SurvivesAFileThatShrinks) {
     store->read(Box::OfSize({1, 16, 64, 1}), read.data());
 }
 
-TEST_F(RawFile, TellsWhatDoesNotFitInOneLine) {
+TEST_F(RawFile, TellsWhatDoesNotFit) {
     auto const path = write(PlainArray<short>({4, 5, 6, 1}), ByteOrder::Little, 0);
     struct Row {
         RawLayout layout;

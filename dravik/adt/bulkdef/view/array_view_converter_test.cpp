@@ -232,7 +232,7 @@ void expectConvertsLikeItsModel(ModelledView const& view, Testing::Random& rando
     }
 }
 
-TEST(ArrayViewConverter, CarriesBoxesAndArraysAsTheViewSays) {
+TEST(ArrayViewConverter, CarriesBoxesAndArrays) {
     Testing::Random random;
     for (int round = 0; round < 5000; ++round) {
         auto const view = Testing::randomView(random, 2);

@@ -180,7 +180,7 @@ void expectMapsLikeItsModel(Testing::ModelledView const& view, Testing::Random& 
     }
 }
 
-TEST(Views, ComposedAndInvertedMapEveryIndexThroughEveryStep) {
+TEST(Views, ComposedAndInvertedMapEveryIndex) {
     Testing::Random random;
     for (int round = 0; round < 20000; ++round) {
         auto const view = Testing::randomView(random, 3, /*exchanges=*/round % 2 != 0);

@@ -20,7 +20,7 @@ SharedArray<2> plane() {
     return SharedArray<2>::Make<float>({{0, 0}, {3, 4}});
 }
 
-TEST(MemoryAccessor, HasTheUpperCornerOfItsArrayAsSizeWhereThereIsStorage) {
+TEST(MemoryAccessor, HasTheArraysUpperCornerAsSize) {
     EXPECT_EQ(MemoryAccessor(plane()).getSize(), Position(3, 4, 1, 1));
     EXPECT_EQ(MemoryAccessor(SharedArray<3>::Make<char>({{1, 1, 1}, {3, 4, 5}})).getSize(), Position(3, 4, 5, 1));
     EXPECT_EQ(MemoryAccessor(unallocatedPlane(48)).getSize(), Position(3, 4, 1, 1))
@@ -40,7 +40,7 @@ TEST(MemoryAccessor, HasTheUpperCornerOfItsArrayAsSizeWhereThereIsStorage) {
     EXPECT_EQ(disposed.getSize(), Position(3, 4, 1, 1));
 }
 
-TEST(MemoryAccessor, LendsAllOfItForReadingOrForBothAndLeavesTheOwner) {
+TEST(MemoryAccessor, LendsAllOfIt) {
     struct Owner : BufferHandle::Owner {
         void lock() override {}
         void unlock() override {}
@@ -53,7 +53,8 @@ TEST(MemoryAccessor, LendsAllOfItForReadingOrForBothAndLeavesTheOwner) {
         accessor.getBuffer({99, -1, 0, 0}, static_cast<AdtEnums::Access>(asked), handle);
         EXPECT_EQ(handle.access(), asked == AdtEnums::Read ? AdtEnums::Read : AdtEnums::ReadWrite) << asked;
         EXPECT_EQ(handle.range4(), (OpenEndedRange<4, int>{{}, {3, 4, 1, 1}})) << asked;
-        EXPECT_TRUE(handle.buffer() == accessor.data().data() && handle.owner() == owner.get()) << asked;
+        EXPECT_EQ(handle.buffer(), accessor.data().data()) << asked;
+        EXPECT_EQ(handle.owner(), owner.get()) << asked;
     }
 }
 
@@ -62,20 +63,25 @@ TEST(MemoryAccessor, AllocatesForWritersOnlyAndOnce) {
     auto const clone = accessor.createClone();
     BufferHandle reader, writer, other;
     accessor.getBuffer({}, AdtEnums::Read, reader);
-    EXPECT_TRUE(reader.isNull() && reader.contains(2, 3, 0, 0));
+    EXPECT_TRUE(reader.isNull());
+    EXPECT_TRUE(reader.contains(2, 3, 0, 0));
     accessor.getBuffer({}, AdtEnums::Populate, writer);
     clone->getBuffer({}, AdtEnums::Read, other);
-    EXPECT_TRUE(other.isNull() && !writer.isNull()) << "a clone from before reads nothing until it writes";
+    EXPECT_TRUE(other.isNull()) << "a clone from before reads nothing until it writes";
+    EXPECT_FALSE(writer.isNull()) << "a clone from before reads nothing until it writes";
     clone->getBuffer({}, AdtEnums::ReadWrite, other);
     accessor.getBuffer({}, AdtEnums::Read, reader);
-    EXPECT_TRUE(other.buffer() == writer.buffer() && reader.buffer() == writer.buffer());
+    EXPECT_EQ(other.buffer(), writer.buffer());
+    EXPECT_EQ(reader.buffer(), writer.buffer());
 
     MemoryAccessor(unallocatedPlane(47)).getBuffer({}, AdtEnums::ReadWrite, other);
-    EXPECT_TRUE(other.isNull() && other.contains(2, 3)) << "storage that is too small";
+    EXPECT_TRUE(other.isNull()) << "storage that is too small";
+    EXPECT_TRUE(other.contains(2, 3)) << "storage that is too small";
     auto backwards = unallocatedPlane(48);
     backwards.setStrides({-4, 1, 0, 0});
     EXPECT_THROW(MemoryAccessor(backwards).getBuffer({}, AdtEnums::ReadWrite, reader), std::runtime_error);
-    EXPECT_TRUE(reader.buffer() == writer.buffer() && reader.access() == AdtEnums::Read) << "the handle as it was";
+    EXPECT_EQ(reader.buffer(), writer.buffer()) << "the handle as it was";
+    EXPECT_EQ(reader.access(), AdtEnums::Read) << "the handle as it was";
 
     static float const fixed[12] = {};
     auto readOnly = plane();

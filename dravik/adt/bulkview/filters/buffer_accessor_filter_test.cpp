@@ -79,7 +79,7 @@ struct Host : RecordingClient {
     Accessor filter;
 };
 
-TEST(EveryFilter, PassesOnWhatItIsToPassOn) {
+TEST(EveryFilter, PassesEverythingOn) {
     std::vector<std::string> const all = {
         "c.accessorUpdated", "c.bufferInvalidated(null)", "c.prepareBufferRelease(buffer 4)",
         "c.releaseBuffer(buffer null)"};
@@ -245,7 +245,7 @@ TEST(EveryCopy, RefusesANullClone) {
     }
 }
 
-TEST(BufferAccessorFilter, IsAssignedACloneUnlessItIsItself) {
+TEST(BufferAccessorFilter, IsAssignedAClone) {
     Journal const journal;
     Plain filter(accessor("a", journal)), other(accessor("b", journal));
     Plain const& self = filter;

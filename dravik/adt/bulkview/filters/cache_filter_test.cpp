@@ -300,7 +300,7 @@ struct Scene : IBufferAccessor::IClient {
 
 // At every call out, and whenever memory is got or given back, another thread asks the cache for a block: it would wait
 // for ever for a lock held meanwhile.
-TEST(CacheFilter, CallsOutInOrderAndWithoutItsLock) {
+TEST(CacheFilter, CallsOutInOrderWithoutItsLock) {
     struct Row {
         char const* name;
         std::vector<std::string> calls;

@@ -135,7 +135,7 @@ TEST(ValueConvertFilter, ConvertsTheRunAroundThePosition) {
     }
 }
 
-TEST(ValueConvertFilter, KeepsABlockOnlyForWhatItWasLentFor) {
+TEST(ValueConvertFilter, KeepsBlocksForTheirAccessAlone) {
     Block block(alongAxis2(0, 300));
     block.ask(0, AdtEnums::Read);
     block.ask(200, AdtEnums::Read);
@@ -175,7 +175,7 @@ TEST(ValueConvertFilter, KeepsABlockOnlyForWhatItWasLentFor) {
     EXPECT_EQ(*block.log, "RWRRWR") << "a block without memory is not kept";
 }
 
-TEST(ValueConvertFilter, CarriesWholeRunsBackBeforeItIsDisposedOrDestroyed) {
+TEST(ValueConvertFilter, CarriesRunsBackBeforeItEnds) {
     for (bool const disposes : {true, false}) {
         Block block(alongAxis2(0, 200));
         block.samples[8] = 8.25f;
@@ -364,7 +364,7 @@ struct ViewedBlock {
     Accessor filter;
 };
 
-TEST(ValueConvertFilter, DisposingAViewReportsAFailedWayBack) {
+TEST(ValueConvertFilter, DisposingReportsAFailedWayBack) {
     ViewedBlock viewed(/*hasOwner=*/true);
     Typed3dRwView<short> view;
     view.init(std::move(viewed.filter));
@@ -388,7 +388,7 @@ TEST(ValueConvertFilter, LetsTheBlockGoWhenDisposed) {
     EXPECT_EQ(viewed.owner, nullptr);
 }
 
-TEST(ValueConvertFilter, CarriesRunsDownBeforeBlocksAreTakenBack) {
+TEST(ValueConvertFilter, CarriesRunsDownBeforeBlocksGo) {
     for (bool const hasOwner : {true, false}) {
         for (bool const prepares : {true, false}) {
             SCOPED_TRACE(testing::Message() << "owner " << hasOwner << ", prepares " << prepares);
@@ -418,7 +418,7 @@ TEST(ValueConvertFilter, CarriesRunsDownBeforeBlocksAreTakenBack) {
     }
 }
 
-TEST(ValueConvertFilter, BlocksMayBeAskedBackWhileAViewWrites) {
+TEST(ValueConvertFilter, BlocksMayGoWhileAViewWrites) {
     ViewedBlock viewed(/*hasOwner=*/true);
     Typed3dRwView<short> view;
     view.init(std::move(viewed.filter));

@@ -118,7 +118,7 @@ TEST(ControllerAdapter, GivesTheAddressOfEverySample) {
     EXPECT_EQ(bufferOf(far, 3, AdtEnums::ReadWrite), nullptr) << "a block without memory";
 }
 
-TEST(ControllerAdapter, GivesTheBlockBackBeforeTheAccessorGoes) {
+TEST(ControllerAdapter, GivesTheBlockBackFirst) {
     for (bool const closes : {false, true}) {
         Testing::Journal const journal;
         auto accessor = lending({1, 1, 1, 1}, [&](Index, AdtEnums::Access, BufferHandle& handle) {

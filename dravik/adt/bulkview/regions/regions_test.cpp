@@ -388,7 +388,7 @@ TEST(Regions, StopAtTheNextBlock) {
 }
 
 // Samples that share a place: the region's last one stays, in whatever order the bricks come.
-TEST(Regions, KeepTheLastOfSamplesInOnePlace) {
+TEST(Regions, KeepTheLastSampleOfAPlace) {
     PlainArray<float> data({12, 9, 20, 4});
     std::iota(data.samples().begin(), data.samples().end(), 0.0f);
     BrickAccessor<float> bricks(data);

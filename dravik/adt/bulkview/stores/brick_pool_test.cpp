@@ -152,7 +152,7 @@ TEST(BrickPool, TellsOfLossesAtItsEnd) {
     EXPECT_EQ(told.size(), 1u);
 }
 
-TEST(BrickPool, ReadsABrickOnceForAllWhoAsk) {
+TEST(BrickPool, ReadsABrickOnceForAll) {
     constexpr int kThreads = 4;
     auto const store = rowOfBricks(1);
     auto const pool = std::make_shared<BrickPool>(1000);

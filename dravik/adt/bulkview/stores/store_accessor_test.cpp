@@ -106,7 +106,7 @@ TEST(StoreAccessor, LendsHolesWithMemoryOnlyForWriting) {
     }
 }
 
-TEST(StoreAccessor, ReadsAheadWhatFitsIntoHalfThePool) {
+TEST(StoreAccessor, ReadsAheadIntoHalfThePool) {
     auto const store = storeOf(PlainArray<float>({40, 1, 1, 1}), {4, 1, 1, 1});  // 10 bricks of 16 bytes
     std::vector<std::function<void()>> queue;
     auto const pool = std::make_shared<BrickPool>(96);

@@ -70,7 +70,7 @@ std::unique_ptr<IBufferAccessor> zeros(OpenEndedRange<2, int> const& range) {
     return std::make_unique<MemoryAccessor>(SharedArray<2>::Make<float>(range));
 }
 
-TEST(TypedViews, NeedAnAccessorForAllButTheEmptyTrace) {
+TEST(TypedViews, NeedAnAccessor) {
     static float out = 0;
     constexpr void (*kUses[])(View3&) = {
         [](View3& view) { view.get(0, 0, 0); },
@@ -87,13 +87,17 @@ TEST(TypedViews, NeedAnAccessorForAllButTheEmptyTrace) {
             ThrowsMessage<ViewException>("[Adt::BulkView] Attempt to use an uninitialized or disposed view."));
     }
     view.prototypeGetKTrace(0, 0, 0, &out, 0);
-    EXPECT_TRUE(view.isNull() && view.size() == Index3() && view.samples().begin() == std::default_sentinel);
-    EXPECT_TRUE(view.isWritable() && !Typed3dRoView<float>().isWritable());
-    EXPECT_TRUE(Typed2dRwView<char>().isWritable() && !Typed2dRoView<float>().isWritable());
+    EXPECT_TRUE(view.isNull());
+    EXPECT_EQ(view.size(), Index3());
+    EXPECT_EQ(view.samples().begin(), std::default_sentinel);
+    EXPECT_TRUE(view.isWritable());
+    EXPECT_FALSE(Typed3dRoView<float>().isWritable());
+    EXPECT_TRUE(Typed2dRwView<char>().isWritable());
+    EXPECT_FALSE(Typed2dRoView<float>().isWritable());
     EXPECT_EQ(view.valueType(), typeid(float));
 }
 
-TEST(TypedViews, CheckTheBoundsOfWhatTheBlockDoesNotHold) {
+TEST(TypedViews, CheckBoundsOutsideTheBlock) {
     OverBricks over;
     for (Index3 const& index :
          {Index3(4, 0, 0), Index3(-1, 0, 0), Index3(0, 5, 0), Index3(3, 4, 16), Index3(0, 0, INT_MIN)}) {
@@ -135,7 +139,7 @@ TEST(TypedViews, ServeOddBlocks) {
     EXPECT_THAT(out, Each(IsNan())) << "one request for each sample that no block holds";
 }
 
-TEST(TypedViews, AskOncePerBlockAndOnceMoreToWriteIntoIt) {
+TEST(TypedViews, AskOncePerBlockAndAccess) {
     for (bool both : {false, true}) {
         OverBricks over({.grantedForRead = both ? AdtEnums::ReadWrite : AdtEnums::Read});
         over.view.get(0, 0, 0);
@@ -148,12 +152,13 @@ TEST(TypedViews, AskOncePerBlockAndOnceMoreToWriteIntoIt) {
     }
 }
 
-TEST(TypedViews, ReadTheNullValueAndAbsorbWritesWithoutMemory) {
+TEST(TypedViews, ReadNullsAndAbsorbWritesWithoutMemory) {
     BufferHandle::ArrayInfo const block{{{}, {3, 3, 1, 1}}, {3, 1, 0, 0}, 1};
     Typed2dRwView<float> floats(lending({3, 3, 1, 1}, block, nullptr));
     Typed2dRwView<char> chars(lending({3, 3, 1, 1}, block, nullptr));
     for (int round = 0; round < 2; ++round) {
-        EXPECT_TRUE(std::isnan(floats.get(2, 2)) && chars.get(2, 2) == 0);
+        EXPECT_TRUE(std::isnan(floats.get(2, 2)));
+        EXPECT_EQ(chars.get(2, 2), 0);
         floats.set(2, 2, 1);
         chars.set(2, 2, 1);
     }
@@ -167,7 +172,7 @@ TEST(TypedViews, ReadTheNullValueAndAbsorbWritesWithoutMemory) {
     EXPECT_EQ(wroteFirst.get(0, 0), 1);
 }
 
-TEST(TypedViews, AskAgainAfterANotificationAboutTheirLoan) {
+TEST(TypedViews, AskAgainAfterANotification) {
     OverBricks over;
     Index4 const p, elsewhere(2, 2, 0, 0);
     auto const get = [&] { EXPECT_EQ(over.view.get(0, 0, 0), over.bricks->brickAt(p)->at(p)); };
@@ -205,7 +210,7 @@ TEST(TypedViews, AskAgainAfterANotificationAboutTheirLoan) {
     EXPECT_EQ(null.bricks->requests(), 1) << "the null value goes on to be shown";
 }
 
-TEST(TypedViews, ReadTheSizeAgainWhenTheAccessorChanged) {
+TEST(TypedViews, ReadTheSizeAgainAfterAnUpdate) {
     struct Resized : Testing::BrickAccessor<float> {
         using BrickAccessor::BrickAccessor;
         Index4 getSize() override { return size[0] > 0 ? size : throw std::runtime_error("no size"); }
@@ -223,7 +228,7 @@ TEST(TypedViews, ReadTheSizeAgainWhenTheAccessorChanged) {
     EXPECT_EQ(view.size(), (FixedVector<2, int>(1, 2)));
 }
 
-TEST(TypedViews, StayUsableWhenTheNewChainIsNoneOrFails) {
+TEST(TypedViews, StayUsableWhenANewChainFails) {
     Typed2dRwView<float> view(zeros({{0, 0}, {2, 3}}));
     view.set(1, 1, 4);
     EXPECT_THAT(
@@ -240,7 +245,8 @@ TEST(TypedViews, StayUsableWhenTheNewChainIsNoneOrFails) {
     view.init(std::unique_ptr<IBufferAccessor>(same));
     EXPECT_EQ(view.get(4, 4), 1) << "taken over once more, not destroyed";
     view.dispose();
-    EXPECT_TRUE(view.isNull() && view.size() == (FixedVector<2, int>()));
+    EXPECT_TRUE(view.isNull());
+    EXPECT_EQ(view.size(), (FixedVector<2, int>()));
 }
 
 TEST(TypedViews, RefuseSamplesOfAnotherType) {
@@ -258,7 +264,7 @@ TEST(TypedViews, RefuseSamplesOfAnotherType) {
         Typed2dRoView<char>(std::make_unique<MemoryAccessor>(SharedArray<2>::Make<signed char>({{0, 0}, {2, 2}}))));
 }
 
-TEST(TypedViews, LetGoOfTheBlockBeforeTheChainThatLentIt) {
+TEST(TypedViews, LetGoOfTheBlockFirst) {
     using View = Typed2dRoView<float>;
     struct Row {
         char const* name;
@@ -301,7 +307,7 @@ TEST(TypedViews, LetGoOfTheBlockBeforeTheChainThatLentIt) {
     }
 }
 
-TEST(TypedViews, OwnAChainOfTheirOwnAsCopies) {
+TEST(TypedViews, OwnTheirChainsAsCopies) {
     OverBricks over;
     over.view.set(1, 1, 1, -1);
     Typed3dRoView<float> copy(over.view);
@@ -312,7 +318,7 @@ TEST(TypedViews, OwnAChainOfTheirOwnAsCopies) {
 }
 
 // A target that takes its block back, or invalidates it, while the request for it is under way.
-TEST(TypedViews, AskAgainForBlocksThatGoDuringTheRequest) {
+TEST(TypedViews, AskAgainForBlocksThatGoMeanwhile) {
     float samples[] = {11, 12};
     float elsewhere[] = {11, 12};
     for (bool const releases : {false, true}) {
@@ -437,7 +443,7 @@ TEST(TypedViews, ComputePositionsOfAnyWidth) {
         ElementsAre(-940, -900, 0, 4000));
 }
 
-TEST(TypedViewTrace, EqualsThePlainArrayAsFarAsItGoes) {
+TEST(TypedViewTrace, EqualsThePlainArray) {
     Testing::BrickOptions const layouts[] = {
         {},
         {.padding = 1},
@@ -502,8 +508,9 @@ TEST(TypedViewIterator, WalksAnyBoxLastAxisFastest) {
         forEachIndex({Index4(start, 0), Index4(start + count, 1)}, [&](Index4 const& p) {
             random.chance(percent) ? kDisturbances[what](over, p) : void();
             expected.push_back(over.data.at(p));
-            EXPECT_TRUE(at.next() && at.index() == Index3(p[0], p[1], p[2]) && *at == expected.back())
-                << p << ", disturbed by " << what;
+            EXPECT_TRUE(at.next()) << p << ", disturbed by " << what;
+            EXPECT_EQ(at.index(), Index3(p[0], p[1], p[2])) << p << ", disturbed by " << what;
+            EXPECT_EQ(*at, expected.back()) << p << ", disturbed by " << what;
             return !testing::Test::HasFailure();
         });
         EXPECT_FALSE(at.next());
@@ -512,7 +519,7 @@ TEST(TypedViewIterator, WalksAnyBoxLastAxisFastest) {
     }
 }
 
-TEST(TypedViewIterator, LeavesABlockThatAFailedRequestReplaced) {
+TEST(TypedViewIterator, LeavesABlockAfterAFailedRequest) {
     std::vector<float> columns[2] = {{1, 2}, {3, 4}};
     bool fails = false;
     Typed2dRwView<float> view(
@@ -543,7 +550,8 @@ TEST(TypedViewIterator, ReportsWhereItCanNotRead) {
     over.view.getIterator(none, {INT_MAX, 0, INT_MIN}, {1, 1, 1});
     EXPECT_FALSE(none.next()) << "a box that wraps is empty";
     over.view.getIterator(at);
-    EXPECT_TRUE(at.next() && *at == 0);
+    EXPECT_TRUE(at.next());
+    EXPECT_EQ(*at, 0);
     over.view.dispose();
     EXPECT_THROW(*++at, ViewException);
 }

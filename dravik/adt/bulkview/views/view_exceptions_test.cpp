@@ -33,7 +33,8 @@ TEST(ViewBoundsException, SaysWhatWasAttemptedWhere) {
             failure.msg(), std::string("[Adt::BulkView] Index out of bounds. Attempt to ") +
                                (access == ReadWrite || access == Write ? "set" : "access") +
                                " value outside the view: (7,1) bounds: (5,6)");
-        EXPECT_TRUE(failure.access() == access && failure.index() == Index(7, 1, 0, 0));
+        EXPECT_EQ(failure.access(), access);
+        EXPECT_EQ(failure.index(), Index(7, 1, 0, 0));
     }
 }
 
@@ -59,7 +60,8 @@ TEST(ViewExceptions, KeepTheirTypeAndTextWhenCloned) {
     ViewBoundsException const bounds(Index(1, 2, 3, 4), Index(), 4, AdtEnums::Write);
     expectKeepsItsType(bounds, bounds.msg());
     auto const clone = boost::dynamic_pointer_cast<ViewBoundsException const>(bounds.clone());
-    EXPECT_TRUE(clone->index() == bounds.index() && clone->access() == AdtEnums::Write);
+    EXPECT_EQ(clone->index(), bounds.index());
+    EXPECT_EQ(clone->access(), AdtEnums::Write);
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ void admitsWhatTheBoxHolds(Testing::Random& random) {
     }
 }
 
-TEST(IndexWindow, AdmitsWhatTheBoxHoldsUntilTheLoanEnds) {
+TEST(IndexWindow, AdmitsWhatItsBoxHolds) {
     Testing::Random random;
     admitsWhatTheBoxHolds<1>(random);
     admitsWhatTheBoxHolds<2>(random);
