@@ -40,7 +40,7 @@ install(DIRECTORY docs/ DESTINATION ${documentation_dir} COMPONENT documentation
         PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
 install(FILES README.md CHANGELOG.md DESTINATION ${documentation_dir} COMPONENT documentation)
 install(DIRECTORY examples/ DESTINATION ${documentation_dir}/examples COMPONENT documentation FILES_MATCHING
-        PATTERN "*.cpp" PATTERN "*.h" PATTERN "*.txt" PATTERN "CMakeLists.txt" EXCLUDE)
+        PATTERN "*.cpp" PATTERN "*.h" PATTERN "*.py" PATTERN "*.txt" PATTERN "CMakeLists.txt" EXCLUDE)
 install(DIRECTORY build/docs/html DESTINATION ${documentation_dir} COMPONENT documentation OPTIONAL)
 
 set(CPACK_GENERATOR DEB)

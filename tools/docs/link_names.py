@@ -19,7 +19,7 @@ def types() -> dict[str, str]:
     """Every public type by its last name, with its whole name."""
     found = {}
     for header in sorted(pathlib.Path("dravik").rglob("*.h")):
-        if {"platform", "testing", "detail"} & set(header.parts):
+        if {"platform", "testing", "detail", "python"} & set(header.parts):
             continue
         namespace = ""
         for line in header.read_text().splitlines():
