@@ -10,7 +10,7 @@ import pathlib
 import re
 import sys
 
-NAMESPACE = re.compile(r"^namespace ([\w:]+) \{")
+NAMESPACE = re.compile(r"^namespace (Quorvel[\w:]*) \{")
 TYPE = re.compile(r"^(?:class|struct|enum class)(?: DRAVIK_ADT_EXPORT)? (\w+)(?!::)\b[^;]*$")
 NAME = re.compile(r"`((\w+(?:::\w+)*)(?:<[^`]*>)?(?:\([^`]*\))?)`")
 
