@@ -79,9 +79,9 @@ g = zarr.open_group("g", mode="w")
 def make(name, dtype, shape, chunks, compressor, **options):
     a = g.create_dataset(name, shape=shape, chunks=chunks, dtype=dtype, compressor=compressor, **options)
     a[...] = (np.arange(np.prod(shape)) % 90).reshape(shape)
-make("raw", ">i2", (7, 9, 15), (3, 4, 7), None)
+make("raw", ">i2", (7, 9, 15), (4, 9, 8), None)
 make("in/blosc", "<f4", (7, 9, 15), (3, 9, 15), Blosc("zstd", 3, Blosc.BITSHUFFLE), order="F")
-make("zstd", ">f8", (5, 6, 7, 8), (2, 6, 4, 3), Zstd(3), dimension_separator="/")
+make("zstd", ">f8", (5, 6, 7, 8), (3, 6, 4, 8), Zstd(3), dimension_separator="/")
 make("zlib", "|u1", (50, 30), (50, 8), Zlib(2), order="F")
 )");
     conforms<short>("raw", {7, 9, 15, 1});
