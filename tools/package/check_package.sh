@@ -29,3 +29,15 @@ test -e "$(PKG_CONFIG_PATH=$pc pkg-config --variable=libdir dravik_adt)/libdravi
 build_id=$(readelf --notes "$library" | sed -n 's/.*Build ID: //p')
 test -e "$work/root/usr/lib/debug/.build-id/${build_id:0:2}/${build_id:2}.debug"
 test -e "$work/root/usr/share/doc/libdravik-adt-doc/html/index.html"
+# The Python package imports from where it lies, and xarray finds its engine.
+(cd "$work" && PYTHONPATH=$work/root/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 - <<'PYTHON'
+import dravik_adt
+import xarray
+
+made = dravik_adt.create("new.raw", (3, 4), "int16")
+made[1] = 7
+assert made[...].sum() == 28 and made.definition, made
+assert "root/usr" in dravik_adt.__file__, dravik_adt.__file__
+assert "dravik" in xarray.backends.list_engines()
+PYTHON
+)
