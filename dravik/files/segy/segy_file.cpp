@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <functional>
@@ -286,12 +287,18 @@ Adt::BulkView::OpenedData openSegy(SegyFileDef const& file, Adt::BulkView::Opene
 }
 
 void createSegy(std::filesystem::path const& path, SegyLayout const& layout) {
-    bool const fits = layout.inlines.count > 0 && layout.crosslines.count > 0 && layout.inlines.step > 0 &&
-                      layout.crosslines.step > 0 && layout.sampleCount > 0 && layout.sampleCount <= 0xFFFF &&
-                      layout.intervalMicroseconds >= 0 && layout.intervalMicroseconds <= 0xFFFF;
+    auto const areLines = [](SegyLayout::Lines const& lines) {
+        return lines.count > 0 && lines.step > 0 &&
+               (std::int64_t{lines.count} - 1) * lines.step <= INT_MAX - std::int64_t{lines.first};
+    };
+    bool const fits = areLines(layout.inlines) && areLines(layout.crosslines) && layout.sampleCount > 0 &&
+                      layout.sampleCount <= 0xFFFF && layout.intervalMicroseconds >= 0 &&
+                      layout.intervalMicroseconds <= 0xFFFF &&
+                      std::int64_t{layout.inlines.count} * layout.crosslines.count <= INT_MAX;
     if (!fits) {
         throw std::invalid_argument(
-            "[SegyLayout] Invalid argument: lines are positive in step and count, samples 1 to 65535 per trace.");
+            "[SegyLayout] Invalid argument: lines are positive in step and count, samples 1 to 65535 per trace, "
+            "numbers of lines and traces below 2^31.");
     }
     int const bytes = layout.format == SegyLayout::Format::Int16  ? 2
                       : layout.format == SegyLayout::Format::Int8 ? 1

@@ -10,9 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+
+#include <unistd.h>
 
 namespace Quorvel::Dravik::Files {
 namespace {
@@ -99,7 +102,9 @@ class SegyFile : public testing::Test {
         EXPECT_EQ(info.axes[2].coordinates[1], 102) << "milliseconds";
     }
 
-    std::filesystem::path const folder = std::filesystem::path(testing::TempDir()) / "segy_file_test";
+    // Of this process alone, since a replay of inputs may run at the same time.
+    std::filesystem::path const folder =
+        std::filesystem::path(testing::TempDir()) / ("segy_file_test." + std::to_string(getpid()));
 };
 
 TEST_F(SegyFile, ConformsInEveryFormatAndOrder) {
@@ -154,6 +159,9 @@ TEST_F(SegyFile, AgreesWithTheFormatsOwnLibrary) {
     layout.format = SegyLayout::Format::IbmFloat;
     createSegy(folder / "made.sgy", layout);
     EXPECT_THROW(createSegy(folder / "made.sgy", layout), std::system_error);
+    auto beyond = layout;
+    beyond.inlines.first = INT_MAX - 3;
+    EXPECT_THROW(createSegy(folder / "beyond.sgy", beyond), std::invalid_argument);
     EXPECT_EQ(
         python(
             "import segyio\nf = segyio.open(\"" + (folder / "made.sgy").string() +
@@ -197,11 +205,15 @@ TEST_F(SegyFile, ShowsLinesByTheirTraces) {
 
 // Cut off and spoilt at every place: one line of text, or the samples.
 TEST_F(SegyFile, SurvivesSpoiltFiles) {
-    Notation notation;
-    notation.traces = {{1, 1}, {1, 2}, {2, 1}, {2, 2}};
-    std::string const whole = notation.bytes<float>([](int, int, int k) { return static_cast<float>(k); });
     Adt::Testing::Random random;
     for (int round = 0; round < 500; ++round) {
+        Notation notation;
+        notation.traces = {{1, 1}, {1, 2}, {2, 1}, {2, 2}};
+        if (random.chance(30)) {
+            int const line = random.anyInt(), crossline = random.anyInt();
+            notation.traces = {{line, crossline}, {random.anyInt(), random.anyInt()}};
+        }
+        std::string const whole = notation.bytes<float>([](int, int, int k) { return static_cast<float>(k); });
         std::string bytes =
             whole.substr(0, random.chance(20) ? random.between<std::size_t>(0, whole.size()) : whole.size());
         for (int spoilt = random.between(1, 3); spoilt > 0 && bytes.size() > 3200; --spoilt) {
@@ -217,10 +229,23 @@ TEST_F(SegyFile, SurvivesSpoiltFiles) {
             EXPECT_THAT(e.what(), testing::Not(HasSubstr("\n")));
         }
     }
-    notation.traces.push_back({2, 1});
-    EXPECT_THAT(
-        [&] { openSegyVolume(SegyFileDef(write(notation.bytes<float>([](int, int, int) { return 0.0f; })))); },
-        ThrowsMessage<std::runtime_error>(HasSubstr("several traces at inline 2, crossline 1")));
+}
+
+TEST_F(SegyFile, RefusesNumbersThatMakeNoSurvey) {
+    struct Row {
+        std::vector<std::pair<int, int>> traces;
+        char const* why;
+    };
+    for (Row const& row : {
+             Row{{{INT_MIN, 1}, {INT_MAX, 2}}, "inline numbers are 4294967295 apart"},
+             Row{{{1, INT_MIN}, {2, 0}}, "crossline numbers are 2147483648 apart"},
+             Row{{{1, 1}, {2, 1}, {2, 1}}, "several traces at inline 2, crossline 1"},
+         }) {
+        Notation notation;
+        notation.traces = row.traces;
+        auto const path = write(notation.bytes<float>([](int, int, int) { return 0.0f; }));
+        EXPECT_THAT([&] { openSegyVolume(SegyFileDef(path)); }, ThrowsMessage<std::runtime_error>(HasSubstr(row.why)));
+    }
 }
 
 }  // namespace

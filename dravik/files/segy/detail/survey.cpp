@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <numeric>
@@ -90,6 +91,9 @@ LineNumbers regular(MappedFile const& file, std::vector<int> numbers, char const
         step = std::gcd(step, std::int64_t{numbers[k]} - numbers[k - 1]);
     }
     step = std::max<std::int64_t>(step, 1);
+    if (step > INT_MAX) {
+        refuse(file, std::string("its ") + what + " numbers are " + std::to_string(step) + " apart");
+    }
     std::int64_t const count = (std::int64_t{numbers.back()} - numbers.front()) / step + 1;
     if (count > 64 * static_cast<std::int64_t>(numbers.size()) + 1024) {
         refuse(file, std::string("its ") + what + " numbers are scattered over " + std::to_string(count));
