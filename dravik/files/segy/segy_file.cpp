@@ -228,7 +228,7 @@ boost::shared_ptr<Adt::BulkDef::SourceDef const> recognise(
 }
 
 // At load, so that whoever links or loads this library can open its files.
-[[maybe_unused]] bool const isRegistered = [] {
+[[maybe_unused]] bool const kIsRegistered = [] {
     registerSegy(Adt::BulkView::Openers::standard());
     Text::Forms::standard().add<SegyFileDef>(
         "SegyFile",

@@ -138,9 +138,9 @@ TEST_F(SegyFile, AgreesWithTheFormatsOwnLibrary) {
         std::vector<float> samples(140);
         volume.store->read(Box::OfSize({4, 5, 7, 1}), samples.data());
         for (int n = 0; n < 140; ++n) {
+            int const trace = n / 7, k = n % 7;
             ASSERT_NEAR(
-                samples[static_cast<std::size_t>(n)], static_cast<float>(n % 7) * 0.37f - static_cast<float>(n / 7),
-                1e-4)
+                samples[static_cast<std::size_t>(n)], static_cast<float>(k) * 0.37f - static_cast<float>(trace), 1e-4)
                 << "sample " << n << ", format " << format;
         }
         float const written = -118.625f;
