@@ -24,7 +24,6 @@
 namespace Quorvel::Dravik::Files {
 
 using Detail::Dataset;
-using Detail::Packing;
 using Detail::Variable;
 
 namespace {
@@ -138,6 +137,10 @@ boost::shared_ptr<Adt::BulkDef::SourceDef const> recognise(
     }
     Dataset const dataset(path, NC_NOWRITE);
     auto const variables = dataset.variables();
+    // HDF5 keeps data sets in groups, which are none of netCDF's variables: another format's to open.
+    if (variables.empty() || variable.find('/') != std::string::npos) {
+        return nullptr;
+    }
     auto const name = variable.empty() ? mainVariable(dataset, variables) : variable;
     variableOf(dataset, variables, name);
     return boost::make_shared<NetcdfFileDef const>(path, name);

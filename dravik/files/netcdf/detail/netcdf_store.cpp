@@ -10,11 +10,9 @@
 #include <algorithm>
 #include <bit>
 #include <climits>
-#include <cmath>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
-#include <type_traits>
 
 namespace Quorvel::Dravik::Files::Detail {
 
@@ -26,21 +24,6 @@ using Box = Adt::OpenEndedRange<4, int>;
 using Size = Adt::FixedVector<4, int>;
 
 constexpr int kBlockBytes = 1 << 18;  // of a variable in one piece
-
-// Numbers as the file stores them, in this machine's byte order.
-class StoredNumbers {
-  public:
-    virtual ~StoredNumbers() = default;
-    virtual void read(Box const& box, void* numbers) const = 0;
-    virtual void write(Box const& box, void const* numbers) = 0;
-    virtual void flush() = 0;
-    virtual bool servesParts() const = 0;
-
-  protected:
-    StoredNumbers() = default;
-    StoredNumbers(StoredNumbers const&) = delete;
-    StoredNumbers& operator=(StoredNumbers const&) = delete;
-};
 
 // By the library, one thread at a time.
 class LibraryNumbers final : public StoredNumbers {
@@ -117,98 +100,6 @@ class MappedNumbers final : public StoredNumbers {
     std::optional<Adt::Converters::ByteSwapConverter> swap_;
 };
 
-// Unpacks, with samples of type S made of numbers of type N.
-template <class N, class S>
-class NetcdfStore final : public IBrickStore {
-  public:
-    NetcdfStore(std::unique_ptr<StoredNumbers> numbers, Size const& size, AccessTraits traits, Packing const& packing)
-        : numbers_(std::move(numbers)), size_(size), traits_(traits), packing_(packing) {
-        traits_.sampleType = &typeid(S);
-        traits_.bitSize = static_cast<int>(8 * sizeof(S));
-    }
-
-    Size size() const override { return size_; }
-    AccessTraits traits() const override { return traits_; }
-    bool servesParts() const override { return numbers_->servesParts(); }
-    void flush() override { numbers_->flush(); }
-
-    void read(Box const& box, void* samples) const override {
-        auto* const to = static_cast<S*>(samples);
-        auto const count = static_cast<std::size_t>(box.pointCount());
-        if constexpr (std::is_same_v<N, S>) {
-            numbers_->read(box, samples);
-            unpack(to, to, count);
-        } else {
-            std::vector<N> numbers(count);
-            numbers_->read(box, numbers.data());
-            unpack(numbers.data(), to, count);
-        }
-    }
-
-    void write(Box const& box, void const* samples) override {
-        if (!traits_.writable) {
-            return IBrickStore::write(box, samples);
-        }
-        if (std::is_same_v<N, S> && packing_.isPlain()) {
-            return numbers_->write(box, samples);
-        }
-        std::vector<N> numbers(static_cast<std::size_t>(box.pointCount()));
-        auto const* from = static_cast<S const*>(samples);
-        std::transform(from, from + numbers.size(), numbers.begin(), [&](S sample) { return packed(sample); });
-        numbers_->write(box, numbers.data());
-    }
-
-  private:
-    void unpack(N const* from, S* to, std::size_t count) const {
-        if (packing_.isPlain()) {
-            if constexpr (!std::is_same_v<N, S>) {
-                std::transform(from, from + count, to, [](N number) { return static_cast<S>(number); });
-            }
-            return;
-        }
-        // Locals, and no branch on what a loop needs not: the compiler makes vector code of it.
-        double const scale = packing_.scale, offset = packing_.offset;
-        double const none = std::numeric_limits<double>::quiet_NaN();
-        double const first = packing_.missing[0].value_or(none), second = packing_.missing[1].value_or(none);
-        if (!packing_.isScaled()) {
-            auto const one = static_cast<S>(first), other = static_cast<S>(second);
-            for (std::size_t k = 0; k < count; ++k) {
-                S const sample = static_cast<S>(from[k]);
-                to[k] = sample == one || sample == other ? std::numeric_limits<S>::quiet_NaN() : sample;
-            }
-            return;
-        }
-        for (std::size_t k = 0; k < count; ++k) {
-            double const number = static_cast<double>(from[k]);
-            to[k] = static_cast<S>(number == first || number == second ? none : number * scale + offset);
-        }
-    }
-
-    N packed(S sample) const {
-        if (std::isnan(static_cast<double>(sample)) && (packing_.missing[0] || packing_.missing[1])) {
-            return static_cast<N>(packing_.missing[0] ? *packing_.missing[0] : *packing_.missing[1]);
-        }
-        double const number = (static_cast<double>(sample) - packing_.offset) / packing_.scale;
-        if constexpr (std::is_floating_point_v<N>) {
-            return static_cast<N>(number);
-        } else {
-            // The nearest that there is; the highest number of 64 bits is no double.
-            auto const low = static_cast<double>(std::numeric_limits<N>::min());
-            auto const high = static_cast<double>(std::numeric_limits<N>::max());
-            double const rounded = std::nearbyint(number);
-            return std::isnan(rounded) ? N{0}
-                   : rounded <= low    ? std::numeric_limits<N>::min()
-                   : rounded >= high   ? std::numeric_limits<N>::max()
-                                       : static_cast<N>(rounded);
-        }
-    }
-
-    std::unique_ptr<StoredNumbers> numbers_;
-    Size size_;
-    AccessTraits traits_;
-    Packing packing_;
-};
-
 // Keeps the mapping for as long as the numbers.
 class OwnedMapping final : public StoredNumbers {
   public:
@@ -257,17 +148,6 @@ Size sizeOf(Dataset const& dataset, Variable const& variable) {
     return size;
 }
 
-template <class N>
-std::shared_ptr<IBrickStore> storeOf(
-    std::unique_ptr<StoredNumbers> numbers, Size const& size, AccessTraits const& traits, Packing const& packing) {
-    if (packing.isPlain()) {
-        return std::make_shared<NetcdfStore<N, N>>(std::move(numbers), size, traits, packing);
-    }
-    constexpr bool isWide = std::is_same_v<N, double> || (std::is_integral_v<N> && sizeof(N) >= 4);
-    using Shown = std::conditional_t<isWide, double, float>;
-    return std::make_shared<NetcdfStore<N, Shown>>(std::move(numbers), size, traits, packing);
-}
-
 }  // namespace
 
 std::shared_ptr<IBrickStore> makeNetcdfStore(
@@ -293,26 +173,7 @@ std::shared_ptr<IBrickStore> makeNetcdfStore(
     if (numbers == nullptr) {
         numbers = std::make_unique<LibraryNumbers>(std::move(dataset), variable);
     }
-    switch (variable.type) {
-    case NC_BYTE:
-        return storeOf<char>(std::move(numbers), size, traits, packing);
-    case NC_UBYTE:
-        return storeOf<unsigned char>(std::move(numbers), size, traits, packing);
-    case NC_SHORT:
-        return storeOf<short>(std::move(numbers), size, traits, packing);
-    case NC_USHORT:
-        return storeOf<unsigned short>(std::move(numbers), size, traits, packing);
-    case NC_INT:
-        return storeOf<int>(std::move(numbers), size, traits, packing);
-    case NC_UINT:
-        return storeOf<unsigned int>(std::move(numbers), size, traits, packing);
-    case NC_INT64:
-        return storeOf<std::int64_t>(std::move(numbers), size, traits, packing);
-    case NC_FLOAT:
-        return storeOf<float>(std::move(numbers), size, traits, packing);
-    default:
-        return storeOf<double>(std::move(numbers), size, traits, packing);
-    }
+    return makePackedStore(std::move(numbers), *type, size, traits, packing);
 }
 
 }  // namespace Quorvel::Dravik::Files::Detail
