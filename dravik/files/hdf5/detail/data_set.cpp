@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "dravik/files/hdf5/detail/data_set.h"
+
+#include "dravik/adt/exceptions/cloned_exception.h"
+#include "dravik/files/shared/hdf5_lock.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdint>
+#include <stdexcept>
+#include <system_error>
+
+namespace Quorvel::Dravik::Files::Detail {
+
+namespace {
+
+constexpr hssize_t kMostAttribute = 1 << 16;  // elements; a longer one tells a picture nothing
+
+// Calls the library, which takes some spoilt files at their word: a fault in it becomes an exception.
+template <class Call>
+hid_t guarded(std::filesystem::path const& path, Call call) {
+    hid_t result = -1;
+    auto act = [&] { return result = call(), 0; };
+    Adt::ICloneableException::ConstPtr failure;
+    Adt::Exceptions::ClonedException::runAndCatchException(
+        [](void* function) { return (*static_cast<decltype(act)*>(function))(); }, &act, &failure);
+    if (failure != nullptr) {
+        throw std::runtime_error(path.string() + ": is damaged");
+    }
+    return Hdf5Call::check(result, path);
+}
+
+Hdf5Id openFile(std::filesystem::path const& path, bool writable) {
+    Hdf5Call const call;
+    // For the message of the operating system.
+    if (std::error_code error; !std::filesystem::exists(path, error)) {
+        throw std::system_error(std::make_error_code(std::errc::no_such_file_or_directory), path.string());
+    }
+    return {
+        guarded(path, [&] { return H5Fopen(path.c_str(), writable ? H5F_ACC_RDWR : H5F_ACC_RDONLY, H5P_DEFAULT); }),
+        H5Fclose};
+}
+
+// Large chunks would pass through the library's cache for nothing: the pool keeps them.
+Hdf5Id openSet(Hdf5Id const& file, std::filesystem::path const& path, std::string const& name) {
+    Hdf5Call const call;
+    Hdf5Id const access(Hdf5Call::check(H5Pcreate(H5P_DATASET_ACCESS), path), H5Pclose);
+    Hdf5Call::check(H5Pset_chunk_cache(access, 0, 0, 1), path);
+    return {guarded(path, [&] { return H5Dopen2(file, name.c_str(), access); }), H5Dclose};
+}
+
+std::string shortest(double number) {
+    char text[32];
+    return {text, std::to_chars(text, text + sizeof text, number).ptr};
+}
+
+std::type_info const* sampleTypeOf(hid_t type) {
+    auto const size = H5Tget_size(type);
+    if (H5Tget_class(type) == H5T_FLOAT) {
+        return size == 4 ? &typeid(float) : size == 8 ? &typeid(double) : nullptr;
+    }
+    if (H5Tget_class(type) != H5T_INTEGER) {
+        return nullptr;
+    }
+    bool const isSigned = H5Tget_sign(type) == H5T_SGN_2;
+    switch (size) {
+    case 1:
+        return isSigned ? &typeid(char) : &typeid(unsigned char);
+    case 2:
+        return isSigned ? &typeid(short) : &typeid(unsigned short);
+    case 4:
+        return isSigned ? &typeid(int) : &typeid(unsigned int);
+    case 8:
+        return isSigned ? &typeid(std::int64_t) : nullptr;
+    default:
+        return nullptr;
+    }
+}
+
+}  // namespace
+
+Hdf5Call::Hdf5Call() : lock_(hdf5Lock()) {
+    H5Eget_auto2(H5E_DEFAULT, &print_, &printData_);
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+}
+
+Hdf5Call::~Hdf5Call() {
+    H5Eset_auto2(H5E_DEFAULT, print_, printData_);
+}
+
+hid_t Hdf5Call::check(hid_t result, std::filesystem::path const& path) {
+    if (result >= 0) {
+        return result;
+    }
+    char const* told = nullptr;
+    auto const first = [](unsigned number, H5E_error2_t const* error, void* data) -> herr_t {
+        if (number == 0) {
+            *static_cast<char const**>(data) = error->desc;
+        }
+        return 0;
+    };
+    H5Ewalk2(H5E_DEFAULT, H5E_WALK_UPWARD, first, &told);
+    throw std::runtime_error(path.string() + ": " + (told == nullptr ? "HDF5 tells an error" : told));
+}
+
+Hdf5Id::~Hdf5Id() {
+    if (id_ >= 0) {
+        Hdf5Call const call;
+        close_(id_);
+    }
+}
+
+hid_t memoryTypeOf(std::type_info const& type) {
+    Hdf5Call const call;
+    std::pair<std::type_info const*, hid_t> const rows[] = {
+        {&typeid(char), H5T_NATIVE_SCHAR},
+        {&typeid(unsigned char), H5T_NATIVE_UCHAR},
+        {&typeid(short), H5T_NATIVE_SHORT},
+        {&typeid(unsigned short), H5T_NATIVE_USHORT},
+        {&typeid(int), H5T_NATIVE_INT},
+        {&typeid(unsigned int), H5T_NATIVE_UINT},
+        {&typeid(std::int64_t), H5T_NATIVE_INT64},
+        {&typeid(float), H5T_NATIVE_FLOAT},
+        {&typeid(double), H5T_NATIVE_DOUBLE},
+    };
+    return std::find_if(std::begin(rows), std::end(rows) - 1, [&](auto const& row) { return *row.first == type; })
+        ->second;
+}
+
+std::vector<std::string> DataSet::namesIn(std::filesystem::path const& path) {
+    Hdf5Call const call;
+    auto const file = openFile(path, /*writable=*/false);
+    std::vector<std::string> names;
+    auto const visit = [](hid_t, char const* name, H5O_info_t const* info, void* data) -> herr_t {
+        try {
+            if (info->type == H5O_TYPE_DATASET) {
+                static_cast<std::vector<std::string>*>(data)->emplace_back(name);
+            }
+            return 0;
+        } catch (std::bad_alloc const&) {
+            return -1;
+        }
+    };
+    guarded(path, [&] { return H5Ovisit2(file, H5_INDEX_NAME, H5_ITER_INC, visit, &names, H5O_INFO_BASIC); });
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+bool DataSet::isNetcdf(std::filesystem::path const& path) {
+    Hdf5Call const call;
+    auto const file = openFile(path, /*writable=*/false);
+    return H5Aexists(file, "_NCProperties") > 0;
+}
+
+DataSet::DataSet(std::filesystem::path path, std::string const& name, bool writable)
+    : path_(std::move(path)), name_(name), file_(openFile(path_, writable)), set_(openSet(file_, path_, name)) {
+    describe();
+}
+
+void DataSet::describe() {
+    Hdf5Call const call;
+    auto const refuse = [&](std::string const& why) {
+        throw std::runtime_error(path_.string() + ": the data set \"" + name_ + "\" " + why);
+    };
+    Hdf5Id const type(Hdf5Call::check(H5Dget_type(set_), path_), H5Tclose);
+    type_ = sampleTypeOf(type);
+    if (type_ == nullptr) {
+        refuse("has no numbers of up to 64 bits");
+    }
+    Hdf5Id const space(Hdf5Call::check(H5Dget_space(set_), path_), H5Sclose);
+    int const axes = H5Sget_simple_extent_ndims(space);
+    if (axes < 1 || axes > 4) {
+        refuse("has " + std::to_string(axes) + " axes, not one to four");
+    }
+    hsize_t lengths[4] = {}, chunks[4] = {};
+    H5Sget_simple_extent_dims(space, lengths, nullptr);
+    Hdf5Id const properties(Hdf5Call::check(H5Dget_create_plist(set_), path_), H5Pclose);
+    bool const isChunked = H5Pget_layout(properties) == H5D_CHUNKED && H5Pget_chunk(properties, axes, chunks) == axes;
+    size_ = Adt::FixedVector<4, int>::Filled(1);
+    auto chunk = size_;
+    for (int axis = 0; axis < axes; ++axis) {
+        if (lengths[axis] < 1 || lengths[axis] > INT_MAX) {
+            refuse("has " + std::to_string(lengths[axis]) + " indices along axis " + std::to_string(axis));
+        }
+        size_[axis] = static_cast<int>(lengths[axis]);
+        chunk[axis] = static_cast<int>(std::clamp<hsize_t>(chunks[axis], 1, lengths[axis]));
+        shape_.push_back(size_[axis]);
+    }
+    if (isChunked) {
+        chunk_ = chunk;
+    }
+}
+
+std::optional<double> DataSet::number(char const* attribute) const {
+    Hdf5Call const call;
+    if (H5Aexists(set_, attribute) <= 0) {
+        return std::nullopt;
+    }
+    Hdf5Id const id(Hdf5Call::check(H5Aopen(set_, attribute, H5P_DEFAULT), path_), H5Aclose);
+    Hdf5Id const space(Hdf5Call::check(H5Aget_space(id), path_), H5Sclose);
+    Hdf5Id const type(Hdf5Call::check(H5Aget_type(id), path_), H5Tclose);
+    if (sampleTypeOf(type) == nullptr || H5Sget_simple_extent_npoints(space) != 1) {
+        return std::nullopt;
+    }
+    double value = 0;
+    Hdf5Call::check(H5Aread(id, H5T_NATIVE_DOUBLE, &value), path_);
+    return value;
+}
+
+// Numbers one after the other, or one string.
+std::optional<std::string> DataSet::text(hid_t attribute) const {
+    Hdf5Id const space(Hdf5Call::check(H5Aget_space(attribute), path_), H5Sclose);
+    Hdf5Id const type(Hdf5Call::check(H5Aget_type(attribute), path_), H5Tclose);
+    hssize_t const count = H5Sget_simple_extent_npoints(space);
+    if (count < 1 || count > kMostAttribute) {
+        return std::nullopt;
+    }
+    if (sampleTypeOf(type) != nullptr) {
+        std::vector<double> numbers(static_cast<std::size_t>(count));
+        Hdf5Call::check(H5Aread(attribute, H5T_NATIVE_DOUBLE, numbers.data()), path_);
+        std::string value;
+        for (double const number : numbers) {
+            value.append(value.empty() ? 0 : 1, ' ').append(shortest(number));
+        }
+        return value;
+    }
+    if (H5Tget_class(type) != H5T_STRING || count != 1) {
+        return std::nullopt;
+    }
+    if (H5Tis_variable_str(type) > 0) {
+        char* told = nullptr;
+        Hdf5Call::check(H5Aread(attribute, type, static_cast<void*>(&told)), path_);
+        std::string value = told == nullptr ? "" : told;
+        H5free_memory(told);
+        return value;
+    }
+    std::string value(std::min<std::size_t>(H5Tget_size(type), kMostAttribute) + 1, '\0');
+    if (value.size() != H5Tget_size(type) + 1) {
+        return std::nullopt;
+    }
+    Hdf5Call::check(H5Aread(attribute, type, value.data()), path_);
+    return value.substr(0, value.find('\0'));
+}
+
+std::vector<std::pair<std::string, std::string>> DataSet::attributes() const {
+    Hdf5Call const call;
+    std::vector<std::pair<std::string, std::string>> all;
+    auto const count = H5Aget_num_attrs(set_);
+    for (int n = 0; n < count; ++n) {
+        auto const place = static_cast<hsize_t>(n);
+        Hdf5Id const id(
+            Hdf5Call::check(
+                H5Aopen_by_idx(set_, ".", H5_INDEX_NAME, H5_ITER_INC, place, H5P_DEFAULT, H5P_DEFAULT), path_),
+            H5Aclose);
+        std::string name(static_cast<std::size_t>(std::max<ssize_t>(H5Aget_name(id, 0, nullptr), 0)), '\0');
+        H5Aget_name(id, name.size() + 1, name.data());
+        if (auto value = text(id)) {
+            all.emplace_back(std::move(name), std::move(*value));
+        }
+    }
+    return all;
+}
+
+template <class Move>
+void DataSet::forEachPart(Adt::OpenEndedRange<4, int> const& box, Move move) const {
+    int const axes = static_cast<int>(shape_.size());
+    auto const chunk = chunk_.value_or(size_);
+    hsize_t lengths[4], start[4], begin[4], count[4];
+    for (int axis = 0; axis < axes; ++axis) {
+        lengths[axis] = static_cast<hsize_t>(box.size(axis));
+    }
+    Hdf5Id const memory(Hdf5Call::check(H5Screate_simple(axes, lengths, nullptr), path_), H5Sclose);
+    Hdf5Id const space(Hdf5Call::check(H5Dget_space(set_), path_), H5Sclose);
+    auto at = box.min;
+    for (bool more = !box.isEmpty(); more;) {
+        Adt::FixedVector<4, int> end;
+        for (int axis = 0; axis < 4; ++axis) {
+            auto const next = (std::int64_t{at[axis]} / chunk[axis] + 1) * chunk[axis];
+            end[axis] = static_cast<int>(std::min<std::int64_t>(next, box.max[axis]));
+        }
+        for (int axis = 0; axis < axes; ++axis) {
+            start[axis] = static_cast<hsize_t>(at[axis]);
+            begin[axis] = static_cast<hsize_t>(at[axis] - box.min[axis]);
+            count[axis] = static_cast<hsize_t>(end[axis] - at[axis]);
+        }
+        Hdf5Call::check(H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr), path_);
+        Hdf5Call::check(H5Sselect_hyperslab(memory, H5S_SELECT_SET, begin, nullptr, count, nullptr), path_);
+        move(memory, space);
+        more = false;
+        for (int axis = axes - 1; axis >= 0 && !more; --axis) {
+            more = end[axis] < box.max[axis];
+            at[axis] = more ? end[axis] : box.min[axis];
+        }
+    }
+}
+
+void DataSet::read(Adt::OpenEndedRange<4, int> const& box, void* samples) const {
+    Hdf5Call const call;
+    hid_t const type = memoryTypeOf(*type_);
+    forEachPart(box, [&](hid_t memory, hid_t space) {
+        guarded(path_, [&] { return H5Dread(set_, type, memory, space, H5P_DEFAULT, samples); });
+    });
+}
+
+void DataSet::write(Adt::OpenEndedRange<4, int> const& box, void const* samples) {
+    Hdf5Call const call;
+    hid_t const type = memoryTypeOf(*type_);
+    forEachPart(box, [&](hid_t memory, hid_t space) {
+        Hdf5Call::check(H5Dwrite(set_, type, memory, space, H5P_DEFAULT, samples), path_);
+    });
+}
+
+void DataSet::flush() {
+    Hdf5Call const call;
+    Hdf5Call::check(H5Fflush(file_, H5F_SCOPE_GLOBAL), path_);
+}
+
+}  // namespace Quorvel::Dravik::Files::Detail
