@@ -150,7 +150,9 @@ Openers::Openers(std::shared_ptr<BrickPool> pool) : pool_(std::move(pool)) {
         [](auto const& def, Inputs inputs, Openers const&) { return cached(def, std::move(inputs)); });
     addSource<BulkDef::Source::ConstantDef>([](auto const& def, Openers const&) { return Detail::constantData(def); });
     addTransform<BulkDef::Transform::ConcatDef>(
-        [](auto const& def, Inputs inputs, Openers const&) { return Detail::joinedData(def, std::move(inputs)); });
+        [](BulkDef::Transform::ConcatDef const& def, Inputs inputs, Openers const&) {
+            return Detail::joinedData(def, std::move(inputs));
+        });
     addTransform<BulkDef::Transform::MultiresDef>([](auto const& def, Inputs inputs, Openers const& its) {
         return Detail::coarserData(def, std::move(inputs.front()), its);
     });
