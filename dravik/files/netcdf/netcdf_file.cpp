@@ -204,7 +204,7 @@ boost::shared_ptr<NetcdfFileDef const> read(Text::Node const& node, Text::Defini
 }
 
 // At load, so that whoever links or loads this library can open its files.
-[[maybe_unused]] bool const isRegistered = [] {
+[[maybe_unused]] bool const kIsRegistered = [] {
     registerNetcdf(Adt::BulkView::Openers::standard());
     Text::Forms::standard().add<NetcdfFileDef>("NetcdfFile", written, read);
     return true;

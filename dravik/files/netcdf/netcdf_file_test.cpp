@@ -32,7 +32,7 @@ class NetcdfFile : public testing::Test {
     // "netCDF-4".
     std::filesystem::path generate(std::string const& kind, std::string const& notation) const {
         std::ofstream(folder / "notation.cdl") << notation;
-        auto const path = folder / "generated.nc";
+        auto path = folder / "generated.nc";
         std::string const command =
             "ncgen -k '" + kind + "' -o " + path.string() + " " + (folder / "notation.cdl").string();
         EXPECT_EQ(std::system(command.c_str()), 0) << command;

@@ -224,7 +224,7 @@ boost::shared_ptr<RawFileDef const> read(Text::Node const& node, Text::Definitio
 }
 
 // At load, so that whoever links or loads this library can open its files.
-[[maybe_unused]] bool const isRegistered = [] {
+[[maybe_unused]] bool const kIsRegistered = [] {
     registerRaw(Adt::BulkView::Openers::standard());
     Text::Forms::standard().add<RawFileDef>("RawFile", written, read);
     return true;

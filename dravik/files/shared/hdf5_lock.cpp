@@ -4,7 +4,8 @@
 namespace Quorvel::Dravik::Files {
 
 std::recursive_mutex& hdf5Lock() noexcept {
-    static std::recursive_mutex& lock = *new std::recursive_mutex();
+    // Without memory for it the process ends.
+    static std::recursive_mutex& lock = *new std::recursive_mutex();  // NOLINT(bugprone-unhandled-exception-at-new)
     return lock;
 }
 

@@ -87,7 +87,7 @@ class Header {
         isBad_ = isBad_ || length < 1 || length > kLongest;
         skip(length);
         auto const text = isBad_ ? std::string_view() : bytes_.substr(begin, static_cast<std::size_t>(length));
-        isBad_ = isBad_ || text.find('\0') != text.npos;
+        isBad_ = isBad_ || text.find('\0') != std::string_view::npos;
         return text;
     }
     // Bytes of a number of the type that comes.

@@ -124,6 +124,7 @@ std::vector<Variable> Dataset::variables() const {
     int count = 0;
     check(nc_inq_nvars(id_, &count), path_);
     std::vector<Variable> all;
+    all.reserve(static_cast<std::size_t>(count));
     for (int id = 0; id < count; ++id) {
         all.push_back(describe(id));
     }

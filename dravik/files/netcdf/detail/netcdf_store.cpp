@@ -61,7 +61,7 @@ class LibraryNumbers final : public StoredNumbers {
 class MappedNumbers final : public StoredNumbers {
   public:
     MappedNumbers(MappedFile const& file, std::int64_t begin, Size const& size, std::type_info const& type)
-        : file_(file), begin_(begin), size_(size), bytes_(Adt::TypeRegister::sizeofTypeInBits(type) / 8), type_(type) {
+        : file_(file), begin_(begin), size_(size), bytes_(Adt::TypeRegister::sizeofTypeInBits(type) / 8) {
         if (bytes_ > 1 && std::endian::native == std::endian::little) {
             swap_.emplace(type);
         }
@@ -96,7 +96,6 @@ class MappedNumbers final : public StoredNumbers {
     std::int64_t begin_;
     Size size_;
     std::int64_t bytes_;
-    std::type_info const& type_;
     std::optional<Adt::Converters::ByteSwapConverter> swap_;
 };
 
