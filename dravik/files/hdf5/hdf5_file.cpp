@@ -50,8 +50,11 @@ Packing packingOf(DataSet const& set) {
     Packing packing;
     packing.scale = set.number("scale_factor").value_or(1);
     packing.offset = set.number("add_offset").value_or(0);
-    packing.missing[0] = set.number("_FillValue");
-    packing.missing[1] = set.number("missing_value");
+    for (char const* const name : {"_FillValue", "missing_value"}) {
+        if (auto const missing = set.number(name)) {
+            packing.missing.push_back(*missing);
+        }
+    }
     return packing;
 }
 
@@ -66,7 +69,7 @@ Adt::BulkView::DataInfo infoOf(DataSet const& set, std::string const& name, bool
     info.valueUnit = unit == info.attributes.end() ? "" : unit->second;
     if (isPacked) {
         auto const packing = packingOf(set);
-        info.missingValue = packing.missing[0] ? packing.missing[0] : packing.missing[1];
+        info.missingValue = packing.missing.empty() ? std::nullopt : std::optional(packing.missing.front());
         return info;
     }
     auto const isTold = [](auto const& attribute) {

@@ -84,9 +84,21 @@ Packing packingOf(Dataset const& dataset, Variable const& variable) {
     Packing packing;
     packing.scale = dataset.number(variable, "scale_factor").value_or(1);
     packing.offset = dataset.number(variable, "add_offset").value_or(0);
-    packing.missing[0] = dataset.number(variable, "_FillValue");
-    packing.missing[1] = dataset.number(variable, "missing_value");
+    for (char const* const attribute : {"_FillValue", "missing_value"}) {
+        auto const values = dataset.numbers(variable, attribute);
+        packing.missing.insert(packing.missing.end(), values.begin(), values.end());
+    }
     return packing;
+}
+
+std::vector<double> coordinatesOf(Dataset const& dataset, Variable const& variable) {
+    auto coordinates = dataset.coordinates(variable);
+    if (auto const packing = packingOf(dataset, variable); packing.isScaled()) {
+        for (double& each : coordinates) {
+            each = each * packing.scale + packing.offset;
+        }
+    }
+    return coordinates;
 }
 
 Adt::BulkView::DataInfo infoOf(
@@ -99,7 +111,7 @@ Adt::BulkView::DataInfo infoOf(
             if (each.name == variable.axes[axis] && each.axes.size() == 1 && canBeOpened(each) &&
                 each.shape[0] <= kMostCoordinates) {
                 info.axes[axis].unit = dataset.text(each, "units");
-                info.axes[axis].coordinates = dataset.coordinates(each);
+                info.axes[axis].coordinates = coordinatesOf(dataset, each);
             }
         }
     }
@@ -113,7 +125,7 @@ Adt::BulkView::DataInfo infoOf(
     };
     if (isPacked) {
         auto const packing = packingOf(dataset, variable);
-        info.missingValue = packing.missing[0] ? packing.missing[0] : packing.missing[1];
+        info.missingValue = packing.missing.empty() ? std::nullopt : std::optional(packing.missing.front());
     } else {
         info.attributes.erase(
             std::remove_if(info.attributes.begin(), info.attributes.end(), isTold), info.attributes.end());

@@ -118,6 +118,68 @@ TEST_F(NetcdfFile, UnpacksAndTellsWhatItKnows) {
     EXPECT_THAT(numbers, ElementsAre(-9, 3, 32767));
 }
 
+TEST_F(NetcdfFile, UnpacksByWhatAttributesSay) {
+    struct Row {
+        char const* name;
+        char const* kind;
+        char const* notation;  ///< the variable, its attributes and three numbers
+        std::vector<float> samples;
+    };
+    for (Row const& row : {
+             Row{"MissingOfAWiderType",
+                 "classic",
+                 "float v(n); v:scale_factor = 2.; v:missing_value = -999.9; data: v = 1, -999.9, 3;",
+                 {2, NAN, 6}},
+             Row{"ThreeMissing",
+                 "classic",
+                 "short v(n); v:missing_value = -1s, -2s, -3s; data: v = -3, -1, 7;",
+                 {NAN, NAN, 7}},
+             Row{"MissingBeforeUnsigned",
+                 "classic",
+                 "byte v(n); v:_Unsigned = \"true\"; v:_FillValue = -1b; data: v = -1, -2, 3;",
+                 {NAN, 254, 3}},
+             Row{"NoneOfItsNumbers",
+                 "classic",
+                 "float v(n); v:missing_value = 1e300; data: v = 1, Infinityf, 3;",
+                 {1, HUGE_VALF, 3}},
+         }) {
+        auto const path =
+            generate(row.kind, "netcdf x { dimensions: n = 3; variables: " + std::string(row.notation) + " }");
+        EXPECT_THAT(
+            samplesOf(*openNetcdfVariable({path, "v"}).store),
+            testing::Pointwise(testing::NanSensitiveFloatEq(), row.samples))
+            << row.name;
+    }
+    auto const told = openNetcdfVariable(
+        {generate(
+             "netCDF-4",
+             "netcdf x { dimensions: n = 2; variables: short n(n); n:scale_factor = 0.5; n:add_offset = 10.; "
+             "float v(n); string v:units = \"°C\"; data: n = 1, 2; v = 1, 2; }"),
+         "v"});
+    EXPECT_EQ(told.info.valueUnit, "°C");
+    EXPECT_THAT(told.info.axes[0].coordinates, ElementsAre(10.5, 11));
+}
+
+// The size of such a variable in bytes has more than 63 bits.
+TEST_F(NetcdfFile, ReadsNothingBehindASmallFile) {
+    auto const path = generate(
+        "classic",
+        "netcdf x { dimensions: a = 2; b = 2; c = 2; d = 2; variables: double v(a, b, c, d); data: v = 1; }");
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes(std::istreambuf_iterator<char>(file), {});
+    for (char const axis : {'a', 'b', 'c', 'd'}) {
+        bytes.replace(
+            bytes.find(std::string{axis, 0, 0, 0, 0, 0, 0, 2}) + 4, 4,
+            axis == 'd' ? std::string{0, 1, 0, 0} : std::string{0, 0, '\x80', 0});
+    }
+    std::ofstream(path, std::ios::binary) << bytes;
+    try {
+        EXPECT_FALSE(openNetcdfVariable({path, "v"}).store->servesParts()) << "read where it lies";
+    } catch (std::exception const& e) {
+        EXPECT_THAT(e.what(), testing::Not(HasSubstr("\n")));
+    }
+}
+
 TEST_F(NetcdfFile, MakesFilesThatTheFormatsToolReads) {
     NetcdfLayout layout;
     layout.variable = "depth";

@@ -68,10 +68,15 @@ class PackedStore final : public IBrickStore {
             }
             return;
         }
+        if (packing_.missing.size() > 2) {
+            std::transform(from, from + count, to, [&](N number) { return unpacked(number); });
+            return;
+        }
         // Locals, and no branch on what a loop needs not: the compiler makes vector code of it.
         double const scale = packing_.scale, offset = packing_.offset;
         double const none = std::numeric_limits<double>::quiet_NaN();
-        double const first = packing_.missing[0].value_or(none), second = packing_.missing[1].value_or(none);
+        double const first = packing_.missing.empty() ? none : packing_.missing.front();
+        double const second = packing_.missing.empty() ? none : packing_.missing.back();
         if (!packing_.isScaled()) {
             auto const one = static_cast<S>(first), other = static_cast<S>(second);
             for (std::size_t k = 0; k < count; ++k) {
@@ -86,9 +91,16 @@ class PackedStore final : public IBrickStore {
         }
     }
 
+    S unpacked(N number) const {
+        auto const stored = static_cast<double>(number);
+        return packing_.isMissing(stored) ? std::numeric_limits<S>::quiet_NaN()
+               : packing_.isScaled()      ? static_cast<S>(stored * packing_.scale + packing_.offset)
+                                          : static_cast<S>(number);
+    }
+
     N packed(S sample) const {
-        if (std::isnan(static_cast<double>(sample)) && (packing_.missing[0] || packing_.missing[1])) {
-            return static_cast<N>(packing_.missing[0] ? *packing_.missing[0] : *packing_.missing[1]);
+        if (std::isnan(static_cast<double>(sample)) && !packing_.missing.empty()) {
+            return static_cast<N>(packing_.missing.front());
         }
         double const number = (static_cast<double>(sample) - packing_.offset) / packing_.scale;
         if constexpr (std::is_floating_point_v<N>) {
@@ -111,9 +123,29 @@ class PackedStore final : public IBrickStore {
     Packing packing_;
 };
 
+// Missing values as N has them. One that N cannot hold is dropped, since no stored number equals it.
+template <class N>
+Packing storable(Packing packing) {
+    constexpr auto kLow = static_cast<double>(std::numeric_limits<N>::lowest());
+    constexpr auto kHigh = static_cast<double>(std::numeric_limits<N>::max());
+    std::vector<double> missing;
+    for (double value : packing.missing) {
+        // Told with the sign that the type has not in classic files.
+        value += std::is_unsigned_v<N> && value < 0 ? kHigh + 1 : 0;
+        bool const isHeld = std::is_integral_v<N> ? value >= kLow && value < kHigh + 1 && value == std::trunc(value)
+                                                  : value >= kLow && value <= kHigh;
+        if (isHeld) {
+            missing.push_back(static_cast<double>(static_cast<N>(value)));
+        }
+    }
+    packing.missing = std::move(missing);
+    return packing;
+}
+
 template <class N>
 std::shared_ptr<IBrickStore> storeOf(
-    std::unique_ptr<StoredNumbers> numbers, Size const& size, AccessTraits const& traits, Packing const& packing) {
+    std::unique_ptr<StoredNumbers> numbers, Size const& size, AccessTraits const& traits, Packing const& told) {
+    auto const packing = storable<N>(told);
     if (packing.isPlain()) {
         return std::make_shared<PackedStore<N, N>>(std::move(numbers), size, traits, packing);
     }

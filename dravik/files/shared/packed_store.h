@@ -7,9 +7,10 @@
 #include "dravik/adt/bulkview/stores/brick_store.h"
 #include "dravik/adt/export.h"
 
+#include <algorithm>
 #include <memory>
-#include <optional>
 #include <typeinfo>
+#include <vector>
 
 namespace Quorvel::Dravik::Files {
 
@@ -17,10 +18,13 @@ namespace Quorvel::Dravik::Files {
 struct Packing {
     double scale = 1;
     double offset = 0;
-    std::optional<double> missing[2];  ///< stored numbers that mean "missing"
+    std::vector<double> missing;  ///< stored numbers that mean "missing"; the first is written for not-a-number
 
     bool isScaled() const noexcept { return scale != 1 || offset != 0; }
-    bool isPlain() const noexcept { return !isScaled() && !missing[0] && !missing[1]; }
+    bool isPlain() const noexcept { return !isScaled() && missing.empty(); }
+    bool isMissing(double stored) const noexcept {
+        return std::find(missing.begin(), missing.end(), stored) != missing.end();
+    }
 };
 
 /// Numbers as a file stores them, in this machine's byte order.

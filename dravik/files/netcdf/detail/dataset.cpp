@@ -35,6 +35,10 @@ TypeRow const kTypes[] = {
     {NC_DOUBLE, &typeid(double)},
 };
 
+nc_type unsignedOf(nc_type type) {
+    return type == NC_BYTE ? NC_UBYTE : type == NC_SHORT ? NC_USHORT : type == NC_INT ? NC_UINT : type;
+}
+
 std::string shortest(double number) {
     char text[32];
     return {text, std::to_chars(text, text + sizeof text, number).ptr};
@@ -116,6 +120,9 @@ Variable Dataset::describe(int id) const {
     if (!axes.empty() && nc_inq_var_chunking(id_, id, &storage, chunks.data()) == NC_NOERR && storage == NC_CHUNKED) {
         variable.chunks = chunks;
     }
+    if (auto const told = text(variable, "_Unsigned"); told == "true") {
+        variable.type = unsignedOf(variable.type);
+    }
     return variable;
 }
 
@@ -131,17 +138,22 @@ std::vector<Variable> Dataset::variables() const {
     return all;
 }
 
-std::optional<double> Dataset::number(Variable const& variable, char const* attribute) const {
+std::vector<double> Dataset::numbers(Variable const& variable, char const* attribute) const {
     std::lock_guard const lock(hdf5Lock());
     nc_type type = NC_NAT;
     std::size_t length = 0;
     if (nc_inq_att(id_, variable.id, attribute, &type, &length) != NC_NOERR || sampleTypeOf(type) == nullptr ||
-        length != 1) {
-        return std::nullopt;
+        length > kMostAttribute) {
+        return {};
     }
-    double value = 0;
-    check(nc_get_att_double(id_, variable.id, attribute, &value), path_);
-    return value;
+    std::vector<double> values(length);
+    check(nc_get_att_double(id_, variable.id, attribute, values.data()), path_);
+    return values;
+}
+
+std::optional<double> Dataset::number(Variable const& variable, char const* attribute) const {
+    auto const values = numbers(variable, attribute);
+    return values.size() == 1 ? std::optional(values.front()) : std::nullopt;
 }
 
 std::string Dataset::text(Variable const& variable, char const* attribute) const {
@@ -156,13 +168,17 @@ std::string Dataset::text(Variable const& variable, char const* attribute) const
         check(nc_get_att_text(id_, variable.id, attribute, value.data()), path_);
         return value.substr(0, value.find('\0'));
     }
-    if (sampleTypeOf(type) == nullptr) {
-        return {};
-    }
-    std::vector<double> numbers(length);
-    check(nc_get_att_double(id_, variable.id, attribute, numbers.data()), path_);
     std::string value;
-    for (double const number : numbers) {
+    if (type == NC_STRING) {
+        std::vector<char*> parts(length, nullptr);
+        check(nc_get_att_string(id_, variable.id, attribute, parts.data()), path_);
+        for (char const* const part : parts) {
+            value.append(value.empty() ? 0 : 1, ' ').append(part == nullptr ? "" : part);
+        }
+        nc_free_string(length, parts.data());
+        return value;
+    }
+    for (double const number : numbers(variable, attribute)) {
         value.append(value.empty() ? 0 : 1, ' ').append(shortest(number));
     }
     return value;
@@ -184,7 +200,11 @@ std::vector<std::pair<std::string, std::string>> Dataset::attributes(Variable co
 std::vector<double> Dataset::coordinates(Variable const& variable) const {
     std::lock_guard const lock(hdf5Lock());
     std::vector<double> values(variable.shape.at(0));
-    check(nc_get_var_double(id_, variable.id, values.data()), path_);
+    std::size_t const start = 0;
+    check(
+        guarded(
+            path_, [&] { return nc_get_vara_double(id_, variable.id, &start, variable.shape.data(), values.data()); }),
+        path_);
     return values;
 }
 

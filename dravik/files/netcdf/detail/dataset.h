@@ -20,7 +20,7 @@ namespace Quorvel::Dravik::Files::Detail {
 struct Variable {
     std::string name;
     int id = 0;
-    nc_type type = NC_NAT;
+    nc_type type = NC_NAT;  ///< unsigned where the attribute `_Unsigned` says so, as classic files have it
     std::vector<std::string> axes;
     std::vector<std::size_t> shape;
     std::vector<std::size_t> chunks;  ///< empty where it lies in one piece
@@ -38,6 +38,9 @@ class Dataset {
     std::filesystem::path const& path() const noexcept { return path_; }
 
     std::vector<Variable> variables() const;
+    /// The elements of an attribute; none where it is not there or is no number.
+    std::vector<double> numbers(Variable const& variable, char const* attribute) const;
+    /// The only one.
     std::optional<double> number(Variable const& variable, char const* attribute) const;
     std::string text(Variable const& variable, char const* attribute) const;
     /// All attributes, numbers as text.

@@ -11,6 +11,8 @@
 #include <bit>
 #include <climits>
 #include <cstring>
+#include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 
@@ -123,8 +125,9 @@ std::unique_ptr<StoredNumbers> mappedNumbers(
     file->access([&] {
         begin = classicVariableAt({file->data(), static_cast<std::size_t>(file->byteSize())}, variable.name);
     });
-    auto const bytes = Box::OfSize(size).pointCount() * (Adt::TypeRegister::sizeofTypeInBits(type) / 8);
-    if (!begin || *begin < 0 || file->byteSize() - *begin < bytes) {
+    int const bytes = Adt::TypeRegister::sizeofTypeInBits(type) / 8;
+    // Divided: a header may claim more bytes than 63 bits count.
+    if (!begin || *begin < 0 || Box::OfSize(size).pointCount() > (file->byteSize() - *begin) / bytes) {
         return nullptr;
     }
     return std::make_unique<OwnedMapping>(std::move(file), *begin, size, type);
