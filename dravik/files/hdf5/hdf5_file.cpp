@@ -156,8 +156,9 @@ std::vector<hsize_t> chunksOf(Hdf5Layout const& layout) {
         return {layout.chunks.begin(), layout.chunks.end()};
     }
     std::vector<hsize_t> chunks(layout.shape.begin(), layout.shape.end());
+    int const sampleBytes = Adt::TypeRegister::sizeofTypeInBits(typeOf(layout)) / 8;
     auto const byteSize = [&] {
-        double bytes = Adt::TypeRegister::sizeofTypeInBits(typeOf(layout)) / 8;
+        double bytes = sampleBytes;
         for (hsize_t const length : chunks) {
             bytes *= static_cast<double>(length);
         }
@@ -297,7 +298,7 @@ std::vector<std::string> hdf5DataSets(std::filesystem::path const& path) {
     auto names = DataSet::namesIn(path);
     auto const cannotBeOpened = [&](std::string const& name) {
         try {
-            DataSet(path, name, /*writable=*/false);
+            DataSet const opened(path, name, /*writable=*/false);
             return false;
         } catch (std::runtime_error const&) {
             return true;
