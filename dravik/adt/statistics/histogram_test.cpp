@@ -36,8 +36,10 @@ float anySample(Testing::Random& random, float scale) {
         return random.oneOf({kNaN, kInf, -kInf});
     case 1:
         return random.oneOf({FLT_MIN, -FLT_TRUE_MIN, scale * 1e4f, -scale * 1e7f});
-    case 2:
-        return std::nextafter(scale * static_cast<float>(random.between(-3, 3)), random.oneOf({-kInf, kInf}));
+    case 2: {
+        float const towards = random.oneOf({-kInf, kInf});  // first, whatever the compiler's order of arguments
+        return std::nextafter(scale * static_cast<float>(random.between(-3, 3)), towards);
+    }
     default:
         return scale * static_cast<float>(random.between(-400, 600)) / 256.0f;
     }
