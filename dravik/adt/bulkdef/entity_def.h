@@ -34,7 +34,7 @@ class DRAVIK_ADT_EXPORT EntityDef : public Detail::DefinitionRoot<EntityDef> {
     virtual std::unique_ptr<EntityDef> makeClone() const = 0;
 
   private:
-    friend Detail::DefinitionRoot<EntityDef>;
+    friend class Detail::DefinitionRoot<EntityDef>;
 };
 
 extern template class Detail::DefinitionRoot<EntityDef>;

@@ -36,7 +36,7 @@ class DRAVIK_ADT_EXPORT SourceDef : public Detail::DefinitionRoot<SourceDef> {
     virtual std::unique_ptr<SourceDef> makeClone() const = 0;
 
   private:
-    friend Detail::DefinitionRoot<SourceDef>;
+    friend class Detail::DefinitionRoot<SourceDef>;
 };
 
 extern template class Detail::DefinitionRoot<SourceDef>;

@@ -34,7 +34,7 @@ class DRAVIK_ADT_EXPORT TransformDef : public Detail::DefinitionRoot<TransformDe
     virtual std::unique_ptr<TransformDef> makeClone() const = 0;
 
   private:
-    friend Detail::DefinitionRoot<TransformDef>;
+    friend class Detail::DefinitionRoot<TransformDef>;
 };
 
 extern template class Detail::DefinitionRoot<TransformDef>;

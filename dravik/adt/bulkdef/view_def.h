@@ -30,7 +30,7 @@ class DRAVIK_ADT_EXPORT ViewDef : public Detail::DefinitionRoot<ViewDef> {
     virtual std::unique_ptr<ViewDef> makeClone() const = 0;
 
   private:
-    friend Detail::DefinitionRoot<ViewDef>;
+    friend class Detail::DefinitionRoot<ViewDef>;
 };
 
 extern template class Detail::DefinitionRoot<ViewDef>;

@@ -220,6 +220,7 @@ class IndexSet<N, T>::OwnBoxes {
     IndexSet set_;
 };
 
+/// @cond
 template <int N, class T>
 auto IndexSet<N, T>::boxes() && -> OwnBoxes {
     return OwnBoxes(std::move(*this));
@@ -229,6 +230,7 @@ template <int N, class T>
 auto IndexSet<N, T>::boxes() const&& -> OwnBoxes {
     return OwnBoxes(*this);
 }
+/// @endcond
 
 extern template class Detail::IndexSetTreePointer<1>;
 extern template class Detail::IndexSetTreePointer<2>;
