@@ -30,7 +30,8 @@ build_id=$(readelf --notes "$library" | sed -n 's/.*Build ID: //p')
 test -e "$work/root/usr/lib/debug/.build-id/${build_id:0:2}/${build_id:2}.debug"
 test -e "$work/root/usr/share/doc/libdravik-adt-doc/html/index.html"
 # The Python package imports from where it lies, and xarray finds its engine.
-(cd "$work" && PYTHONPATH=$work/root/usr/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 - <<'PYTHON'
+export LD_LIBRARY_PATH=${library%/*} PYTHONPATH=$work/root/usr/lib/python3/dist-packages
+(cd "$work" && PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 - <<'PYTHON'
 import dravik_adt
 import xarray
 
