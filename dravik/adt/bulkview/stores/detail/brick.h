@@ -71,6 +71,7 @@ class Brick final : public BufferHandle::Owner, public InTable, public InOrder {
     bool isWritten = false;     ///< lent for writing since it was last carried down
     bool isCarried = false;     ///< a thread is carrying it down
     bool wasAskedFor = true;    ///< since the last look for room; a new one counts as asked for, as those before it do
+    std::uint64_t turn = 0;     ///< its place in the line of those that are looked at for room
     std::int64_t writers = 0;   ///< how often it was lent for writing
     std::uint64_t flushed = 0;  ///< the last flush that met it
 

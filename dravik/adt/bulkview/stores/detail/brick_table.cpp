@@ -120,8 +120,7 @@ void BrickTable::noteWriter(Shard& shard, Brick& brick) {
     brick.isWritten = true;
     ++brick.writers;
     if (brick.kept == nullptr) {
-        brick.kept.reset(&brick);
-        shard.inOrder.push_back(brick);
+        keep(shard, brick);
         bytesKept_.fetch_add(brick.byteSize(), std::memory_order_relaxed);
     }
 }
@@ -161,10 +160,21 @@ bool BrickTable::insert(Shard& shard, Brick& brick, bool isKept) {
     }
     shard.counters.misses += brick.byteSize() > 0 ? 1 : 0;
     if (isKept) {
-        brick.kept.reset(&brick);
-        shard.inOrder.push_back(brick);
+        keep(shard, brick);
     }
     return true;
+}
+
+void BrickTable::keep(Shard& shard, Brick& brick) noexcept {
+    brick.kept.reset(&brick);
+    brick.turn = turns_.fetch_add(1, std::memory_order_relaxed);
+    shard.inOrder.push_back(brick);
+    noteFront(shard);
+}
+
+void BrickTable::noteFront(Shard const& shard) noexcept {
+    std::uint64_t const turn = shard.inOrder.empty() ? kNoTurn : shard.inOrder.front().turn;
+    fronts_[static_cast<std::size_t>(&shard - shards_.data())].turn.store(turn, std::memory_order_relaxed);
 }
 
 bool BrickTable::Claims::add(StorePtr const& store, Box const& box) {
@@ -223,6 +233,7 @@ boost::intrusive_ptr<Brick> BrickTable::takeOut(Shard& shard, Brick& brick) noex
     shard.bricks.erase(shard.bricks.iterator_to(brick));
     if (brick.kept != nullptr) {
         shard.inOrder.erase(shard.inOrder.iterator_to(brick));
+        noteFront(shard);
         bytesKept_.fetch_sub(brick.byteSize(), std::memory_order_relaxed);
     }
     return std::move(brick.kept);
@@ -257,11 +268,19 @@ void BrickTable::growIfFull(Shard& shard) {
 void BrickTable::makeRoom(std::int64_t byteSize) {
     bytesKept_.fetch_add(byteSize, std::memory_order_relaxed);
     try {
-        std::size_t fruitless = 0;
-        // In the first round every brick gets its second chance, in the next one it has had it.
-        while (bytesKept_.load(std::memory_order_relaxed) > byteBudget_ && fruitless <= 2 * kShards) {
-            Shard& shard = shards_[nextShard_.fetch_add(1, std::memory_order_relaxed) % kShards];
-            fruitless = evictFrom(shard) ? 0 : fruitless + 1;
+        // Every brick gets its second chance once, and is looked at once more after that.
+        std::uint64_t const begin = turns_.load(std::memory_order_relaxed);
+        std::uint64_t end = kNoTurn;
+        while (bytesKept_.load(std::memory_order_relaxed) > byteBudget_) {
+            std::size_t const first = shardFirstInLine();
+            std::uint64_t const turn = fronts_[first].turn.load(std::memory_order_relaxed);
+            if (turn >= begin && end == kNoTurn) {
+                end = turns_.load(std::memory_order_relaxed);
+            }
+            if (turn >= end) {
+                break;
+            }
+            evictFront(shards_[first]);
         }
     } catch (...) {
         bytesKept_.fetch_sub(byteSize, std::memory_order_relaxed);
@@ -269,34 +288,45 @@ void BrickTable::makeRoom(std::int64_t byteSize) {
     }
 }
 
-// Drops the first brick that nobody holds and nobody has asked for since the last look; false if there is none.
-bool BrickTable::evictFrom(Shard& shard) {
+std::size_t BrickTable::shardFirstInLine() const noexcept {
+    std::size_t first = 0;
+    std::uint64_t turn = kNoTurn;
+    for (std::size_t shard = 0; shard < kShards; ++shard) {
+        std::uint64_t const next = fronts_[shard].turn.load(std::memory_order_relaxed);
+        if (next < turn) {
+            first = shard;
+            turn = next;
+        }
+    }
+    return first;
+}
+
+// Drops the first brick in line if nobody holds it and nobody has asked for it since the last look, and sends it to the
+// end of the line otherwise.
+void BrickTable::evictFront(Shard& shard) {
     boost::intrusive_ptr<Brick> dropped;
     boost::intrusive_ptr<Brick> brick;
     Lock lock(shard.mutex);
-    for (std::size_t looks = shard.inOrder.size(); looks > 0 && !shard.inOrder.empty(); --looks) {
-        Brick& front = shard.inOrder.front();
-        shard.inOrder.splice(shard.inOrder.end(), shard.inOrder, shard.inOrder.begin());
-        bool const isIdle = front.state == Brick::State::kReady && front.references() < kTableAndCaller;
-        if (!isIdle || std::exchange(front.wasAskedFor, false)) {
-            continue;
-        }
-        brick.reset(&front);
-        if (brick->isWritten) {
-            carryDown(shard, lock, brick);
-        }
-        if (!brick->isWritten && brick->references() == kTableAndCaller) {
-            dropped = takeOut(shard, *brick);
-            ++shard.counters.evictions;
-            lock.unlock();
-            return true;
-        }
-        lock.unlock();
-        brick.reset();
-        lock.lock();
+    if (shard.inOrder.empty()) {
+        return;
+    }
+    Brick& front = shard.inOrder.front();
+    front.turn = turns_.fetch_add(1, std::memory_order_relaxed);
+    shard.inOrder.splice(shard.inOrder.end(), shard.inOrder, shard.inOrder.begin());
+    noteFront(shard);
+    bool const isIdle = front.state == Brick::State::kReady && front.references() < kTableAndCaller;
+    if (!isIdle || std::exchange(front.wasAskedFor, false)) {
+        return;
+    }
+    brick.reset(&front);
+    if (brick->isWritten) {
+        carryDown(shard, lock, brick);
+    }
+    if (!brick->isWritten && brick->references() == kTableAndCaller) {
+        dropped = takeOut(shard, *brick);
+        ++shard.counters.evictions;
     }
     lock.unlock();
-    return false;
 }
 
 // Gives the lock away while a brick is carried down, and takes it again.

@@ -76,6 +76,8 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
         Brick, boost::intrusive::hash<Hash>, boost::intrusive::equal<Equal>, boost::intrusive::power_2_buckets<true>>;
     using Buckets = std::vector<Set::bucket_type>;
 
+    static constexpr std::uint64_t kNoTurn = UINT64_MAX;
+
     struct Shard {
         Shard();
 
@@ -83,8 +85,12 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
         std::condition_variable changed;  // a reading or carrying has ended
         Buckets buckets;
         Set bricks;                             // all that are known
-        boost::intrusive::list<Brick> inOrder;  // those that are kept; looked at for room from the front
+        boost::intrusive::list<Brick> inOrder;  // those that are kept, by their turns
         BrickPool::Counters counters;
+    };
+    /// The turn of a shard's first brick, for a look without the shard's lock.
+    struct Front {
+        std::atomic<std::uint64_t> turn{kNoTurn};
     };
     using Lock = std::unique_lock<std::mutex>;
     class Carrying;
@@ -95,7 +101,10 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     boost::intrusive_ptr<Brick> findReady(Shard& shard, Lock& lock, HashedKey const& key, bool writes);
     void growIfFull(Shard& shard);
     void makeRoom(std::int64_t byteSize);
-    bool evictFrom(Shard& shard);
+    std::size_t shardFirstInLine() const noexcept;
+    void evictFront(Shard& shard);
+    void keep(Shard& shard, Brick& brick) noexcept;
+    void noteFront(Shard const& shard) noexcept;
     bool insert(Shard& shard, Brick& brick, bool isKept);
     void noteWriter(Shard& shard, Brick& brick);
     void read(Shard& shard, boost::intrusive_ptr<Brick> const& brick, bool writes);
@@ -113,7 +122,8 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     std::shared_ptr<BrickPool::Diagnostics const> diagnostics_;
     std::array<Shard, kShards> shards_;
     std::atomic<std::int64_t> bytesKept_{0};
-    std::atomic<std::size_t> nextShard_{0};  // where room is looked for next
+    std::atomic<std::uint64_t> turns_{0};  // given so far
+    std::array<Front, kShards> fronts_;
     std::atomic<std::uint64_t> flushes_{0};
     mutable std::mutex storesMutex_;
     std::list<std::weak_ptr<PooledStore>> stores_;
