@@ -320,7 +320,7 @@ void BrickTable::evictFront(Shard& shard) {
     }
     brick.reset(&front);
     if (brick->isWritten) {
-        carryDown(shard, lock, brick);
+        carryDown(shard, lock, brick, Carried::kIdle);
     }
     if (!brick->isWritten && brick->references() == kTableAndCaller) {
         dropped = takeOut(shard, *brick);
@@ -352,13 +352,13 @@ class BrickTable::Carrying {
 
 // Hands a written brick to its store, without the lock meanwhile. It counts as carried down unless somebody may have
 // written into it since: whoever held it before, or got it for writing meanwhile.
-void BrickTable::carryDown(Shard& shard, Lock& lock, boost::intrusive_ptr<Brick> const& brick) {
+void BrickTable::carryDown(Shard& shard, Lock& lock, boost::intrusive_ptr<Brick> const& brick, Carried which) {
     // In turns: an older state that arrived after a newer one would undo it.
     shard.changed.wait(lock, [&] { return !brick->isCarried; });
-    if (!brick->isWritten) {
+    bool const isHeld = brick->references() > kTableAndCaller;
+    if (!brick->isWritten || (isHeld && which == Carried::kIdle)) {
         return;
     }
-    bool const isHeld = brick->references() > kTableAndCaller;
     std::int64_t const writers = brick->writers;
     {
         Carrying const carrying(shard, lock, *brick);
@@ -389,7 +389,7 @@ void BrickTable::carryAll(Carried which, PooledStore const* store, std::exceptio
         while (auto const brick = nextToFlush(shard, which, store, flush)) {
             try {
                 Lock lock(shard.mutex);
-                carryDown(shard, lock, brick);
+                carryDown(shard, lock, brick, which);
             } catch (...) {
                 failure = failure != nullptr ? failure : std::current_exception();
             }

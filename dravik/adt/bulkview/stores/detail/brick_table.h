@@ -108,7 +108,7 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     bool insert(Shard& shard, Brick& brick, bool isKept);
     void noteWriter(Shard& shard, Brick& brick);
     void read(Shard& shard, boost::intrusive_ptr<Brick> const& brick, bool writes);
-    void carryDown(Shard& shard, Lock& lock, boost::intrusive_ptr<Brick> const& brick);
+    void carryDown(Shard& shard, Lock& lock, boost::intrusive_ptr<Brick> const& brick, Carried which);
     boost::intrusive_ptr<Brick> nextToFlush(Shard& shard, Carried which, PooledStore const* store, std::uint64_t flush);
     boost::intrusive_ptr<Brick> takeOut(Shard& shard, Brick& brick) noexcept;
     boost::intrusive_ptr<Brick> takeFirst(Shard& shard) noexcept;
