@@ -384,11 +384,20 @@ AccessTraits ValueConvertFilter::traits() const {
     traits.sampleType = &forward_->getOutputType();
     traits.bitSize = bitSize();
     traits.writable = traits.writable && inverse_ != nullptr;
+    if (!knowsSampleSizes()) {
+        traits.concurrency = AccessTraits::Concurrency::Serial;  // runs of two clones may overlap
+    }
     return traits;
 }
 
 int ValueConvertFilter::bitSize() const {
     return bitsOf(forward_->getOutputType(), sampleSize_);
+}
+
+// Samples of unknown size cannot be addressed, nor kept between two converters.
+bool ValueConvertFilter::knowsSampleSizes() const {
+    return TypeRegister::isTypeRegisted(forward_->getInputType()) &&
+           TypeRegister::isTypeRegisted(forward_->getOutputType());
 }
 
 bool ValueConvertFilter::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
@@ -422,9 +431,7 @@ bool ValueConvertFilter::tryTransfer(RegionRequest const& request, RegionTransfe
 }
 
 bool ValueConvertFilter::tryPass(RegionRequest const& request, RegionTransfer& transfer) {
-    // Samples of unknown size cannot be addressed, nor kept between two converters.
-    if (!TypeRegister::isTypeRegisted(forward_->getInputType()) ||
-        !TypeRegister::isTypeRegisted(forward_->getOutputType())) {
+    if (!knowsSampleSizes()) {
         return false;
     }
     auto below = request;

@@ -100,6 +100,7 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
     template <class Predicate>
     std::vector<void const*> invalidateBlocks(Predicate const& isMeant);
     int bitSize() const;
+    bool knowsSampleSizes() const;
     bool tryPass(RegionRequest const& request, RegionTransfer& transfer);
     void carryDown() const;
     Owners showing(ExtentK<4, int> const& region) const;
