@@ -60,6 +60,7 @@
 #include "dravik/adt/bulkview/regions/blocks.h"
 #include "dravik/adt/bulkview/regions/for_each_block.h"
 #include "dravik/adt/bulkview/regions/gather.h"
+#include "dravik/adt/bulkview/regions/lent_blocks.h"
 #include "dravik/adt/bulkview/regions/padding.h"
 #include "dravik/adt/bulkview/regions/region.h"
 #include "dravik/adt/bulkview/regions/region_access.h"

@@ -5,6 +5,7 @@
 #include "dravik/adt/exceptions/simple_exception.h"
 
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 
 namespace Quorvel::Dravik::Adt::BulkView::Accessors {
@@ -58,7 +59,10 @@ AccessTraits MemoryAccessor::traits() const {
 bool MemoryAccessor::tryTransfer(RegionRequest const& request, RegionTransfer& transfer) {
     auto const min = array_.range().min;
     if (!request.region.lowCorner().allGreaterEqual(min)) {
-        return false;  // the block lent for it will not contain it, and whoever walks the blocks says so
+        std::ostringstream text;
+        text << "[MemoryAccessor] The region " << request.region << " reaches below the range " << array_.range()
+             << " of the array.";
+        throw std::out_of_range(text.str());
     }
     BufferHandle handle;
     getBuffer(min, request.access, handle);

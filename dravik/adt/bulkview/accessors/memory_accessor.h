@@ -41,7 +41,7 @@ class DRAVIK_ADT_EXPORT MemoryAccessor : public IBufferAccessor, public IRegionA
     /// Any cut of the array is as good as another.
     AccessTraits traits() const override;
     /// Copies a region at once.
-    /// @throws as SharedArray::allocate does
+    /// @throws std::out_of_range for a region that reaches below the array's range; as SharedArray::allocate does
     bool tryTransfer(RegionRequest const& request, RegionTransfer& transfer) override;
     /// Nothing is ever held back.
     void flush() override;

@@ -24,17 +24,6 @@ namespace {
 using Region = ExtentK<4, int>;
 using Box = OpenEndedRange<4, int>;
 
-void requireInside(Region const& region, FixedVector<4, int> const& size) {
-    for (int axis = 0; axis < 4; ++axis) {
-        auto const& along = region.data()[axis];
-        std::int64_t const last = along.origin + (std::int64_t{along.count} - 1) * along.step;
-        if (std::min<std::int64_t>(along.origin, last) < 0 ||
-            std::max<std::int64_t>(along.origin, last) >= size.data()[axis]) {
-            Detail::refuseRegion<std::out_of_range>(region, " reaches outside the size ", size, ".");
-        }
-    }
-}
-
 bool overlapsItself(ArrayRef<4> const& array) {
     Detail::CopyAxis axes[4];
     for (int axis = 0; axis < 4; ++axis) {
@@ -186,7 +175,7 @@ void transferRegion(IBufferAccessor& accessor, RegionRequest request, TransferOp
     std::type_info const& above = request.array.valueType();
     request.converter = isRead ? Detail::converterOf(below, above, options.converter)
                                : Detail::converterOf(above, below, options.converter);
-    requireInside(request.region, accessor.getSize());
+    Detail::requireInside(request.region, accessor.getSize());
     bool const isInOrder = isRead && overlapsItself(request.array);
     if (!isInOrder && mayBeShared(request, traits, options)) {
         if (auto const cut = cutOf(request.region, traits, options.workers); cut.starts.size() > 1) {

@@ -21,6 +21,9 @@ BlockWalk::BlockWalk(
 void BlockWalk::fetch() {
     auto const index = nextIndex();
     OpenEndedRange<4, int> block;
+    if (handle_.isInvalidated()) {
+        handle_.reset(/*releaseOwner=*/true);
+    }
     for (bool isFetched = false; !isFetched;) {
         notices_ = handle_.notices();
         accessor_.getBuffer(index, access_, handle_);

@@ -3,17 +3,23 @@
 
 #include "dravik/adt/converters/value_converter_factory.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <stdexcept>
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
+
+void requireBitSize(int bitSize) {
+    if (bitSize <= 0 || (bitSize != 1 && bitSize % 8 != 0)) {
+        refuseRegion<std::invalid_argument>("samples of ", bitSize, " bits, neither 1 nor whole bytes.");
+    }
+}
 
 void requireMemory(char const* data, int bitSize) {
     if (data == nullptr) {
         refuseRegion<std::invalid_argument>("an array without memory.");
     }
-    if (bitSize <= 0 || (bitSize != 1 && bitSize % 8 != 0)) {
-        refuseRegion<std::invalid_argument>("samples of ", bitSize, " bits, neither 1 nor whole bytes.");
-    }
+    requireBitSize(bitSize);
 }
 
 void requireFit(ExtentK<4, int> const& region, ArrayRef<4> const& array) {
@@ -27,6 +33,17 @@ void requireFit(ExtentK<4, int> const& region, ArrayRef<4> const& array) {
         }
     }
     requireMemory(array.data(), array.bitSize());
+}
+
+void requireInside(ExtentK<4, int> const& region, FixedVector<4, int> const& size) {
+    for (int axis = 0; axis < 4; ++axis) {
+        auto const& along = region.data()[axis];
+        std::int64_t const last = along.origin + (std::int64_t{along.count} - 1) * along.step;
+        if (std::min<std::int64_t>(along.origin, last) < 0 ||
+            std::max<std::int64_t>(along.origin, last) >= size.data()[axis]) {
+            refuseRegion<std::out_of_range>(region, " reaches outside the size ", size, ".");
+        }
+    }
 }
 
 IValueConverter::ConstPtr converterOf(
