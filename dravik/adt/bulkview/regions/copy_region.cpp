@@ -27,15 +27,6 @@ std::type_info const& handedOver(AccessTraits const& from, AccessTraits const& t
     return type;
 }
 
-std::int64_t samplesOf(FixedVector<4, int> const& naturalBlock, Box const& whole) {
-    std::int64_t samples = 1;
-    for (int axis = 0; axis < 4; ++axis) {
-        samples *=
-            std::clamp(naturalBlock.data()[axis], 1, whole.size(axis) > 0 ? static_cast<int>(whole.size(axis)) : 1);
-    }
-    return samples;
-}
-
 }  // namespace
 
 void copyRegion(IBufferAccessor& from, IBufferAccessor& to, TransferOptions const& options) {
@@ -52,10 +43,10 @@ void copyRegion(IBufferAccessor& from, IBufferAccessor& to, TransferOptions cons
     Detail::converterOf(*source.sampleType, type, options.converter);  // refused before anything is asked
     int const bitSize = TypeRegister::sizeofTypeInBits(type);
     int const most = std::max(options.workers, 1);
-    // Blocks of the target are never cut between two workers.
-    std::int64_t const budget =
-        std::max(options.byteBudget * 8 / bitSize / most, samplesOf(target.naturalBlock, whole));
-    Blocks const blocks(target, whole, std::max<std::int64_t>(budget, 1));
+    // Boxes enough to share out, though never a part of a block of the target.
+    std::int64_t const share = most > 1 ? whole.pointCount() / (std::int64_t{4} * most) : whole.pointCount();
+    std::int64_t const budget = std::min(options.byteBudget * 8 / bitSize / most, share);
+    Blocks const blocks(target, whole, std::max(budget, Detail::samplesOfBlock(target, whole)));
     std::int64_t const bytesEach = (blocks.sampleCount() * bitSize + 7) / 8;
     int const workers =
         bitSize % 8 != 0 ? 1 : Detail::workersFor(options, {&source, &target}, blocks.size(), bytesEach);

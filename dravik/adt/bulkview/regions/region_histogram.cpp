@@ -3,6 +3,7 @@
 
 #include "dravik/adt/bulkview/regions/blocks.h"
 #include "dravik/adt/bulkview/regions/detail/dense_blocks.h"
+#include "dravik/adt/bulkview/regions/detail/region_checks.h"
 #include "dravik/adt/bulkview/regions/detail/workers.h"
 #include "dravik/adt/bulkview/regions/region.h"
 
@@ -59,11 +60,13 @@ void addRegion(Histogram& histogram, IBufferAccessor& accessor, Region const& re
     if (region.isEmpty()) {
         return;
     }
+    Detail::requireInside(region, accessor.getSize());
     AccessTraits const traits = traitsOf(accessor);
     constexpr std::int64_t kBytes = sizeof(float);
-    std::int64_t const budget =
-        std::min(options.byteBudget / kBytes / std::max(options.workers, 1), std::int64_t{1} << 20);
-    Blocks const blocks(traits, boundsOf(region), std::max<std::int64_t>(budget, 1));
+    constexpr std::int64_t kMost = std::int64_t{1} << 18;  // samples: what a processor keeps close, and enough boxes
+    auto const bounds = boundsOf(region);
+    std::int64_t const budget = std::min(options.byteBudget / kBytes / std::max(options.workers, 1), kMost);
+    Blocks const blocks(traits, bounds, std::max(budget, Detail::samplesOfBlock(traits, bounds)));
     int const workers = histogram.isFlexible()
                             ? 1
                             : Detail::workersFor(options, {&traits}, blocks.size(), blocks.sampleCount() * kBytes);

@@ -36,6 +36,14 @@ int workersFor(
     return static_cast<int>(std::max<std::int64_t>(std::min({std::int64_t{options.workers}, pieceCount, roomFor}), 1));
 }
 
+std::int64_t samplesOfBlock(AccessTraits const& traits, OpenEndedRange<4, int> const& range) {
+    std::int64_t samples = 1;
+    for (int axis = 0; axis < 4; ++axis) {
+        samples *= std::clamp<std::int64_t>(traits.naturalBlock.data()[axis], 1, range.size(axis));
+    }
+    return samples;
+}
+
 ArrayRef<4> denseArray(char* memory, OpenEndedRange<4, int> const& box, std::type_info const& type, int bitSize) {
     return {box, SharedArray<4>::DenseStrides(box), memory, 0, type, bitSize};
 }

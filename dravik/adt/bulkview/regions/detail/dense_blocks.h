@@ -37,6 +37,10 @@ int workersFor(
     TransferOptions const& options, std::initializer_list<AccessTraits const*> chains, std::int64_t pieceCount,
     std::int64_t bytesEach);
 
+/// Samples of a natural block, as far as it can lie in `range`.
+/// @pre the range is not empty
+std::int64_t samplesOfBlock(AccessTraits const& traits, OpenEndedRange<4, int> const& range);
+
 /// Memory as an array of the box's samples, dense with the last axis fastest.
 ArrayRef<4> denseArray(char* memory, OpenEndedRange<4, int> const& box, std::type_info const& type, int bitSize);
 
