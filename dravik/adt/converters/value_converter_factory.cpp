@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/converters/value_converter_factory.h"
 
-#include "dravik/adt/converters/basic_down_scale_converter.h"
 #include "dravik/adt/converters/composite_converter.h"
 #include "dravik/adt/converters/copy_converter.h"
 #include "dravik/adt/converters/detail/pair_table.h"
-#include "dravik/adt/converters/down_scale_converter.h"
-#include "dravik/adt/converters/float_converter.h"
 #include "dravik/adt/converters/int1_copy_converter.h"
-#include "dravik/adt/converters/pure_type_converter.h"
-#include "dravik/adt/converters/storage_type_converter.h"
+#include "dravik/adt/converters/number_converters.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/platform/type_name.h"
