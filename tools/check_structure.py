@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Checks the rules of the tree: who may include whom and that no headers include each other, that headers are short and
-light, that adt.h names every public header, that the pages quote what the examples print, and that every test file is built
-by a target."""
+"""Checks the rules of the tree: who may include whom and that no headers include each other, that functions and headers are
+short and headers light, that adt.h names every public header, that the pages quote what the examples print, and that every
+test file is built by a target."""
 
 import argparse
 import json
@@ -37,6 +37,7 @@ MOST_PREPROCESSED = {"core/fixed_vector.h": 10_000, "core/range.h": 40_000, "cor
                      "core/array_ref.h": 40_000, "core/index_set.h": 40_000, "core/hasher.h": 40_000,
                      "converters/scale_offset.h": 40_000, "adt.h": 180_000, "": 130_000}
 MOST_LINES = 500  # of a header itself
+MOST_FUNCTION_LINES = 50  # of a function's body, unless a comment above it says why it is longer
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+["<](dravik/[^">]+)[">]', re.MULTILINE)
 
@@ -145,6 +146,24 @@ def check_weight(source: pathlib.Path, compiler: str) -> list[str]:
     return problems
 
 
+def check_functions(source: pathlib.Path) -> list[str]:
+    """Leans on the house's format: a body ends in the first closing brace below the line that opens it, in its column."""
+    opens = re.compile(r"(?!namespace|class|struct|enum|union|template|extern|using)[\w~].*[)\w] \{$|\) .*\{$")
+    problems = []
+    files = [file for suffix in ("*.h", "*.cpp") for file in (source / "dravik").rglob(suffix)]
+    for file in sorted(file for file in files if not file.stem.endswith("_test")):
+        lines = file.read_text().split("\n")
+        for number, line in enumerate(lines):
+            indent = line[:len(line) - len(line.lstrip(" "))]
+            if len(indent) > 4 or not opens.match(line.strip()) or "(" not in line + lines[number - 1]:
+                continue
+            end = next((n for n in range(number, len(lines)) if lines[n].startswith(indent + "}")), number)
+            if end - number - 1 > MOST_FUNCTION_LINES and not lines[number - 1].startswith(indent + "//"):
+                where = f"{file.relative_to(source)}:{number + 1}"
+                problems.append(f"{where} begins a function of {end - number - 1} lines, {MOST_FUNCTION_LINES} are allowed")
+    return problems
+
+
 def check_one_include(source: pathlib.Path) -> list[str]:
     included = INCLUDE.findall((source / ROOT / "adt.h").read_text())
     headers = [file.relative_to(source) for file in (source / ROOT).rglob("*.h")]
@@ -177,8 +196,8 @@ def main() -> int:
     parser.add_argument("--compiler", required=True)
     arguments = parser.parse_args()
     problems = [*check_includes(arguments.source), *check_companions(arguments.source), *check_circles(arguments.source),
-                *check_weight(arguments.source, arguments.compiler), *check_one_include(arguments.source),
-                *check_quoted_output(arguments.source),
+                *check_weight(arguments.source, arguments.compiler), *check_functions(arguments.source),
+                *check_one_include(arguments.source), *check_quoted_output(arguments.source),
                 *check_tests_are_built(arguments.source, arguments.compile_commands)]
     for problem in problems:
         print(problem, file=sys.stderr)

@@ -188,6 +188,7 @@ py::tuple boxOf(Array const& array, py::object const& index) {
 
 }  // namespace
 
+// One list of all that Python sees, in the order of the stubs.
 PYBIND11_MODULE(_core, module) {
     if (_import_array() < 0) {
         throw py::error_already_set();
