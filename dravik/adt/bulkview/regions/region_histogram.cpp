@@ -18,6 +18,16 @@ namespace {
 using Region = ExtentK<4, int>;
 using Box = OpenEndedRange<4, int>;
 
+constexpr int kBytes = sizeof(float);
+
+std::int64_t pointCount(Region const& region) {
+    std::int64_t count = 1;
+    for (int axis = 0; axis < 4; ++axis) {
+        count *= region.data()[axis].count;
+    }
+    return count;
+}
+
 Box boundsOf(Region const& region) {
     Box bounds;
     for (int axis = 0; axis < 4; ++axis) {
@@ -54,6 +64,57 @@ Histogram emptyLike(Histogram const& histogram) {
         -std::numeric_limits<float>::infinity()};
 }
 
+// Boxes to count one by one: what a processor keeps close, and enough of them to share out.
+Blocks blocksOf(AccessTraits const& traits, Region const& region, TransferOptions const& options) {
+    constexpr std::int64_t kMost = std::int64_t{1} << 18;  // samples
+    auto const bounds = boundsOf(region);
+    std::int64_t const budget = std::min(options.byteBudget / kBytes / std::max(options.workers, 1), kMost);
+    return {traits, bounds, std::max(budget, Detail::samplesOfBlock(traits, bounds))};
+}
+
+// What the workers of a call count, each in a histogram of its own.
+class Counters {
+  public:
+    Counters(Histogram const& histogram, IBufferAccessor& accessor, int workers)
+        : chains_(accessor, workers),
+          counted_(static_cast<std::size_t>(workers), workers > 1 ? emptyLike(histogram) : histogram),
+          memory_(static_cast<std::size_t>(workers)) {}
+
+    void add(int worker, Region const& part, TransferOptions const& options) {
+        FixedVector<4, int> size;
+        for (int axis = 0; axis < 4; ++axis) {
+            size.data()[axis] = part.data()[axis].count;
+        }
+        auto const box = Box::OfSize(size);
+        auto const count = static_cast<std::size_t>(box.pointCount());
+        auto& own = memory_[static_cast<std::size_t>(worker)];
+        own.resize(std::max(own.size(), count));
+        TransferOptions reading;
+        reading.stop = options.stop;
+        reading.converter = options.converter;
+        auto* const samples = reinterpret_cast<char*>(own.data());
+        readRegion(chains_[worker], part, Detail::denseArray(samples, box, typeid(float), 8 * kBytes), reading);
+        counted_[static_cast<std::size_t>(worker)].add(std::span(own).first(count));
+    }
+
+    // What the histogram has counted before, with what has been added.
+    Histogram sum(Histogram const& before) const {
+        if (counted_.size() == 1) {
+            return counted_[0];
+        }
+        Histogram sum = before;
+        for (Histogram const& each : counted_) {
+            sum.merge(each);
+        }
+        return sum;
+    }
+
+  private:
+    Detail::ChainPerWorker chains_;
+    std::vector<Histogram> counted_;
+    std::vector<std::vector<float>> memory_;
+};
+
 }  // namespace
 
 void addRegion(Histogram& histogram, IBufferAccessor& accessor, Region const& region, TransferOptions const& options) {
@@ -62,53 +123,21 @@ void addRegion(Histogram& histogram, IBufferAccessor& accessor, Region const& re
     }
     Detail::requireInside(region, accessor.getSize());
     AccessTraits const traits = traitsOf(accessor);
-    constexpr std::int64_t kBytes = sizeof(float);
-    constexpr std::int64_t kMost = std::int64_t{1} << 18;  // samples: what a processor keeps close, and enough boxes
-    auto const bounds = boundsOf(region);
-    std::int64_t const budget = std::min(options.byteBudget / kBytes / std::max(options.workers, 1), kMost);
-    Blocks const blocks(traits, bounds, std::max(budget, Detail::samplesOfBlock(traits, bounds)));
+    Blocks const blocks = blocksOf(traits, region, options);
     int const workers = histogram.isFlexible()
                             ? 1
                             : Detail::workersFor(options, {&traits}, blocks.size(), blocks.sampleCount() * kBytes);
-    Detail::ChainPerWorker const chains(accessor, workers);
-    std::vector<Histogram> counted(static_cast<std::size_t>(workers), workers > 1 ? emptyLike(histogram) : histogram);
-    std::vector<std::vector<float>> memory(static_cast<std::size_t>(workers));
-    std::int64_t total = 1;
-    for (int axis = 0; axis < 4; ++axis) {
-        total *= region.data()[axis].count;
-    }
-    Detail::Progress progress(options, total);
+    Counters counters(histogram, accessor, workers);
+    Detail::Progress progress(options, pointCount(region));
     Detail::forEachPiece(options, workers, blocks.size(), [&](int worker, std::int64_t piece) {
         auto const part = insideOf(region, blocks[piece]);
-        if (part.isEmpty()) {
-            return;
+        if (!part.isEmpty()) {
+            counters.add(worker, part, options);
+            progress.add(worker, pointCount(part));
         }
-        FixedVector<4, int> size;
-        for (int axis = 0; axis < 4; ++axis) {
-            size.data()[axis] = part.data()[axis].count;
-        }
-        auto const box = Box::OfSize(size);
-        auto& own = memory[static_cast<std::size_t>(worker)];
-        own.resize(std::max(own.size(), static_cast<std::size_t>(box.pointCount())));
-        TransferOptions reading;
-        reading.stop = options.stop;
-        reading.converter = options.converter;
-        readRegion(
-            chains[worker], part,
-            Detail::denseArray(reinterpret_cast<char*>(own.data()), box, typeid(float), 8 * sizeof(float)), reading);
-        counted[static_cast<std::size_t>(worker)].add(std::span(own).first(static_cast<std::size_t>(box.pointCount())));
-        progress.add(worker, box.pointCount());
     });
     progress.finish();
-    if (workers == 1) {
-        histogram = counted[0];
-        return;
-    }
-    Histogram sum = histogram;
-    for (Histogram const& each : counted) {
-        sum.merge(each);
-    }
-    histogram = sum;
+    histogram = counters.sum(histogram);
 }
 
 }  // namespace Quorvel::Dravik::Adt::BulkView
