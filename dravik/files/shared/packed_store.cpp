@@ -32,6 +32,7 @@ class PackedStore final : public IBrickStore {
     Size size() const override { return size_; }
     AccessTraits traits() const override { return traits_; }
     bool servesParts() const override { return numbers_->servesParts(); }
+    bool hasSamples(Box const& box) const override { return numbers_->hasSamples(box); }
     void flush() override { numbers_->flush(); }
 
     void read(Box const& box, void* samples) const override {
@@ -157,6 +158,10 @@ std::shared_ptr<IBrickStore> storeOf(
 }  // namespace
 
 StoredNumbers::~StoredNumbers() = default;
+
+bool StoredNumbers::hasSamples(Box const& /*box*/) const {
+    return true;
+}
 
 std::shared_ptr<IBrickStore> makePackedStore(
     std::unique_ptr<StoredNumbers> numbers, std::type_info const& stored, Size const& size, AccessTraits const& traits,

@@ -35,6 +35,8 @@ class DRAVIK_ADT_EXPORT StoredNumbers {
     virtual void write(Adt::OpenEndedRange<4, int> const& box, void const* numbers) = 0;
     virtual void flush() = 0;
     virtual bool servesParts() const = 0;
+    /// False if every sample of `box` is missing; true here.
+    virtual bool hasSamples(Adt::OpenEndedRange<4, int> const& box) const;
 
   protected:
     StoredNumbers() = default;
