@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <initializer_list>
 #include <iomanip>
 #include <ostream>
 #include <stdexcept>
@@ -48,21 +49,36 @@ class DataSetNumbers final : public StoredNumbers {
 
 Packing packingOf(DataSet const& set) {
     Packing packing;
-    packing.scale = set.number("scale_factor").value_or(1);
-    packing.offset = set.number("add_offset").value_or(0);
+    auto const first = [&](char const* name, double otherwise) {
+        auto const values = set.numbers(name);
+        return values.empty() ? otherwise : values.front();
+    };
+    packing.scale = first("scale_factor", 1);
+    packing.offset = first("add_offset", 0);
     for (char const* const name : {"_FillValue", "missing_value"}) {
-        if (auto const missing = set.number(name)) {
-            packing.missing.push_back(*missing);
-        }
+        auto const values = set.numbers(name);
+        packing.missing.insert(packing.missing.end(), values.begin(), values.end());
     }
     return packing;
+}
+
+void eraseAttributes(Adt::BulkView::DataInfo& info, std::initializer_list<std::string_view> names) {
+    std::erase_if(info.attributes, [&](auto const& attribute) {
+        return std::find(names.begin(), names.end(), attribute.first) != names.end();
+    });
 }
 
 Adt::BulkView::DataInfo infoOf(DataSet const& set, std::string const& name, bool isPacked) {
     Adt::BulkView::DataInfo info;
     info.axisCount = static_cast<int>(set.shape().size());
+    auto scales = set.scales();
+    for (std::size_t axis = 0; axis < scales.size(); ++axis) {
+        auto& scale = scales[axis];
+        info.axes[axis] = {std::move(scale.name), std::move(scale.unit), std::move(scale.coordinates)};
+    }
     info.valueName = name.substr(name.rfind('/') + 1);
     info.attributes = set.attributes();
+    eraseAttributes(info, {"CLASS", "NAME"});
     auto const unit = std::find_if(info.attributes.begin(), info.attributes.end(), [](auto const& attribute) {
         return attribute.first == "units";
     });
@@ -72,13 +88,7 @@ Adt::BulkView::DataInfo infoOf(DataSet const& set, std::string const& name, bool
         info.missingValue = packing.missing.empty() ? std::nullopt : std::optional(packing.missing.front());
         return info;
     }
-    auto const isTold = [](auto const& attribute) {
-        constexpr std::array<char const*, 5> kTold = {
-            "units", "scale_factor", "add_offset", "_FillValue", "missing_value"};
-        return std::find(kTold.begin(), kTold.end(), attribute.first) != kTold.end();
-    };
-    info.attributes.erase(
-        std::remove_if(info.attributes.begin(), info.attributes.end(), isTold), info.attributes.end());
+    eraseAttributes(info, {"units", "scale_factor", "add_offset", "_FillValue", "missing_value"});
     return info;
 }
 
@@ -111,9 +121,11 @@ std::unique_ptr<DataSet> openSet(std::filesystem::path const& path, std::string 
 
 std::string mainDataSet(std::filesystem::path const& path) {
     std::string main;
-    std::int64_t most = 0;
+    std::int64_t most = -1;
     for (std::string const& name : hdf5DataSets(path)) {
-        auto const samples = Adt::OpenEndedRange<4, int>::OfSize(DataSet(path, name, false).size()).pointCount();
+        DataSet const set(path, name, /*writable=*/false);
+        // The scale of an axis is opened alone only where there is nothing else.
+        auto const samples = set.isScale() ? 0 : Adt::OpenEndedRange<4, int>::OfSize(set.size()).pointCount();
         if (samples > most) {
             main = name;
             most = samples;

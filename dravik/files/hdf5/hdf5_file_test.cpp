@@ -84,6 +84,23 @@ TEST_F(Hdf5File, UnpacksAndTellsWhatItKnows) {
     EXPECT_EQ(openHdf5DataSet({path, "t", {true, false}}).info.missingValue, -9.0);
 }
 
+TEST_F(Hdf5File, TellsTheScalesOfAxes) {
+    python(R"(
+    d = f.create_dataset("g/v", data=np.zeros((2, 3, 4), "f4"))
+    f["g/depth"] = np.array([5, 7], ">i2"); f["g/depth"].make_scale(); f["g/depth"].attrs.update(units="m", scale_factor=2.0)
+    f["x"] = np.array([1.5, 2.5, 3.5, 4.5]); f["x"].make_scale("longitude")
+    d.dims[0].attach_scale(f["g/depth"]); d.dims[2].attach_scale(f["x"]);
+    long = f.create_dataset("long", data=np.zeros(99)); long.make_scale("long")
+)");
+    auto const info = openHdf5DataSet({path, "g/v"}).info;
+    EXPECT_EQ(info.axes[0], (Adt::BulkView::DataAxis{"depth", "m", {10, 14}}));
+    EXPECT_EQ(info.axes[1], (Adt::BulkView::DataAxis{}));
+    EXPECT_EQ(info.axes[2], (Adt::BulkView::DataAxis{"x", "", {1.5, 2.5, 3.5, 4.5}}));
+    EXPECT_THAT(info.attributes, testing::IsEmpty());
+    EXPECT_EQ(openHdf5DataSet({path, "g/depth"}).info.axes[0], info.axes[0]);
+    EXPECT_TRUE(Adt::BulkView::Openers::standard().sourceAt(path)->equals(Hdf5FileDef(path, "g/v")));
+}
+
 TEST_F(Hdf5File, MakesFilesThatForeignToolsRead) {
     Hdf5Layout layout;
     layout.dataSet = "group/depth";
@@ -136,7 +153,8 @@ TEST_F(Hdf5File, RecognisesItsFilesAndNamesOthers) {
 
 // Cut off and spoilt at every place: one line of text, or the samples.
 TEST_F(Hdf5File, SurvivesSpoiltFiles) {
-    python("    f.create_dataset('v', data=np.arange(40, dtype='f4'), chunks=(16,), compression='gzip')\n");
+    python("    f.create_dataset('v', data=np.arange(40, dtype='f4'), chunks=(16,), compression='gzip')\n"
+           "    f['x'] = np.arange(40); f['x'].make_scale(); f['v'].dims[0].attach_scale(f['x'])\n");
     std::ifstream file(path, std::ios::binary);
     std::string const whole(std::istreambuf_iterator<char>(file), {});
     Adt::Testing::Random random;

@@ -16,6 +16,8 @@ namespace Quorvel::Dravik::Files::Detail {
 namespace {
 
 constexpr hssize_t kMostAttribute = 1 << 16;  // elements; a longer one tells a picture nothing
+constexpr int kMostCoordinates = 1 << 24;
+constexpr std::size_t kMostNeighbours = 1 << 12;  // looked at for scales of axes
 
 // Calls the library, which takes some spoilt files at their word: a fault in it becomes an exception.
 template <class Call>
@@ -76,6 +78,105 @@ std::type_info const* sampleTypeOf(hid_t type) {
     default:
         return nullptr;
     }
+}
+
+std::vector<double> numbersOf(hid_t object, char const* attribute, std::filesystem::path const& path) {
+    if (H5Aexists(object, attribute) <= 0) {
+        return {};
+    }
+    Hdf5Id const id(Hdf5Call::check(H5Aopen(object, attribute, H5P_DEFAULT), path), H5Aclose);
+    Hdf5Id const space(Hdf5Call::check(H5Aget_space(id), path), H5Sclose);
+    Hdf5Id const type(Hdf5Call::check(H5Aget_type(id), path), H5Tclose);
+    hssize_t const count = H5Sget_simple_extent_npoints(space);
+    if (sampleTypeOf(type) == nullptr || count < 1 || count > kMostAttribute) {
+        return {};
+    }
+    std::vector<double> values(static_cast<std::size_t>(count));
+    Hdf5Call::check(H5Aread(id, H5T_NATIVE_DOUBLE, values.data()), path);
+    return values;
+}
+
+// Numbers one after the other, or one string.
+std::optional<std::string> textOf(hid_t attribute, std::filesystem::path const& path) {
+    Hdf5Id const space(Hdf5Call::check(H5Aget_space(attribute), path), H5Sclose);
+    Hdf5Id const type(Hdf5Call::check(H5Aget_type(attribute), path), H5Tclose);
+    hssize_t const count = H5Sget_simple_extent_npoints(space);
+    if (count < 1 || count > kMostAttribute) {
+        return std::nullopt;
+    }
+    if (sampleTypeOf(type) != nullptr) {
+        std::vector<double> numbers(static_cast<std::size_t>(count));
+        Hdf5Call::check(H5Aread(attribute, H5T_NATIVE_DOUBLE, numbers.data()), path);
+        std::string value;
+        for (double const number : numbers) {
+            value.append(value.empty() ? 0 : 1, ' ').append(shortest(number));
+        }
+        return value;
+    }
+    if (H5Tget_class(type) != H5T_STRING || count != 1) {
+        return std::nullopt;
+    }
+    if (H5Tis_variable_str(type) > 0) {
+        char* told = nullptr;
+        guarded(path, [&] { return H5Aread(attribute, type, static_cast<void*>(&told)); });
+        std::string value = told == nullptr ? "" : told;
+        H5free_memory(told);
+        return value;
+    }
+    std::string value(std::min<std::size_t>(H5Tget_size(type), kMostAttribute) + 1, '\0');
+    if (value.size() != H5Tget_size(type) + 1) {
+        return std::nullopt;
+    }
+    Hdf5Call::check(H5Aread(attribute, type, value.data()), path);
+    return value.substr(0, value.find('\0'));
+}
+
+std::string textOf(hid_t object, char const* attribute, std::filesystem::path const& path) {
+    if (H5Aexists(object, attribute) <= 0) {
+        return {};
+    }
+    Hdf5Id const id(Hdf5Call::check(H5Aopen(object, attribute, H5P_DEFAULT), path), H5Aclose);
+    return textOf(id, path).value_or("");
+}
+
+// Where the scale `object` says that it is attached: the data sets and their axes.
+struct Attached {
+    hobj_ref_t set;
+    int axis;
+};
+
+std::vector<Attached> attachedTo(hid_t object, std::filesystem::path const& path) {
+    if (H5Iget_type(object) != H5I_DATASET || H5Aexists(object, "REFERENCE_LIST") <= 0) {
+        return {};
+    }
+    Hdf5Id const id(Hdf5Call::check(H5Aopen(object, "REFERENCE_LIST", H5P_DEFAULT), path), H5Aclose);
+    Hdf5Id const space(Hdf5Call::check(H5Aget_space(id), path), H5Sclose);
+    Hdf5Id const stored(Hdf5Call::check(H5Aget_type(id), path), H5Tclose);
+    hssize_t const count = H5Sget_simple_extent_npoints(space);
+    if (H5Tget_class(stored) != H5T_COMPOUND || count < 1 || count > kMostAttribute) {
+        return {};
+    }
+    Hdf5Id const type(Hdf5Call::check(H5Tcreate(H5T_COMPOUND, sizeof(Attached)), path), H5Tclose);
+    Hdf5Call::check(H5Tinsert(type, "dataset", HOFFSET(Attached, set), H5T_STD_REF_OBJ), path);
+    Hdf5Call::check(H5Tinsert(type, "dimension", HOFFSET(Attached, axis), H5T_NATIVE_INT), path);
+    std::vector<Attached> all(static_cast<std::size_t>(count));
+    guarded(path, [&] { return H5Aread(id, type, all.data()); });
+    return all;
+}
+
+std::vector<std::string> namesInGroup(hid_t file, std::string const& group) {
+    std::vector<std::string> names;
+    auto const visit = [](hid_t, char const* name, H5L_info_t const*, void* data) -> herr_t {
+        try {
+            auto& all = *static_cast<std::vector<std::string>*>(data);
+            all.emplace_back(name);
+            return all.size() < kMostNeighbours ? 0 : 1;
+        } catch (std::bad_alloc const&) {
+            return -1;
+        }
+    };
+    H5Literate_by_name(file, group.c_str(), H5_INDEX_NAME, H5_ITER_INC, nullptr, visit, &names, H5P_DEFAULT);
+    return names;
 }
 
 }  // namespace
@@ -166,7 +267,7 @@ void DataSet::describe() {
     Hdf5Id const type(Hdf5Call::check(H5Dget_type(set_), path_), H5Tclose);
     type_ = sampleTypeOf(type);
     if (type_ == nullptr) {
-        refuse("has no numbers of up to 64 bits");
+        refuse("has no numbers of a type that can be shown");
     }
     Hdf5Id const space(Hdf5Call::check(H5Dget_space(set_), path_), H5Sclose);
     int const axes = H5Sget_simple_extent_ndims(space);
@@ -192,55 +293,75 @@ void DataSet::describe() {
     }
 }
 
-std::optional<double> DataSet::number(char const* attribute) const {
+std::vector<double> DataSet::numbers(char const* attribute) const {
     Hdf5Call const call;
-    if (H5Aexists(set_, attribute) <= 0) {
-        return std::nullopt;
-    }
-    Hdf5Id const id(Hdf5Call::check(H5Aopen(set_, attribute, H5P_DEFAULT), path_), H5Aclose);
-    Hdf5Id const space(Hdf5Call::check(H5Aget_space(id), path_), H5Sclose);
-    Hdf5Id const type(Hdf5Call::check(H5Aget_type(id), path_), H5Tclose);
-    if (sampleTypeOf(type) == nullptr || H5Sget_simple_extent_npoints(space) != 1) {
-        return std::nullopt;
-    }
-    double value = 0;
-    Hdf5Call::check(H5Aread(id, H5T_NATIVE_DOUBLE, &value), path_);
-    return value;
+    return numbersOf(set_, attribute, path_);
 }
 
-// Numbers one after the other, or one string.
-std::optional<std::string> DataSet::text(hid_t attribute) const {
-    Hdf5Id const space(Hdf5Call::check(H5Aget_space(attribute), path_), H5Sclose);
-    Hdf5Id const type(Hdf5Call::check(H5Aget_type(attribute), path_), H5Tclose);
-    hssize_t const count = H5Sget_simple_extent_npoints(space);
-    if (count < 1 || count > kMostAttribute) {
-        return std::nullopt;
+bool DataSet::isScale() const {
+    Hdf5Call const call;
+    return textOf(set_, "CLASS", path_) == "DIMENSION_SCALE";
+}
+
+std::vector<DimensionScale> DataSet::scales() const {
+    Hdf5Call const call;
+    std::vector<DimensionScale> all(shape_.size());
+    addAttachedScales(all);
+    if (all.size() == 1 && isScale()) {
+        all[0] = scaleFrom(set_, shape_[0]);
     }
-    if (sampleTypeOf(type) != nullptr) {
-        std::vector<double> numbers(static_cast<std::size_t>(count));
-        Hdf5Call::check(H5Aread(attribute, H5T_NATIVE_DOUBLE, numbers.data()), path_);
-        std::string value;
-        for (double const number : numbers) {
-            value.append(value.empty() ? 0 : 1, ' ').append(shortest(number));
+    return all;
+}
+
+// Scales stand in the group of the data set or in one around it. They are found by what they tell themselves, in a list
+// of fixed size: that of the data set is of any length, which the library takes from a spoilt file at its word.
+void DataSet::addAttachedScales(std::vector<DimensionScale>& scales) const {
+    hobj_ref_t self = 0;
+    Hdf5Call::check(H5Rcreate(&self, set_, ".", H5R_OBJECT, -1), path_);
+    std::string group = "/" + name_;
+    while (!group.empty()) {
+        group.erase(group.rfind('/'));
+        for (std::string const& name : namesInGroup(file_, group + "/")) {
+            auto const full = group + "/" + name;
+            if (H5Oexists_by_name(file_, full.c_str(), H5P_DEFAULT) <= 0) {
+                continue;
+            }
+            Hdf5Id const object(guarded(path_, [&] { return H5Oopen(file_, full.c_str(), H5P_DEFAULT); }), H5Oclose);
+            for (Attached const& each : attachedTo(object, path_)) {
+                auto const axis = static_cast<std::size_t>(each.axis);
+                if (each.set == self && axis < scales.size() && scales[axis].name.empty()) {
+                    scales[axis] = scaleFrom(object, shape_[axis]);
+                }
+            }
         }
-        return value;
     }
-    if (H5Tget_class(type) != H5T_STRING || count != 1) {
-        return std::nullopt;
+}
+
+DimensionScale DataSet::scaleFrom(hid_t scale, int length) const {
+    DimensionScale found;
+    auto const nameLength = std::max<ssize_t>(H5Iget_name(scale, nullptr, 0), 0);
+    found.name.resize(static_cast<std::size_t>(nameLength));
+    H5Iget_name(scale, found.name.data(), found.name.size() + 1);
+    found.name.erase(0, found.name.rfind('/') + 1);
+    found.unit = textOf(scale, "units", path_);
+    // netCDF makes scales without numbers for axes that have only a length.
+    bool const isName =
+        textOf(scale, "NAME", path_).starts_with("This is a netCDF dimension but not a netCDF variable");
+    Hdf5Id const type(Hdf5Call::check(H5Dget_type(scale), path_), H5Tclose);
+    Hdf5Id const space(Hdf5Call::check(H5Dget_space(scale), path_), H5Sclose);
+    if (isName || sampleTypeOf(type) == nullptr || length > kMostCoordinates ||
+        H5Sget_simple_extent_ndims(space) != 1 || H5Sget_simple_extent_npoints(space) != length) {
+        return found;
     }
-    if (H5Tis_variable_str(type) > 0) {
-        char* told = nullptr;
-        Hdf5Call::check(H5Aread(attribute, type, static_cast<void*>(&told)), path_);
-        std::string value = told == nullptr ? "" : told;
-        H5free_memory(told);
-        return value;
+    found.coordinates.resize(static_cast<std::size_t>(length));
+    guarded(path_, [&] {
+        return H5Dread(scale, H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, found.coordinates.data());
+    });
+    auto const factor = numbersOf(scale, "scale_factor", path_), offset = numbersOf(scale, "add_offset", path_);
+    for (double& each : found.coordinates) {
+        each = each * (factor.empty() ? 1 : factor[0]) + (offset.empty() ? 0 : offset[0]);
     }
-    std::string value(std::min<std::size_t>(H5Tget_size(type), kMostAttribute) + 1, '\0');
-    if (value.size() != H5Tget_size(type) + 1) {
-        return std::nullopt;
-    }
-    Hdf5Call::check(H5Aread(attribute, type, value.data()), path_);
-    return value.substr(0, value.find('\0'));
+    return found;
 }
 
 std::vector<std::pair<std::string, std::string>> DataSet::attributes() const {
@@ -255,7 +376,7 @@ std::vector<std::pair<std::string, std::string>> DataSet::attributes() const {
             H5Aclose);
         std::string name(static_cast<std::size_t>(std::max<ssize_t>(H5Aget_name(id, 0, nullptr), 0)), '\0');
         H5Aget_name(id, name.size() + 1, name.data());
-        if (auto value = text(id)) {
+        if (auto value = textOf(id, path_)) {
             all.emplace_back(std::move(name), std::move(*value));
         }
     }

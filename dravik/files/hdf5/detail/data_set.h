@@ -56,6 +56,13 @@ class Hdf5Id {
 /// The type of this machine's memory for samples of `type`, which is one of those that can be opened.
 hid_t memoryTypeOf(std::type_info const& type);
 
+/// What is known about the indices of an axis.
+struct DimensionScale {
+    std::string name;
+    std::string unit;
+    std::vector<double> coordinates;  ///< one per index, or none
+};
+
 class DataSet {
   public:
     /// Every name of a data set in the file, in order, whether or not it can be opened.
@@ -72,7 +79,12 @@ class DataSet {
     /// Samples per axis; nothing where the data set lies in one piece.
     std::optional<Adt::FixedVector<4, int>> const& chunk() const noexcept { return chunk_; }
 
-    std::optional<double> number(char const* attribute) const;
+    /// Of one element or several; none where the attribute is not there or holds no numbers.
+    std::vector<double> numbers(char const* attribute) const;
+    /// One per axis: the first that is attached to it, of those in the data set's group or in one around it.
+    std::vector<DimensionScale> scales() const;
+    /// Whether it says that it is the scale of axes.
+    bool isScale() const;
     /// All attributes, numbers as text; those that are neither are left out.
     std::vector<std::pair<std::string, std::string>> attributes() const;
 
@@ -82,7 +94,8 @@ class DataSet {
 
   private:
     void describe();
-    std::optional<std::string> text(hid_t attribute) const;
+    void addAttachedScales(std::vector<DimensionScale>& scales) const;
+    DimensionScale scaleFrom(hid_t scale, int length) const;
     // Calls move(memorySpace, fileSpace) for the part of `box` in each chunk.
     template <class Move>
     void forEachPart(Adt::OpenEndedRange<4, int> const& box, Move move) const;
