@@ -163,9 +163,20 @@ std::optional<double> heldBy(double value) {
 
 std::optional<double> heldBy(std::type_info const& type, double value) {
     std::optional<double> held;
-    auto const find = [&]<class... T>(T...) { ((type == typeid(T) && (held = heldBy<T>(value), true)) || ...); };
-    find(
-        char(), static_cast<unsigned char>(0), short(), static_cast<unsigned short>(0), 0, 0u, std::int64_t(), 0.f, 0.);
+    auto const find = [&]<class T>(T) {
+        if (type == typeid(T)) {
+            held = heldBy<T>(value);
+        }
+    };
+    find(char());
+    find(static_cast<unsigned char>(0));
+    find(short());
+    find(static_cast<unsigned short>(0));
+    find(0);
+    find(0u);
+    find(std::int64_t());
+    find(0.f);
+    find(0.);
     return held;
 }
 
@@ -234,7 +245,7 @@ TiffFileDef::TiffFileDef(std::filesystem::path path) : TiffFileDef(std::move(pat
 TiffFileDef::TiffFileDef(std::filesystem::path path, Options options) : path_(std::move(path)), options_(options) {}
 
 int TiffFileDef::getHashCode() const {
-    return Adt::Hasher(59)(path_.native())(options_.image.value_or(-1));
+    return Adt::Hasher(59)(path_.native())(static_cast<unsigned>(options_.image.value_or(-1)));
 }
 
 void TiffFileDef::print(std::ostream& out) const {

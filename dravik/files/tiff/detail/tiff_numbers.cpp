@@ -264,13 +264,20 @@ class TiffNumbers final : public StoredNumbers {
     }
 
     void fill(void* to, std::int64_t count) const {
-        auto const put = [&]<class... N>(N...) {
-            auto const& type = *array_.layout.type;
-            ((type == typeid(N) && (std::fill_n(static_cast<N*>(to), count, static_cast<N>(array_.fill)), true)) ||
-             ...);
+        auto const put = [&]<class N>(N) {
+            if (*array_.layout.type == typeid(N)) {
+                std::fill_n(static_cast<N*>(to), count, static_cast<N>(array_.fill));
+            }
         };
-        put(char(), static_cast<unsigned char>(0), short(), static_cast<unsigned short>(0), 0, 0u, std::int64_t(), 0.f,
-            0.);
+        put(char());
+        put(static_cast<unsigned char>(0));
+        put(short());
+        put(static_cast<unsigned short>(0));
+        put(0);
+        put(0u);
+        put(std::int64_t());
+        put(0.f);
+        put(0.);
     }
 
     void readPiece(TiffHandle& file, Box const& box, Piece const& piece, void* numbers) const {
