@@ -3,10 +3,11 @@
 
 #include "dravik/adt/bulkview/stores/store_accessor.h"
 #include "dravik/adt/converters/sample_type_name.h"
+#include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/core/hasher.h"
 #include "dravik/files/netcdf/detail/dataset.h"
 #include "dravik/files/netcdf/detail/netcdf_store.h"
-#include "dravik/files/shared/hdf5_lock.h"
+#include "dravik/files/shared/chunk_shape.h"
 #include "dravik/text/forms.h"
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -15,7 +16,6 @@
 #include <array>
 #include <fstream>
 #include <iomanip>
-#include <mutex>
 #include <ostream>
 #include <stdexcept>
 #include <system_error>
@@ -170,18 +170,54 @@ nc_type typeNamed(std::string const& name) {
     throw std::invalid_argument("[NetcdfLayout] Invalid argument: no samples of type \"" + name + "\".");
 }
 
+int sampleBytesOf(nc_type type) {
+    return Adt::TypeRegister::sizeofTypeInBits(*Detail::sampleTypeOf(type)) / 8;
+}
+
+std::string nameOfAxis(NetcdfLayout const& layout, std::size_t axis) {
+    bool const hasName = !layout.axes.empty() && !layout.axes[axis].name.empty();
+    return !layout.axisNames.empty() ? layout.axisNames[axis]
+           : hasName                 ? layout.axes[axis].name
+                                     : "axis" + std::to_string(axis);
+}
+
+// A variable named as its axis.
+void defineCoordinates(int file, std::string const& name, int axis, std::string const& unit, auto const& check) {
+    int variable = 0;
+    check(nc_def_var(file, name.c_str(), NC_DOUBLE, 1, &axis, &variable));
+    if (!unit.empty()) {
+        check(nc_put_att_text(file, variable, "units", unit.size(), unit.c_str()));
+    }
+}
+
+void writeCoordinates(int file, NetcdfLayout const& layout, std::filesystem::path const& path) {
+    for (std::size_t axis = 0; axis < layout.axes.size(); ++axis) {
+        auto const& coordinates = layout.axes[axis].coordinates;
+        if (!coordinates.empty()) {
+            int variable = 0;
+            Dataset::check(nc_inq_varid(file, nameOfAxis(layout, axis).c_str(), &variable), path);
+            Dataset::check(nc_put_var_double(file, variable, coordinates.data()), path);
+        }
+    }
+}
+
 void define(int file, NetcdfLayout const& layout, std::filesystem::path const& path) {
     auto const check = [&](int result) { Dataset::check(result, path); };
     std::vector<int> axes(layout.shape.size());
     for (std::size_t axis = 0; axis < axes.size(); ++axis) {
-        auto const name = layout.axisNames.empty() ? "axis" + std::to_string(axis) : layout.axisNames[axis];
+        auto const name = nameOfAxis(layout, axis);
         check(nc_def_dim(file, name.c_str(), static_cast<std::size_t>(layout.shape[axis]), &axes[axis]));
+        if (!layout.axes.empty() && !layout.axes[axis].coordinates.empty()) {
+            defineCoordinates(file, name, axes[axis], layout.axes[axis].unit, check);
+        }
     }
     int variable = 0;
     nc_type const type = typeNamed(layout.sampleType);
     check(nc_def_var(file, layout.variable.c_str(), type, static_cast<int>(axes.size()), axes.data(), &variable));
-    if (!layout.chunks.empty()) {
-        std::vector<std::size_t> const chunks(layout.chunks.begin(), layout.chunks.end());
+    // In one piece the library would fill the whole with missing samples first.
+    auto const sides = layout.chunks.empty() ? chunkShape(layout.shape, sampleBytesOf(type)) : layout.chunks;
+    if (sides != layout.shape || !layout.chunks.empty()) {
+        std::vector<std::size_t> const chunks(sides.begin(), sides.end());
         check(nc_def_var_chunking(file, variable, NC_CHUNKED, chunks.data()));
     }
     if (layout.deflateLevel > 0) {
@@ -194,6 +230,7 @@ void define(int file, NetcdfLayout const& layout, std::filesystem::path const& p
         check(nc_put_att_double(file, variable, "_FillValue", type, 1, &*layout.missingValue));
     }
     check(nc_enddef(file));
+    writeCoordinates(file, layout, path);
 }
 
 Text::Node written(NetcdfFileDef const& file, Text::DefinitionWriter& /*writer*/) {
@@ -272,17 +309,25 @@ void createNetcdf(std::filesystem::path const& path, NetcdfLayout const& layout)
     auto const axes = layout.shape.size();
     auto const fits = [&](auto const& list) { return list.empty() || list.size() == axes; };
     auto const isPositive = [](int length) { return length > 0; };
-    if (axes < 1 || axes > 4 || !fits(layout.axisNames) || !fits(layout.chunks) ||
+    if (axes < 1 || axes > 4 || !fits(layout.axisNames) || !fits(layout.chunks) || !fits(layout.axes) ||
         !std::all_of(layout.shape.begin(), layout.shape.end(), isPositive) ||
         !std::all_of(layout.chunks.begin(), layout.chunks.end(), isPositive)) {
         throw std::invalid_argument(
             "[NetcdfLayout] Invalid argument: shape, chunks and names of axes have one to four elements, all alike.");
     }
+    for (std::size_t axis = 0; axis < layout.axes.size(); ++axis) {
+        auto const count = layout.axes[axis].coordinates.size();
+        if (count != 0 && count != static_cast<std::size_t>(layout.shape[axis])) {
+            throw std::invalid_argument(
+                "[NetcdfLayout] Invalid argument: " + std::to_string(count) + " coordinates for " +
+                std::to_string(layout.shape[axis]) + " samples along axis " + std::to_string(axis) + ".");
+        }
+    }
     typeNamed(layout.sampleType);
     if (std::filesystem::exists(path)) {
         throw std::system_error(std::make_error_code(std::errc::file_exists), path.string());
     }
-    std::lock_guard const lock(hdf5Lock());
+    Detail::NetcdfCall const call;
     int id = 0;
     Dataset::check(nc_create(path.c_str(), NC_NETCDF4 | NC_NOCLOBBER, &id), path);
     try {

@@ -126,7 +126,7 @@ class RawStore final : public Adt::BulkView::IBrickStore {
 
     void read(Box const& box, void* samples) const override {
         auto* to = static_cast<char*>(samples);
-        file_.access([&] {
+        file_.access(box.pointCount() * sampleBytes_, [&] {
             forEachRun(size_, box, [&](std::int64_t position, std::int64_t count) {
                 move(at(position), to, count);
                 to += count * sampleBytes_;
@@ -139,7 +139,7 @@ class RawStore final : public Adt::BulkView::IBrickStore {
             return IBrickStore::write(box, samples);
         }
         auto const* from = static_cast<char const*>(samples);
-        file_.access([&] {
+        file_.access(box.pointCount() * sampleBytes_, [&] {
             forEachRun(size_, box, [&](std::int64_t position, std::int64_t count) {
                 move(from, at(position), count);
                 from += count * sampleBytes_;

@@ -70,7 +70,7 @@ class SegyStore final : public Adt::BulkView::IBrickStore {
     void read(Box const& box, void* samples) const override {
         auto* const to = static_cast<char*>(samples);
         std::int64_t const bytes = rowBytes(box);
-        file_->access([&] {
+        file_->access(box.pointCount() * survey_.sampleBytes, [&] {
             forEachTrace(box, [&](std::int64_t place, std::int64_t at) {
                 if (place != Survey::kNoTrace) {
                     std::memcpy(
@@ -95,7 +95,7 @@ class SegyStore final : public Adt::BulkView::IBrickStore {
         std::memcpy(stored.data(), samples, stored.size());
         requireTraces(box, stored, bytes);
         fromNative(stored.data(), box.pointCount());
-        file_->access([&] {
+        file_->access(box.pointCount() * survey_.sampleBytes, [&] {
             forEachTrace(box, [&](std::int64_t place, std::int64_t at) {
                 if (place != Survey::kNoTrace) {
                     std::memcpy(
@@ -307,7 +307,7 @@ void createSegy(std::filesystem::path const& path, SegyLayout const& layout) {
     std::int64_t const traceBytes = Detail::kTraceHeaderBytes + std::int64_t{layout.sampleCount} * bytes;
     createFile(path, first + std::int64_t{layout.inlines.count} * layout.crosslines.count * traceBytes);
     MappedFile const file(path, /*writable=*/true);
-    file.access([&] {
+    file.access(file.byteSize(), [&] {
         std::memset(file.data(), 0x40, static_cast<std::size_t>(Detail::kTextBytes));  // blanks
         for (int line = 0; line < 40; ++line) {
             file.data()[line * 80] = '\xC3';

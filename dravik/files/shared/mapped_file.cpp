@@ -6,9 +6,11 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -39,7 +41,22 @@ class Descriptor {
     int number_;
 };
 
+// A fault brings as many bytes as the system maps around it, or more where pages are large.
+constexpr std::int64_t kBytesPerFault = std::int64_t{64} << 10;
+
+std::atomic<std::int64_t> mappedByteBudget{std::int64_t{256} << 20};
+
+// Page faults that this thread has had and that needed no disk; those that did are followed by one that does not.
+std::int64_t faultsSoFar() noexcept {
+    rusage usage{};
+    return ::getrusage(RUSAGE_THREAD, &usage) == 0 ? usage.ru_minflt + usage.ru_majflt : 0;
+}
+
 }  // namespace
+
+void setMappedByteBudget(std::int64_t bytes) noexcept {
+    mappedByteBudget = bytes;
+}
 
 MappedFile::MappedFile(std::filesystem::path path, bool writable) : path_(std::move(path)) {
     Descriptor const file(path_, writable ? O_RDWR : O_RDONLY);
@@ -69,14 +86,16 @@ MappedFile::~MappedFile() {
     }
 }
 
-void MappedFile::access(std::function<void()> const& act) const {
+void MappedFile::access(std::int64_t bytes, std::function<void()> const& act) const {
     auto const call = [](void* function) {
         (*static_cast<std::function<void()> const*>(function))();
         return 0;
     };
     Adt::ICloneableException::ConstPtr failure;
+    std::int64_t const before = faultsSoFar();
     Adt::Exceptions::ClonedException::runAndCatchException(
         call, const_cast<void*>(static_cast<void const*>(&act)), &failure);
+    giveBackPages(std::max(bytes, (faultsSoFar() - before) * kBytesPerFault));
     if (failure == nullptr) {
         return;
     }
@@ -86,6 +105,14 @@ void MappedFile::access(std::function<void()> const& act) const {
             path_.string() + ": has become shorter than it was, or its disk is full or has failed");
     }
     failure->throwClone();
+}
+
+// The pages of a shared mapping are the system's, written ones as well: nothing is lost.
+void MappedFile::giveBackPages(std::int64_t touched) const noexcept {
+    if (byteSize_ > mappedByteBudget && (touched_ += touched) > mappedByteBudget) {
+        touched_ = 0;
+        ::madvise(data_, static_cast<std::size_t>(byteSize_), MADV_DONTNEED);
+    }
 }
 
 void MappedFile::flush() const {

@@ -5,6 +5,7 @@
 
 #include "dravik/adt/export.h"
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -29,8 +30,9 @@ class DRAVIK_ADT_EXPORT MappedFile {
     char* data() const noexcept { return data_; }
 
     /// Calls act, which may touch the bytes and own nothing meanwhile.
+    /// Pages beyond the budget of setMappedByteBudget are given back afterwards; `bytes` tells how many `act` touches.
     /// @throws std::system_error of EIO where a page could not be had; what `act` throws, as a clone
-    void access(std::function<void()> const& act) const;
+    void access(std::int64_t bytes, std::function<void()> const& act) const;
 
     /// Waits until the disk has all that was written.
     /// @throws std::system_error
@@ -38,9 +40,17 @@ class DRAVIK_ADT_EXPORT MappedFile {
 
   private:
     std::filesystem::path path_;
+    void giveBackPages(std::int64_t touched) const noexcept;
+
     std::int64_t byteSize_ = 0;
     char* data_ = nullptr;
+    mutable std::atomic<std::int64_t> touched_ = 0;  // bytes, since the pages were last given back
 };
+
+/// Bytes of each mapped file that a process keeps as its own, at most and about; 256 MiB unless it says otherwise. What
+/// is given back stays in the system's memory as long as that has room, and costs a page fault when it is touched
+/// again.
+DRAVIK_ADT_EXPORT void setMappedByteBudget(std::int64_t bytes) noexcept;
 
 /// Makes a file of this many bytes, all 0, which take room once they are written.
 /// @throws std::system_error with the path, also where the file exists

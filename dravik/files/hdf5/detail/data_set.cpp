@@ -5,6 +5,7 @@
 #include "dravik/files/shared/hdf5_lock.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -184,6 +185,7 @@ std::vector<std::string> namesInGroup(hid_t file, std::string const& group) {
 Hdf5Call::Hdf5Call() : lock_(hdf5Lock()) {
     H5Eget_auto2(H5E_DEFAULT, &print_, &printData_);
     H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+    errno = 0;
 }
 
 Hdf5Call::~Hdf5Call() {
@@ -194,6 +196,7 @@ hid_t Hdf5Call::check(hid_t result, std::filesystem::path const& path) {
     if (result >= 0) {
         return result;
     }
+    throwIfDiskRefused(path);
     char const* told = nullptr;
     auto const first = [](unsigned number, H5E_error2_t const* error, void* data) -> herr_t {
         if (number == 0) {

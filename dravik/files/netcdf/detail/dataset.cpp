@@ -6,9 +6,9 @@
 #include "dravik/files/shared/hdf5_lock.h"
 #include "dravik/files/shared/mapped_file.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <mutex>
 #include <stdexcept>
 #include <system_error>
 
@@ -59,9 +59,23 @@ void Dataset::check(int result, std::filesystem::path const& path) {
     if (result > 0) {
         throw std::system_error(result, std::generic_category(), path.string());
     }
-    if (result != NC_NOERR) {
-        throw std::runtime_error(path.string() + ": " + nc_strerror(result));
+    if (result == NC_NOERR) {
+        return;
     }
+    if (result == NC_EHDFERR) {
+        throwIfDiskRefused(path);
+    }
+    throw std::runtime_error(path.string() + ": " + nc_strerror(result));
+}
+
+NetcdfCall::NetcdfCall() : lock_(hdf5Lock()) {
+    H5Eget_auto2(H5E_DEFAULT, &print_, &printData_);
+    H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
+    errno = 0;
+}
+
+NetcdfCall::~NetcdfCall() {
+    H5Eset_auto2(H5E_DEFAULT, print_, printData_);
 }
 
 namespace {
@@ -81,7 +95,7 @@ int guarded(std::filesystem::path const& path, Call call) {
 void requireSound(std::filesystem::path const& path) {
     MappedFile const file(path, /*writable=*/false);
     bool isSound = true;
-    file.access([&] { isSound = isSoundIfClassic({file.data(), static_cast<std::size_t>(file.byteSize())}); });
+    file.access(0, [&] { isSound = isSoundIfClassic({file.data(), static_cast<std::size_t>(file.byteSize())}); });
     if (!isSound) {
         throw std::runtime_error(path.string() + ": its netCDF header is damaged");
     }
@@ -91,12 +105,12 @@ void requireSound(std::filesystem::path const& path) {
 
 Dataset::Dataset(std::filesystem::path path, int mode) : path_(std::move(path)) {
     requireSound(path_);
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     check(guarded(path_, [&] { return nc_open(path_.c_str(), mode, &id_); }), path_);
 }
 
 Dataset::~Dataset() {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     nc_close(id_);
 }
 
@@ -127,7 +141,7 @@ Variable Dataset::describe(int id) const {
 }
 
 std::vector<Variable> Dataset::variables() const {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     int count = 0;
     check(nc_inq_nvars(id_, &count), path_);
     std::vector<Variable> all;
@@ -139,7 +153,7 @@ std::vector<Variable> Dataset::variables() const {
 }
 
 std::vector<double> Dataset::numbers(Variable const& variable, char const* attribute) const {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     nc_type type = NC_NAT;
     std::size_t length = 0;
     if (nc_inq_att(id_, variable.id, attribute, &type, &length) != NC_NOERR || sampleTypeOf(type) == nullptr ||
@@ -157,7 +171,7 @@ std::optional<double> Dataset::number(Variable const& variable, char const* attr
 }
 
 std::string Dataset::text(Variable const& variable, char const* attribute) const {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     nc_type type = NC_NAT;
     std::size_t length = 0;
     if (nc_inq_att(id_, variable.id, attribute, &type, &length) != NC_NOERR || length > kMostAttribute) {
@@ -185,7 +199,7 @@ std::string Dataset::text(Variable const& variable, char const* attribute) const
 }
 
 std::vector<std::pair<std::string, std::string>> Dataset::attributes(Variable const& variable) const {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     int count = 0;
     check(nc_inq_varnatts(id_, variable.id, &count), path_);
     std::vector<std::pair<std::string, std::string>> all;
@@ -198,7 +212,7 @@ std::vector<std::pair<std::string, std::string>> Dataset::attributes(Variable co
 }
 
 std::vector<double> Dataset::coordinates(Variable const& variable) const {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     std::vector<double> values(variable.shape.at(0));
     std::size_t const start = 0;
     check(
@@ -209,17 +223,17 @@ std::vector<double> Dataset::coordinates(Variable const& variable) const {
 }
 
 void Dataset::read(Variable const& variable, std::size_t const* start, std::size_t const* count, void* samples) const {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     check(guarded(path_, [&] { return nc_get_vara(id_, variable.id, start, count, samples); }), path_);
 }
 
 void Dataset::write(Variable const& variable, std::size_t const* start, std::size_t const* count, void const* samples) {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     check(nc_put_vara(id_, variable.id, start, count, samples), path_);
 }
 
 void Dataset::flush() {
-    std::lock_guard const lock(hdf5Lock());
+    NetcdfCall const call;
     check(nc_sync(id_), path_);
 }
 

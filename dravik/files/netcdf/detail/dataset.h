@@ -3,11 +3,13 @@
 
 // Dataset: an open netCDF file. Threads: any; each operation holds the lock of the process.
 
+#include <H5Epublic.h>
 #include <netcdf.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <typeinfo>
@@ -24,6 +26,20 @@ struct Variable {
     std::vector<std::string> axes;
     std::vector<std::size_t> shape;
     std::vector<std::size_t> chunks;  ///< empty where it lies in one piece
+};
+
+/// Holds the lock of the process, and keeps HDF5 from telling of errors on standard error by itself.
+class NetcdfCall {
+  public:
+    NetcdfCall();
+    NetcdfCall(NetcdfCall const&) = delete;
+    NetcdfCall& operator=(NetcdfCall const&) = delete;
+    ~NetcdfCall();
+
+  private:
+    std::lock_guard<std::recursive_mutex> lock_;
+    H5E_auto2_t print_ = nullptr;
+    void* printData_ = nullptr;
 };
 
 class Dataset {
