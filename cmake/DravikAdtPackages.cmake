@@ -22,6 +22,11 @@ set(python_package python3-dravik-adt)
 if(python_is_built)
     list(APPEND components python)
 endif()
+get_property(command_is_built GLOBAL PROPERTY DRAVIK_ADT_COMMAND_IS_BUILT)
+set(tools_package dravik-tools)
+if(command_is_built)
+    list(APPEND components tools)
+endif()
 set(debian_dir ${PROJECT_BINARY_DIR}/debian)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/copyright.in ${debian_dir}/copyright @ONLY)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/debian/changelog.in ${debian_dir}/changelog @ONLY)
@@ -124,11 +129,12 @@ endforeach()
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME ${python_package})
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
-set(python_needs "python3 (>= 3.11), python3 (<< 3.12), python3-numpy-abi9, ${runtime_package} (= ${PROJECT_VERSION})")
+set(libraries_needed "${runtime_package} (= ${PROJECT_VERSION})")
 foreach(companion IN LISTS companions)
-    string(APPEND python_needs ", ${${companion}_runtime_package} (= ${PROJECT_VERSION})")
+    string(APPEND libraries_needed ", ${${companion}_runtime_package} (= ${PROJECT_VERSION})")
 endforeach()
-set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS ${python_needs})
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= 3.11), python3 (<< 3.12), python3-numpy-abi9, ${libraries_needed}")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "python3-dask, python3-xarray")
 set(CPACK_DEBIAN_PYTHON_DEBUGINFO_PACKAGE ON)
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
@@ -136,5 +142,16 @@ set(CPACK_COMPONENT_PYTHON_DESCRIPTION
 Opens definitions and files of seismic volumes, grids and other sampled data
 far larger than memory, hands blocks of samples to numpy without a copy, and
 opens the same chain in every worker of a Dask cluster.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${libraries_needed}, fonts-dejavu-core")
+set(CPACK_DEBIAN_TOOLS_DEBUGINFO_PACKAGE ON)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+    "look into, cut, convert and draw volumes and grids
+The program dravik: tells what files of seismic volumes, grids and other
+sampled data hold, copies parts of them between formats and sample types in
+bounded memory, counts their samples, compares them and draws pictures.")
 
 include(CPack)
