@@ -13,6 +13,9 @@
 #ifdef DRAVIK_COMMAND_HAS_FILES_SEGY
 #include "dravik/files/segy/segy_file.h"
 #endif
+#ifdef DRAVIK_COMMAND_HAS_FILES_TIFF
+#include "dravik/files/tiff/tiff_file.h"
+#endif
 #ifdef DRAVIK_COMMAND_HAS_FILES_ZARR
 #include "dravik/files/zarr/zarr_file.h"
 #endif
@@ -23,6 +26,7 @@
 #include <cctype>
 #include <cmath>
 #include <map>
+#include <optional>
 #include <set>
 #include <stdexcept>
 
@@ -168,6 +172,44 @@ SourcePtr createSegy(Path const& path, OutputLayout const& layout) {
 }
 #endif
 
+#ifdef DRAVIK_COMMAND_HAS_FILES_TIFF
+// The first coordinate and the step of those that are evenly spaced.
+std::optional<std::pair<double, double>> evenly(std::vector<double> const& at) {
+    if (at.size() < 2) {
+        return std::nullopt;
+    }
+    double const step = (at.back() - at.front()) / static_cast<double>(at.size() - 1);
+    for (std::size_t index = 0; index < at.size(); ++index) {
+        if (step == 0 || std::abs(at[index] - at[0] - step * static_cast<double>(index)) > std::abs(step) * 1e-3) {
+            return std::nullopt;
+        }
+    }
+    return std::pair(at[0], step);
+}
+
+SourcePtr createTiff(Path const& path, OutputLayout const& layout) {
+    Files::TiffLayout file;
+    file.shape = layout.shape;
+    file.sampleType = layout.sampleType;
+    file.unit = layout.info.valueUnit;
+    if (auto const count = layout.chunks.size(); count >= 2) {
+        file.tile = {layout.chunks[count - 2], layout.chunks[count - 1]};
+    }
+    if (auto const axes = layout.shape.size(); axes >= 2) {
+        auto const rows = evenly(layout.info.axes[axes - 2].coordinates);
+        auto const columns = evenly(layout.info.axes[axes - 1].coordinates);
+        if (rows && columns) {
+            auto const [x, across] = *columns;
+            auto const [y, down] = *rows;
+            file.transform = {x - across / 2, across, 0, y - down / 2, 0, down};
+        }
+    }
+    Files::createTiff(path, file);
+    return boost::make_shared<Files::TiffFileDef>(
+        path, Files::TiffFileDef::Options{.image = std::nullopt, .isWritable = true});
+}
+#endif
+
 std::vector<Format> builtFormats() {
     return {
 #ifdef DRAVIK_COMMAND_HAS_FILES_NETCDF
@@ -193,6 +235,9 @@ std::vector<Format> builtFormats() {
 #endif
 #ifdef DRAVIK_COMMAND_HAS_FILES_SEGY
         {"SEG-Y", {".sgy", ".segy"}, Files::registerSegy, isSource<Files::SegyFileDef>, nullptr, createSegy, false},
+#endif
+#ifdef DRAVIK_COMMAND_HAS_FILES_TIFF
+        {"TIFF", {".tif", ".tiff"}, Files::registerTiff, isSource<Files::TiffFileDef>, nullptr, createTiff, false},
 #endif
 #ifdef DRAVIK_COMMAND_HAS_FILES_RAW
         {"raw", {".raw", ".bin"}, Files::registerRaw, isSource<Files::RawFileDef>, nullptr, createRaw, true},
