@@ -95,7 +95,7 @@ Adt::BulkView::TransferOptions Session::transfer(std::string const& what) {
     Adt::BulkView::TransferOptions options;
     options.stop = stop_;
     options.workers = resources_.threads;
-    options.byteBudget = resources_.memory / 8;
+    options.byteBudget = resources_.memory / 16;
     options.executor = [this](std::function<void()> task) { threads_.emplace_back(std::move(task)); };
     options.progress = [progress = std::make_shared<Progress>(what)](std::int64_t done, std::int64_t total) {
         progress->show(done, total);

@@ -126,8 +126,9 @@ class RawStore final : public Adt::BulkView::IBrickStore {
 
     void read(Box const& box, void* samples) const override {
         auto* to = static_cast<char*>(samples);
-        file_.access(box.pointCount() * sampleBytes_, [&] {
-            forEachRun(size_, box, [&](std::int64_t position, std::int64_t count) {
+        file_.access([&] {
+            forEachRun(size_, box, [&, run = std::int64_t{0}](std::int64_t position, std::int64_t count) mutable {
+                file_.settleAfter(run++);
                 move(at(position), to, count);
                 to += count * sampleBytes_;
             });
@@ -139,8 +140,9 @@ class RawStore final : public Adt::BulkView::IBrickStore {
             return IBrickStore::write(box, samples);
         }
         auto const* from = static_cast<char const*>(samples);
-        file_.access(box.pointCount() * sampleBytes_, [&] {
-            forEachRun(size_, box, [&](std::int64_t position, std::int64_t count) {
+        file_.access([&] {
+            forEachRun(size_, box, [&, run = std::int64_t{0}](std::int64_t position, std::int64_t count) mutable {
+                file_.settleAfter(run++);
                 move(from, at(position), count);
                 from += count * sampleBytes_;
             });

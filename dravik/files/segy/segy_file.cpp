@@ -70,8 +70,9 @@ class SegyStore final : public Adt::BulkView::IBrickStore {
     void read(Box const& box, void* samples) const override {
         auto* const to = static_cast<char*>(samples);
         std::int64_t const bytes = rowBytes(box);
-        file_->access(box.pointCount() * survey_.sampleBytes, [&] {
+        file_->access([&] {
             forEachTrace(box, [&](std::int64_t place, std::int64_t at) {
+                file_->settleAfter(at);
                 if (place != Survey::kNoTrace) {
                     std::memcpy(
                         to + at * bytes, file_->data() + place + firstByte(box), static_cast<std::size_t>(bytes));
@@ -95,8 +96,9 @@ class SegyStore final : public Adt::BulkView::IBrickStore {
         std::memcpy(stored.data(), samples, stored.size());
         requireTraces(box, stored, bytes);
         fromNative(stored.data(), box.pointCount());
-        file_->access(box.pointCount() * survey_.sampleBytes, [&] {
+        file_->access([&] {
             forEachTrace(box, [&](std::int64_t place, std::int64_t at) {
+                file_->settleAfter(at);
                 if (place != Survey::kNoTrace) {
                     std::memcpy(
                         file_->data() + place + firstByte(box), stored.data() + at * bytes,
@@ -307,7 +309,7 @@ void createSegy(std::filesystem::path const& path, SegyLayout const& layout) {
     std::int64_t const traceBytes = Detail::kTraceHeaderBytes + std::int64_t{layout.sampleCount} * bytes;
     createFile(path, first + std::int64_t{layout.inlines.count} * layout.crosslines.count * traceBytes);
     MappedFile const file(path, /*writable=*/true);
-    file.access(file.byteSize(), [&] {
+    file.access([&] {
         std::memset(file.data(), 0x40, static_cast<std::size_t>(Detail::kTextBytes));  // blanks
         for (int line = 0; line < 40; ++line) {
             file.data()[line * 80] = '\xC3';

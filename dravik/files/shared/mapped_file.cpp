@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -41,8 +40,8 @@ class Descriptor {
     int number_;
 };
 
-// A fault brings as many bytes as the system maps around it, or more where pages are large.
-constexpr std::int64_t kBytesPerFault = std::int64_t{64} << 10;
+// What a fault brings at most: the system maps what it has around the page, up to a large page.
+constexpr std::int64_t kBytesPerFault = std::int64_t{2} << 20;
 
 std::atomic<std::int64_t> mappedByteBudget{std::int64_t{256} << 20};
 
@@ -51,6 +50,8 @@ std::int64_t faultsSoFar() noexcept {
     rusage usage{};
     return ::getrusage(RUSAGE_THREAD, &usage) == 0 ? usage.ru_minflt + usage.ru_majflt : 0;
 }
+
+thread_local std::int64_t countedFaults = 0;
 
 }  // namespace
 
@@ -86,16 +87,16 @@ MappedFile::~MappedFile() {
     }
 }
 
-void MappedFile::access(std::int64_t bytes, std::function<void()> const& act) const {
+void MappedFile::access(std::function<void()> const& act) const {
     auto const call = [](void* function) {
         (*static_cast<std::function<void()> const*>(function))();
         return 0;
     };
+    countedFaults = byteSize_ > mappedByteBudget ? faultsSoFar() : 0;  // not what others have had
     Adt::ICloneableException::ConstPtr failure;
-    std::int64_t const before = faultsSoFar();
     Adt::Exceptions::ClonedException::runAndCatchException(
         call, const_cast<void*>(static_cast<void const*>(&act)), &failure);
-    giveBackPages(std::max(bytes, (faultsSoFar() - before) * kBytesPerFault));
+    settle();
     if (failure == nullptr) {
         return;
     }
@@ -108,8 +109,13 @@ void MappedFile::access(std::int64_t bytes, std::function<void()> const& act) co
 }
 
 // The pages of a shared mapping are the system's, written ones as well: nothing is lost.
-void MappedFile::giveBackPages(std::int64_t touched) const noexcept {
-    if (byteSize_ > mappedByteBudget && (touched_ += touched) > mappedByteBudget) {
+void MappedFile::settle() const noexcept {
+    if (byteSize_ <= mappedByteBudget) {
+        return;
+    }
+    std::int64_t const faults = faultsSoFar();
+    std::int64_t const touched = (faults - std::exchange(countedFaults, faults)) * kBytesPerFault;
+    if (touched > 0 && (touched_ += touched) > mappedByteBudget) {
         touched_ = 0;
         ::madvise(data_, static_cast<std::size_t>(byteSize_), MADV_DONTNEED);
     }

@@ -30,9 +30,19 @@ class DRAVIK_ADT_EXPORT MappedFile {
     char* data() const noexcept { return data_; }
 
     /// Calls act, which may touch the bytes and own nothing meanwhile.
-    /// Pages beyond the budget of setMappedByteBudget are given back afterwards; `bytes` tells how many `act` touches.
     /// @throws std::system_error of EIO where a page could not be had; what `act` throws, as a clone
-    void access(std::int64_t bytes, std::function<void()> const& act) const;
+    void access(std::function<void()> const& act) const;
+
+    /// Gives pages back if more have been touched than setMappedByteBudget allows. To be called inside `access` now and
+    /// then, and called at its end.
+    /// @threads any; what another thread touches meanwhile comes back
+    void settle() const noexcept;
+    /// The same for one in eight of the pieces that are touched one after the other.
+    void settleAfter(std::int64_t piece) const noexcept {
+        if (piece % 8 == 7) {
+            settle();
+        }
+    }
 
     /// Waits until the disk has all that was written.
     /// @throws std::system_error
@@ -40,8 +50,6 @@ class DRAVIK_ADT_EXPORT MappedFile {
 
   private:
     std::filesystem::path path_;
-    void giveBackPages(std::int64_t touched) const noexcept;
-
     std::int64_t byteSize_ = 0;
     char* data_ = nullptr;
     mutable std::atomic<std::int64_t> touched_ = 0;  // bytes, since the pages were last given back

@@ -95,7 +95,7 @@ int guarded(std::filesystem::path const& path, Call call) {
 void requireSound(std::filesystem::path const& path) {
     MappedFile const file(path, /*writable=*/false);
     bool isSound = true;
-    file.access(0, [&] { isSound = isSoundIfClassic({file.data(), static_cast<std::size_t>(file.byteSize())}); });
+    file.access([&] { isSound = isSoundIfClassic({file.data(), static_cast<std::size_t>(file.byteSize())}); });
     if (!isSound) {
         throw std::runtime_error(path.string() + ": its netCDF header is damaged");
     }

@@ -71,8 +71,9 @@ class MappedNumbers final : public StoredNumbers {
 
     void read(Box const& box, void* numbers) const override {
         auto* to = static_cast<char*>(numbers);
-        file_.access(box.pointCount() * bytes_, [&] {
-            forEachRun(size_, box, [&](std::int64_t position, std::int64_t count) {
+        file_.access([&] {
+            forEachRun(size_, box, [&, run = std::int64_t{0}](std::int64_t position, std::int64_t count) mutable {
+                file_.settleAfter(run++);
                 std::memcpy(to, file_.data() + begin_ + position * bytes_, static_cast<std::size_t>(count * bytes_));
                 to += count * bytes_;
             });
@@ -122,7 +123,7 @@ std::unique_ptr<StoredNumbers> mappedNumbers(
     std::filesystem::path const& path, Variable const& variable, Size const& size, std::type_info const& type) {
     auto file = std::make_unique<MappedFile>(path, /*writable=*/false);
     std::optional<std::int64_t> begin;
-    file->access(0, [&] {
+    file->access([&] {
         begin = classicVariableAt({file->data(), static_cast<std::size_t>(file->byteSize())}, variable.name);
     });
     int const bytes = Adt::TypeRegister::sizeofTypeInBits(type) / 8;

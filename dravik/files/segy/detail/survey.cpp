@@ -112,7 +112,7 @@ TraceNumbers readTraceHeaders(MappedFile const& file, Survey& survey, std::int64
     numbers.inlines.resize(static_cast<std::size_t>(count));
     numbers.crosslines.resize(static_cast<std::size_t>(count));
     std::int64_t wrong = -1;
-    file.access(0, [&] {
+    file.access([&] {
         for (std::int64_t trace = 0; trace < count && wrong < 0; ++trace) {
             char const* const header = file.data() + first + trace * bytes;
             auto const n = static_cast<std::size_t>(trace);
@@ -142,7 +142,7 @@ Survey Survey::read(MappedFile const& file) {
     if (file.byteSize() < kTextBytes + kBinaryBytes + kTraceHeaderBytes) {
         refuse(file, "it has " + std::to_string(file.byteSize()) + " bytes");
     }
-    file.access(0, [&] { readBinaryHeader(file, survey, first); });
+    file.access([&] { readBinaryHeader(file, survey, first); });
     std::int64_t const bytes = kTraceHeaderBytes + std::int64_t{survey.sampleCount} * survey.sampleBytes;
     std::int64_t const count = (file.byteSize() - first) / bytes;
     if (count < 1 || (file.byteSize() - first) % bytes != 0) {
@@ -189,7 +189,7 @@ bool Survey::looksLike(MappedFile const& file) {
         return false;
     }
     bool looks = false;
-    file.access(0, [&] {
+    file.access([&] {
         // The text begins with a C, in either of two alphabets.
         bool const hasText = file.data()[0] == 'C' || file.data()[0] == '\xC3';
         char const* const format = file.data() + kTextBytes + kFormat;
