@@ -90,15 +90,15 @@ std::vector<std::size_t> pagesOf(TiffFileDef const& file, std::vector<ImageHeade
 }
 
 void setAxes(Adt::BulkView::DataInfo& info, TiffArray const& array, Detail::Georeference const& where) {
-    int axis = 0;
+    std::size_t axis = 0;
     if (array.pages.size() > 1) {
-        info.axes[static_cast<std::size_t>(axis++)].name = "page";
+        info.axes[axis++].name = "page";
     }
     if (array.layout.bands > 1) {
-        info.axes[static_cast<std::size_t>(axis++)].name = "band";
+        info.axes[axis++].name = "band";
     }
-    auto& rows = info.axes[static_cast<std::size_t>(axis)];
-    auto& columns = info.axes[static_cast<std::size_t>(axis + 1)];
+    auto& rows = info.axes[axis];
+    auto& columns = info.axes[axis + 1];
     rows.name = where.isGeographic ? "latitude" : "y";
     columns.name = where.isGeographic ? "longitude" : "x";
     bool const isDegrees = where.isGeographic && where.unit == "degrees";

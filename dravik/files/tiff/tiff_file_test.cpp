@@ -17,7 +17,6 @@ namespace {
 
 using Adt::Testing::PlainArray;
 using Box = Adt::OpenEndedRange<4, int>;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 using testing::ThrowsMessage;
@@ -31,7 +30,7 @@ class TiffFile : public testing::Test {
         std::string const all = "cd " + folder.string() + " && (" + command + ") > out.txt 2>&1";
         bool const isDone = std::system(all.c_str()) == 0;
         std::ifstream file(folder / "out.txt");
-        std::string const text(std::istreambuf_iterator<char>(file), {});
+        std::string text(std::istreambuf_iterator<char>(file), {});
         EXPECT_TRUE(isDone) << command << "\n" << text;
         return text;
     }

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/files/tiff/detail/tiff_handle.h"
 
+#include "dravik/adt/exceptions/cloned_exception.h"
+
 #include <xtiffio.h>
 
+#include <cxxabi.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -10,6 +13,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -31,7 +35,7 @@ void knowGeoTags() {
 
 TiffHandle::TiffHandle(std::filesystem::path path, Mode mode) : path_(std::move(path)) {
     knowGeoTags();
-    int const flags = mode == Mode::Read ? O_RDONLY : mode == Mode::Update ? O_RDWR : O_RDWR | O_CREAT | O_EXCL;
+    int const flags = mode == Mode::Make ? O_RDWR | O_CREAT | O_EXCL : mode == Mode::Update ? O_RDWR : O_RDONLY;
     int const file = ::open(path_.c_str(), flags | O_CLOEXEC, 0666);
     if (file < 0) {
         throw std::system_error(errno, std::generic_category(), path_.string());
@@ -58,12 +62,37 @@ void TiffHandle::open(int file, Mode mode) {
     TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kMostAllocated);
     TIFFOpenOptionsSetErrorHandlerExtR(options.get(), keepError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(options.get(), dropWarning, this);
-    // No mapping: a file cut off meanwhile ends in an error. Tables of tiles are read as far as they are asked for.
-    char const* const how = mode == Mode::Read ? "rmO" : mode == Mode::Update ? "r+m" : "w8m";
+    // "m" for no mapping, "O" for tables of tiles that are read as far as they are asked for.
+    char const* const how = mode == Mode::Read         ? "rmO"
+                            : mode == Mode::ReadMapped ? "rO"
+                            : mode == Mode::Update     ? "r+m"
+                                                       : "w8m";
     tiff_ = TIFFFdOpenExt(file, path_.c_str(), how, options.get());
     if (tiff_ != nullptr && mode != Mode::Make) {
         place_ = TIFFCurrentDirOffset(tiff_);
         configureCodec();
+    }
+}
+
+void TiffHandle::guard(std::filesystem::path const& path, std::function<void()> const& act) {
+    std::exception_ptr thrown;
+    auto call = [&] {
+        try {
+            act();
+        } catch (abi::__forced_unwind const&) {
+            throw;
+        } catch (...) {
+            thrown = std::current_exception();
+        }
+    };
+    Adt::ICloneableException::ConstPtr fault;
+    Adt::Exceptions::ClonedException::runAndCatchException(
+        [](void* function) { return (*static_cast<decltype(call)*>(function))(), 0; }, &call, &fault);
+    if (fault != nullptr) {
+        throw std::runtime_error(path.string() + ": has become shorter than it was, or its disk has failed");
+    }
+    if (thrown != nullptr) {
+        std::rethrow_exception(thrown);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,8 @@ namespace Quorvel::Dravik::Files::Detail {
 /// the whole process stay as they are.
 class TiffHandle {
   public:
-    enum class Mode { Read, Update, Make };
+    /// A mapped file is read without a copy, and faults where somebody has made it shorter: call it inside `guard`.
+    enum class Mode { Read, ReadMapped, Update, Make };
 
     /// @throws std::system_error for what the operating system refuses, std::runtime_error for what is no TIFF
     TiffHandle(std::filesystem::path path, Mode mode);
@@ -26,6 +28,10 @@ class TiffHandle {
     ~TiffHandle();
 
     TIFF* get() const noexcept { return tiff_; }
+
+    /// Calls act.
+    /// @throws std::runtime_error for a fault in it; what it throws
+    static void guard(std::filesystem::path const& path, std::function<void()> const& act);
 
     /// @throws std::runtime_error with what the library told, or else `what`, unless `isDone`
     void require(bool isDone, char const* what);

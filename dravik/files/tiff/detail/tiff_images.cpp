@@ -133,11 +133,11 @@ void appendInside(TIFF* tiff, std::vector<std::uint64_t>& inside) {
 }  // namespace
 
 std::uint64_t TileLayout::tilesAcross() const noexcept {
-    return static_cast<std::uint64_t>((width - 1) / tileWidth + 1);
+    return static_cast<std::uint64_t>((width - 1) / tileWidth) + 1;
 }
 
 std::uint64_t TileLayout::tilesPerBand() const noexcept {
-    return tilesAcross() * static_cast<std::uint64_t>((height - 1) / tileHeight + 1);
+    return tilesAcross() * (static_cast<std::uint64_t>((height - 1) / tileHeight) + 1);
 }
 
 std::vector<ImageHeader> imagesOf(TiffHandle& file) {

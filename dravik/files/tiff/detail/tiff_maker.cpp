@@ -35,8 +35,9 @@ void checkTiles(TiffLayout const& layout) {
     if (!std::all_of(layout.tile.begin(), layout.tile.end(), isTileLength)) {
         refuse("rows and columns of a tile are multiples of 16 up to 16384");
     }
-    double const perBand = static_cast<double>((rows - 1) / layout.tile[0] + 1) * ((columns - 1) / layout.tile[1] + 1);
-    if (perBand * (layout.isInterleaved ? 1 : bands) >= std::numeric_limits<std::uint32_t>::max()) {
+    std::int64_t const down = (rows - 1) / layout.tile[0] + 1, across = (columns - 1) / layout.tile[1] + 1;
+    constexpr std::int64_t kMostTiles = std::numeric_limits<std::uint32_t>::max();
+    if (across > kMostTiles / down / (layout.isInterleaved ? 1 : bands)) {
         refuse("more tiles than a file can have");
     }
     if (layout.isInterleaved && 8. * bands * layout.tile[0] * layout.tile[1] > 1 << 30) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <utility>
 
@@ -17,6 +18,7 @@ using Index = Adt::FixedVector<4, int>;
 enum Axis { Page, Band, Row, Column };  // of boxes inside here
 
 constexpr std::size_t kMostIdle = 16;
+constexpr std::int64_t kLeastMapped = 1 << 17;  // bytes
 
 // The part of a box in one tile.
 struct Piece {
@@ -60,19 +62,15 @@ void moveSamples(TileLayout const& layout, Box const& box, Piece const& piece, N
 
 template <bool isToTile>
 void moveSamples(TileLayout const& layout, Box const& box, Piece const& piece, void* tile, void* samples) {
-    auto const move = [&]<class N>(N) {
-        moveSamples<N, isToTile>(layout, box, piece, static_cast<N*>(tile), static_cast<N*>(samples));
+    auto const moveIf = [&]<class N>(N) {
+        if (layout.sampleBytes() == static_cast<int>(sizeof(N))) {
+            moveSamples<N, isToTile>(layout, box, piece, static_cast<N*>(tile), static_cast<N*>(samples));
+        }
     };
-    switch (layout.sampleBytes()) {
-    case 1:
-        return move(std::uint8_t());
-    case 2:
-        return move(std::uint16_t());
-    case 4:
-        return move(std::uint32_t());
-    default:
-        return move(std::uint64_t());
-    }
+    moveIf(std::uint8_t());
+    moveIf(std::uint16_t());
+    moveIf(std::uint32_t());
+    moveIf(std::uint64_t());
 }
 
 // Numbers of `bits` bits each, the highest bit first, rows from whole bytes on, to numbers of type N.
@@ -96,18 +94,18 @@ class TiffNumbers final : public StoredNumbers {
   public:
     TiffNumbers(std::filesystem::path path, TiffArray array, bool isWritable)
         : path_(std::move(path)), array_(std::move(array)), isWritable_(isWritable) {
-        give(open());
+        give(isWritable_ ? Mode::Update : Mode::Read, open(isWritable_ ? Mode::Update : Mode::Read));
     }
 
     void read(Box const& box, void* numbers) const override {
-        withFile([&](TiffHandle& file) {
+        withFile(modeFor(box), [&](TiffHandle& file) {
             auto const inside = insideOf(box);
             forEachPiece(inside, [&](Piece const& piece) { return readPiece(file, inside, piece, numbers), true; });
         });
     }
 
     void write(Box const& box, void const* numbers) override {
-        withFile([&](TiffHandle& file) {
+        withFile(modeFor(box), [&](TiffHandle& file) {
             auto const inside = insideOf(box);
             forEachPiece(inside, [&](Piece const& piece) { return writePiece(file, inside, piece, numbers), true; });
         });
@@ -115,14 +113,14 @@ class TiffNumbers final : public StoredNumbers {
 
     void flush() override {
         if (isWritable_) {
-            withFile([](TiffHandle& file) { file.flush(); });
+            withFile(Mode::Update, [](TiffHandle& file) { file.flush(); });
         }
     }
 
     bool hasSamples(Box const& box) const override {
         bool has = !array_.isFillMissing;
         if (!has) {
-            withFile([&](TiffHandle& file) {
+            withFile(isWritable_ ? Mode::Update : Mode::Read, [&](TiffHandle& file) {
                 forEachPiece(insideOf(box), [&](Piece const& piece) {
                     file.select(pageOf(piece));
                     has = isStored(file, piece);
@@ -136,34 +134,47 @@ class TiffNumbers final : public StoredNumbers {
     bool servesParts() const override { return false; }
 
   private:
-    std::unique_ptr<TiffHandle> open() const {
-        return std::make_unique<TiffHandle>(path_, isWritable_ ? TiffHandle::Mode::Update : TiffHandle::Mode::Read);
+    using Mode = TiffHandle::Mode;
+
+    // Reads from a mapping what is worth its guard.
+    Mode modeFor(Box const& box) const {
+        bool const isLarge = box.pointCount() * array_.layout.sampleBytes() >= kLeastMapped;
+        return isWritable_ ? Mode::Update : isLarge ? Mode::ReadMapped : Mode::Read;
     }
+
+    std::unique_ptr<TiffHandle> open(Mode mode) const { return std::make_unique<TiffHandle>(path_, mode); }
 
     // One handle for each thread inside; a file that is written has one alone, since only that one knows what is new.
     template <class Act>
-    void withFile(Act act) const {
-        if (isWritable_) {
+    void withFile(Mode mode, Act act) const {
+        if (mode == Mode::Update) {
             std::lock_guard const lock(mutex_);
-            return act(*idle_.front());
+            return act(*idle_[Mode::Update].front());
         }
-        std::unique_ptr<TiffHandle> file;
-        {
-            std::lock_guard const lock(mutex_);
-            if (!idle_.empty()) {
-                file = std::move(idle_.back());
-                idle_.pop_back();
-            }
-        }
-        file = file == nullptr ? open() : std::move(file);
-        act(*file);
-        give(std::move(file));
+        auto file = take(mode);
+        auto const call = [&] {
+            file = file == nullptr ? open(mode) : std::move(file);
+            act(*file);
+        };
+        mode == Mode::ReadMapped ? TiffHandle::guard(path_, call) : call();
+        give(mode, std::move(file));
     }
 
-    void give(std::unique_ptr<TiffHandle> file) const {
+    std::unique_ptr<TiffHandle> take(Mode mode) const {
         std::lock_guard const lock(mutex_);
-        if (idle_.size() < kMostIdle) {
-            idle_.push_back(std::move(file));
+        auto& idle = idle_[mode];
+        if (idle.empty()) {
+            return nullptr;
+        }
+        auto file = std::move(idle.back());
+        idle.pop_back();
+        return file;
+    }
+
+    void give(Mode mode, std::unique_ptr<TiffHandle> file) const {
+        std::lock_guard const lock(mutex_);
+        if (idle_[mode].size() < kMostIdle) {
+            idle_[mode].push_back(std::move(file));
         }
     }
 
@@ -315,7 +326,7 @@ class TiffNumbers final : public StoredNumbers {
     TiffArray const array_;
     bool const isWritable_;
     mutable std::mutex mutex_;  // of the files; held over a call where the file is written
-    mutable std::vector<std::unique_ptr<TiffHandle>> idle_;
+    mutable std::map<Mode, std::vector<std::unique_ptr<TiffHandle>>> idle_;
 };
 
 Index trimmed(TiffArray const& array, Index const& inside) {
