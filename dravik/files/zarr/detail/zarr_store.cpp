@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <type_traits>
 #include <utility>
 
 namespace Quorvel::Dravik::Files::Detail {
@@ -52,7 +53,14 @@ void copyRow(char const* from, std::int64_t fromStride, char* to, std::int64_t t
     }
 }
 
-void copySamples(Place const& from, Place const& to, Index const& size, int bytes) {
+void copySamples(Place from, Place to, Index size, int bytes) {
+    // Axes that the array does not have go to the front: rows are the last axis that has several samples.
+    auto const turned = [](auto const& v) { return std::decay_t<decltype(v)>{v[3], v[0], v[1], v[2]}; };
+    for (int turns = 0; turns < 3 && size[3] == 1; ++turns) {
+        size = turned(size);
+        from.strides = turned(from.strides);
+        to.strides = turned(to.strides);
+    }
     bool const isDense = from.strides[3] == 1 && to.strides[3] == 1;
     auto const row = bytes == 1 ? copyRow<1> : bytes == 2 ? copyRow<2> : bytes == 4 ? copyRow<4> : copyRow<8>;
     for (int a = 0; a < size[0]; ++a) {
