@@ -7,7 +7,11 @@
 #include "dravik/adt/core/range.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
+#include <utility>
 
 namespace Quorvel::Dravik::Files {
 
@@ -33,6 +37,60 @@ void forEachRun(Adt::FixedVector<4, int> const& size, Adt::OpenEndedRange<4, int
             index[axis] = more ? index[axis] : box.min[axis];
         }
     }
+}
+
+/// Calls act(part) for what of `box` lies in each block of `block` samples per axis, in order; blocks begin at 0.
+template <class Act>
+void forEachPart(Adt::OpenEndedRange<4, int> const& box, Adt::FixedVector<4, int> const& block, Act act) {
+    auto part = box;
+    for (bool more = !box.isEmpty(); more;) {
+        for (int axis = 0; axis < 4; ++axis) {
+            auto const next = (std::int64_t{part.min[axis]} / block[axis] + 1) * block[axis];
+            part.max[axis] = static_cast<int>(std::min<std::int64_t>(next, box.max[axis]));
+        }
+        act(std::as_const(part));
+        more = false;
+        for (int axis = 3; axis >= 0 && !more; --axis) {
+            more = part.max[axis] < box.max[axis];
+            part.min[axis] = more ? part.max[axis] : box.min[axis];
+        }
+    }
+}
+
+/// Calls act(position, place, count) for the runs of samples of `part` among the dense samples of `box`: where each
+/// lies, and where in a dense array of the part, and how many there are.
+template <class Act>
+void forEachRunOfPart(Adt::OpenEndedRange<4, int> const& box, Adt::OpenEndedRange<4, int> const& part, Act act) {
+    std::int64_t done = 0;
+    forEachRun(box.max - box.min, {part.min - box.min, part.max - box.min}, [&](std::int64_t position, std::int64_t n) {
+        act(position, done, n);
+        done += n;
+    });
+}
+
+/// Reads `box` by read(part, samples) for its part in each block, dense samples of so many bytes each. A library that
+/// puts them in their places itself does so row by row.
+template <class Read>
+void readByParts(
+    Adt::OpenEndedRange<4, int> const& box, Adt::FixedVector<4, int> const& block, std::int64_t bytes, void* samples,
+    Read read) {
+    std::unique_ptr<std::byte[]> memory;
+    forEachPart(box, block, [&](Adt::OpenEndedRange<4, int> const& part) {
+        if (part == box) {
+            return read(part, samples);
+        }
+        if (memory == nullptr) {
+            std::int64_t const most =
+                std::min(Adt::OpenEndedRange<4, int>::OfSize(block).pointCount(), box.pointCount());
+            memory = std::make_unique_for_overwrite<std::byte[]>(static_cast<std::size_t>(most * bytes));
+        }
+        read(part, static_cast<void*>(memory.get()));
+        forEachRunOfPart(box, part, [&](std::int64_t position, std::int64_t place, std::int64_t count) {
+            std::memcpy(
+                static_cast<std::byte*>(samples) + position * bytes, memory.get() + place * bytes,
+                static_cast<std::size_t>(count * bytes));
+        });
+    });
 }
 
 /// Samples per axis of blocks of at most `sampleCount` that lie end to end.

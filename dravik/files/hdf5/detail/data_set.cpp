@@ -2,6 +2,7 @@
 #include "dravik/files/hdf5/detail/data_set.h"
 
 #include "dravik/adt/exceptions/cloned_exception.h"
+#include "dravik/files/shared/dense_box.h"
 #include "dravik/files/shared/hdf5_lock.h"
 
 #include <algorithm>
@@ -325,7 +326,7 @@ void DataSet::addAttachedScales(std::vector<DimensionScale>& scales) const {
     while (!group.empty()) {
         group.erase(group.rfind('/'));
         for (std::string const& name : namesInGroup(file_, group + "/")) {
-            auto const full = group + "/" + name;
+            auto const full = std::string(group).append("/").append(name);
             if (H5Oexists_by_name(file_, full.c_str(), H5P_DEFAULT) <= 0) {
                 continue;
             }
@@ -386,51 +387,50 @@ std::vector<std::pair<std::string, std::string>> DataSet::attributes() const {
     return all;
 }
 
-template <class Move>
-void DataSet::forEachPart(Adt::OpenEndedRange<4, int> const& box, Move move) const {
-    int const axes = static_cast<int>(shape_.size());
-    auto const chunk = chunk_.value_or(size_);
-    hsize_t lengths[4], start[4], begin[4], count[4];
-    for (int axis = 0; axis < axes; ++axis) {
-        lengths[axis] = static_cast<hsize_t>(box.size(axis));
+Hdf5Id DataSet::select(Adt::OpenEndedRange<4, int> const& box) const {
+    Hdf5Id space(Hdf5Call::check(H5Dget_space(set_), path_), H5Sclose);
+    hsize_t start[4], count[4];
+    for (int axis = 0; axis < 4; ++axis) {
+        start[axis] = static_cast<hsize_t>(box.min[axis]);
+        count[axis] = static_cast<hsize_t>(box.size(axis));
     }
-    Hdf5Id const memory(Hdf5Call::check(H5Screate_simple(axes, lengths, nullptr), path_), H5Sclose);
-    Hdf5Id const space(Hdf5Call::check(H5Dget_space(set_), path_), H5Sclose);
-    auto at = box.min;
-    for (bool more = !box.isEmpty(); more;) {
-        Adt::FixedVector<4, int> end;
-        for (int axis = 0; axis < 4; ++axis) {
-            auto const next = (std::int64_t{at[axis]} / chunk[axis] + 1) * chunk[axis];
-            end[axis] = static_cast<int>(std::min<std::int64_t>(next, box.max[axis]));
-        }
-        for (int axis = 0; axis < axes; ++axis) {
-            start[axis] = static_cast<hsize_t>(at[axis]);
-            begin[axis] = static_cast<hsize_t>(at[axis] - box.min[axis]);
-            count[axis] = static_cast<hsize_t>(end[axis] - at[axis]);
-        }
-        Hdf5Call::check(H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr), path_);
-        Hdf5Call::check(H5Sselect_hyperslab(memory, H5S_SELECT_SET, begin, nullptr, count, nullptr), path_);
-        move(memory, space);
-        more = false;
-        for (int axis = axes - 1; axis >= 0 && !more; --axis) {
-            more = end[axis] < box.max[axis];
-            at[axis] = more ? end[axis] : box.min[axis];
-        }
-    }
+    Hdf5Call::check(H5Sselect_hyperslab(space, H5S_SELECT_SET, start, nullptr, count, nullptr), path_);
+    return space;
 }
 
 void DataSet::read(Adt::OpenEndedRange<4, int> const& box, void* samples) const {
     Hdf5Call const call;
     hid_t const type = memoryTypeOf(*type_);
-    forEachPart(box, [&](hid_t memory, hid_t space) {
-        guarded(path_, [&] { return H5Dread(set_, type, memory, space, H5P_DEFAULT, samples); });
+    auto const bytes = static_cast<std::int64_t>(H5Tget_size(type));
+    // Of the same axes as in the file: the library goes from sample to sample otherwise.
+    int const axes = static_cast<int>(shape_.size());
+    readByParts(box, chunk_.value_or(size_), bytes, samples, [&](auto const& part, void* to) {
+        auto const space = select(part);
+        hsize_t lengths[4];
+        for (int axis = 0; axis < 4; ++axis) {
+            lengths[axis] = static_cast<hsize_t>(part.size(axis));
+        }
+        Hdf5Id const memory(Hdf5Call::check(H5Screate_simple(axes, lengths, nullptr), path_), H5Sclose);
+        guarded(path_, [&] { return H5Dread(set_, type, memory, space, H5P_DEFAULT, to); });
     });
 }
 
 void DataSet::write(Adt::OpenEndedRange<4, int> const& box, void const* samples) {
     Hdf5Call const call;
     hid_t const type = memoryTypeOf(*type_);
-    forEachPart(box, [&](hid_t memory, hid_t space) {
+    int const axes = static_cast<int>(shape_.size());
+    hsize_t lengths[4], begin[4], count[4];
+    for (int axis = 0; axis < 4; ++axis) {
+        lengths[axis] = static_cast<hsize_t>(box.size(axis));
+    }
+    Hdf5Id const memory(Hdf5Call::check(H5Screate_simple(axes, lengths, nullptr), path_), H5Sclose);
+    forEachPart(box, chunk_.value_or(size_), [&](auto const& part) {
+        for (int axis = 0; axis < 4; ++axis) {
+            begin[axis] = static_cast<hsize_t>(part.min[axis] - box.min[axis]);
+            count[axis] = static_cast<hsize_t>(part.size(axis));
+        }
+        Hdf5Call::check(H5Sselect_hyperslab(memory, H5S_SELECT_SET, begin, nullptr, count, nullptr), path_);
+        auto const space = select(part);
         Hdf5Call::check(H5Dwrite(set_, type, memory, space, H5P_DEFAULT, samples), path_);
     });
 }

@@ -96,9 +96,8 @@ class DataSet {
     void describe();
     void addAttachedScales(std::vector<DimensionScale>& scales) const;
     DimensionScale scaleFrom(hid_t scale, int length) const;
-    // Calls move(memorySpace, fileSpace) for the part of `box` in each chunk.
-    template <class Move>
-    void forEachPart(Adt::OpenEndedRange<4, int> const& box, Move move) const;
+    // The samples of `box` in the file.
+    Hdf5Id select(Adt::OpenEndedRange<4, int> const& box) const;
 
     std::filesystem::path path_;
     std::string name_;

@@ -222,6 +222,13 @@ std::vector<double> Dataset::coordinates(Variable const& variable) const {
     return values;
 }
 
+void Dataset::keepNoChunks(Variable const& variable) {
+    std::lock_guard const lock(hdf5Lock());
+    if (!variable.chunks.empty()) {
+        check(nc_set_var_chunk_cache(id_, variable.id, 0, 0, 0), path_);
+    }
+}
+
 void Dataset::read(Variable const& variable, std::size_t const* start, std::size_t const* count, void* samples) const {
     NetcdfCall const call;
     check(guarded(path_, [&] { return nc_get_vara(id_, variable.id, start, count, samples); }), path_);

@@ -63,6 +63,8 @@ class Dataset {
     std::vector<std::pair<std::string, std::string>> attributes(Variable const& variable) const;
     std::vector<double> coordinates(Variable const& variable) const;
 
+    /// Has chunks pass to the caller alone: the pool keeps them.
+    void keepNoChunks(Variable const& variable);
     void read(Variable const& variable, std::size_t const* start, std::size_t const* count, void* samples) const;
     void write(Variable const& variable, std::size_t const* start, std::size_t const* count, void const* samples);
     void flush();

@@ -30,12 +30,17 @@ constexpr int kBlockBytes = 1 << 18;  // of a variable in one piece
 // By the library, one thread at a time.
 class LibraryNumbers final : public StoredNumbers {
   public:
-    LibraryNumbers(std::shared_ptr<Dataset> dataset, Variable variable)
-        : dataset_(std::move(dataset)), variable_(std::move(variable)) {}
+    LibraryNumbers(std::shared_ptr<Dataset> dataset, Variable variable, Size const& block, std::type_info const& type)
+        : dataset_(std::move(dataset)),
+          variable_(std::move(variable)),
+          block_(block),
+          bytes_(Adt::TypeRegister::sizeofTypeInBits(type) / 8) {}
 
     void read(Box const& box, void* numbers) const override {
-        auto const place = Place(box);
-        dataset_->read(variable_, place.start, place.count, numbers);
+        readByParts(box, block_, bytes_, numbers, [&](Box const& part, void* to) {
+            auto const place = Place(part);
+            dataset_->read(variable_, place.start, place.count, to);
+        });
     }
     void write(Box const& box, void const* numbers) override {
         auto const place = Place(box);
@@ -57,6 +62,8 @@ class LibraryNumbers final : public StoredNumbers {
 
     std::shared_ptr<Dataset> dataset_;
     Variable variable_;
+    Size block_;
+    int bytes_;
 };
 
 // Where they lie in a classic file, by any number of threads.
@@ -174,7 +181,9 @@ std::shared_ptr<IBrickStore> makeNetcdfStore(
     traits.writable = writable;
     auto numbers = writable ? nullptr : mappedNumbers(dataset->path(), variable, size, *type);
     if (numbers == nullptr) {
-        numbers = std::make_unique<LibraryNumbers>(std::move(dataset), variable);
+        dataset->keepNoChunks(variable);
+        auto const block = variable.chunks.empty() ? size : traits.naturalBlock;
+        numbers = std::make_unique<LibraryNumbers>(std::move(dataset), variable, block, *type);
     }
     return makePackedStore(std::move(numbers), *type, size, traits, packing);
 }
