@@ -10,7 +10,6 @@ namespace Quorvel::Dravik::Adt::BulkView {
 using Detail::loadAcquire;
 using Detail::loadRelaxed;
 using Detail::storeRelaxed;
-using Detail::storeRelease;
 
 BufferHandle::Owner::~Owner() {
     userData_ = nullptr;
@@ -61,27 +60,8 @@ BufferHandle::Loan BufferHandle::loan() const noexcept {
 boost::intrusive_ptr<BufferHandle::Owner> BufferHandle::replace(Loan loan) noexcept {
     // The mark first: that of an invalidation which overlaps the rest has to stand, since its stores may be in between.
     mark(loan.invalidated);
-    storeInfo(loan.info);
-    storeRelaxed(buffer_, loan.buffer);
-    storeRelaxed(access_, loan.access);
+    store(loan.buffer, loan.info, loan.access);
     return owner_.exchange(std::move(loan.owner));
-}
-
-BufferHandle::ArrayInfo BufferHandle::infoSnapshot() const noexcept {
-    ArrayInfo info{range4(), {}, loadRelaxed(info_.offset)};
-    for (int axis = 0; axis < 4; ++axis) {
-        info.strides.data()[axis] = loadRelaxed(info_.strides.data()[axis]);
-    }
-    return info;
-}
-
-OpenEndedRange<4, int> BufferHandle::range4() const noexcept {
-    OpenEndedRange<4, int> range;
-    for (int axis = 0; axis < 4; ++axis) {
-        range.min.data()[axis] = loadAcquire(info_.range.min.data()[axis]);
-        range.max.data()[axis] = loadRelaxed(info_.range.max.data()[axis]);
-    }
-    return range;
 }
 
 int BufferHandle::sampleCount() const noexcept {
@@ -98,34 +78,9 @@ bool BufferHandle::intersects(OpenEndedRange<4, int> range) const noexcept {
     return mine.min.allLess(range.max) && range.min.allLess(mine.max);
 }
 
-// A thread that empties the range writes every upper end before a lower one, and `contains` reads the lower end first:
-// so a consumer that meets half of the change finds an index outside, or inside the block as it was lent.
-void BufferHandle::storeRange(OpenEndedRange<4, int> const& range) noexcept {
-    for (int axis = 0; axis < 4; ++axis) {
-        storeRelaxed(info_.range.max.data()[axis], range.max.data()[axis]);
-    }
-    for (int axis = 0; axis < 4; ++axis) {
-        storeRelease(info_.range.min.data()[axis], range.min.data()[axis]);
-    }
-}
-
-void BufferHandle::storeInfo(ArrayInfo const& info) noexcept {
-    for (int axis = 0; axis < 4; ++axis) {
-        storeRelaxed(info_.strides.data()[axis], info.strides.data()[axis]);
-    }
-    storeRelaxed(info_.offset, info.offset);
-    storeRange(info.range);
-}
-
-void BufferHandle::lend(void* buffer, ArrayInfo const& info, AdtEnums::Access access) {
+void BufferHandle::lend(void* buffer, ArrayInfo info, AdtEnums::Access access) {
     OwnerLock const lock(owner_.share(OwnerLock::isWantedBy));
-    storeRelaxed(buffer_, buffer);
-    storeRelaxed(access_, access);
-    storeInfo(info);
-}
-
-void BufferHandle::update(void* buffer, ArrayInfo const& info, AdtEnums::Access access) {
-    lend(buffer, info, access);
+    store(buffer, info, access);
 }
 
 void BufferHandle::update(ArrayRef<4> const& array, AdtEnums::Access access) {

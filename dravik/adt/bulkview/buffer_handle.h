@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <utility>
 
 namespace Quorvel::Dravik::Adt::BulkView {
 
@@ -83,8 +84,14 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     /// takes infoSnapshot, changes the copy and gives it back with relabel.
     ArrayInfo const& info() const noexcept { return info_; }
     ArrayInfo& info() noexcept { return info_; }
-    ArrayInfo infoSnapshot() const noexcept;
-    OpenEndedRange<4, int> range4() const noexcept;
+    [[gnu::always_inline]] ArrayInfo infoSnapshot() const noexcept {
+        return {range4(), loadWords(info_.strides), Detail::loadRelaxed(info_.offset)};
+    }
+    [[gnu::always_inline]] OpenEndedRange<4, int> range4() const noexcept {
+        // The lower end first: see storeRange.
+        auto const min = loadWords(info_.range.min);
+        return {min, loadWords(info_.range.max)};
+    }
     /// info().range.max[0], which is 0 as soon as another thread has emptied the range.
     int rangeEnd() const noexcept { return Detail::loadRelaxed(info_.range.max.data()[0]); }
 
@@ -99,15 +106,8 @@ class DRAVIK_ADT_EXPORT BufferHandle {
 
     /// Whether the block covers the index on the axes given; the others are not looked at.
     template <int K>
-    requires(K <= 4) bool contains(FixedVector<K, int> const& index) const noexcept {
-        bool inside = true;
-        for (int axis = 0; axis < K; ++axis) {
-            // The lower end first: see storeRange.
-            int const min = Detail::loadAcquire(info_.range.min.data()[axis]);
-            int const max = Detail::loadRelaxed(info_.range.max.data()[axis]);
-            inside = inside && min <= index.data()[axis] && index.data()[axis] < max;
-        }
-        return inside;
+    [[gnu::always_inline]] bool contains(FixedVector<K, int> const& index) const noexcept requires(K <= 4) {
+        return containsOn(index, std::make_integer_sequence<int, K>());
     }
     bool contains(int i) const noexcept { return contains(FixedVector<1, int>(i)); }
     bool contains(int i, int j) const noexcept { return contains(FixedVector<2, int>(i, j)); }
@@ -119,15 +119,8 @@ class DRAVIK_ADT_EXPORT BufferHandle {
 
     /// Samples from the buffer's start to the index on the axes given, the others at range.min. Checks no bounds.
     template <int K>
-    requires(K <= 4) std::int64_t offset(FixedVector<K, int> const& index)
-    const noexcept {
-        std::int64_t position = Detail::loadRelaxed(info_.offset);
-        for (int axis = 0; axis < K; ++axis) {
-            std::int64_t const steps =
-                std::int64_t{index.data()[axis]} - Detail::loadRelaxed(info_.range.min.data()[axis]);
-            position += steps * Detail::loadRelaxed(info_.strides.data()[axis]);
-        }
-        return position;
+    [[gnu::always_inline]] std::int64_t offset(FixedVector<K, int> const& index) const noexcept requires(K <= 4) {
+        return offsetOn(index, std::make_integer_sequence<int, K>());
     }
     std::int64_t offset(int i) const noexcept { return offset(FixedVector<1, int>(i)); }
     std::int64_t offset(int i, int j, int k, int l) const noexcept { return offset(FixedVector<4, int>(i, j, k, l)); }
@@ -136,7 +129,10 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     // locking; none clears the mark of an invalidation.
     // @throws what the owner's lock throws, with nothing changed
 
-    void update(void* buffer, ArrayInfo const& info, AdtEnums::Access access);
+    void update(void* buffer, ArrayInfo const& info, AdtEnums::Access access) {
+        // Without an owner there is no lock, and a producer whose blocks need none pays for the stores alone.
+        owner() == nullptr ? store(buffer, info, access) : lend(buffer, info, access);
+    }
     void update(ArrayRef<4> const& array, AdtEnums::Access access);
     /// Lends `array` for reading only.
     void updateRO(ArrayConstRef<4> const& array);
@@ -175,6 +171,28 @@ class DRAVIK_ADT_EXPORT BufferHandle {
   private:
     class OwnerLock;
 
+    // Axis by axis without a loop: compilers leave loops over words of threads as they are.
+    template <int K, int... Axis>
+    [[gnu::always_inline]] bool containsOn(
+        FixedVector<K, int> const& index, std::integer_sequence<int, Axis...>) const noexcept {
+        return (containsOn(Axis, index.data()[Axis]) & ...) != 0;
+    }
+    [[gnu::always_inline]] int containsOn(int axis, int index) const noexcept {
+        // The lower end first: see storeRange.
+        int const min = Detail::loadAcquire(info_.range.min.data()[axis]);
+        int const max = Detail::loadRelaxed(info_.range.max.data()[axis]);
+        return static_cast<int>(min <= index) & static_cast<int>(index < max);
+    }
+    template <int K, int... Axis>
+    [[gnu::always_inline]] std::int64_t offsetOn(
+        FixedVector<K, int> const& index, std::integer_sequence<int, Axis...>) const noexcept {
+        return (std::int64_t{Detail::loadRelaxed(info_.offset)} + ... + offsetOn(Axis, index.data()[Axis]));
+    }
+    [[gnu::always_inline]] std::int64_t offsetOn(int axis, int index) const noexcept {
+        std::int64_t const steps = std::int64_t{index} - Detail::loadRelaxed(info_.range.min.data()[axis]);
+        return steps * Detail::loadRelaxed(info_.strides.data()[axis]);
+    }
+
     // The word of the notices: the mark of an invalidation; how many threads are in the middle of a change; how many
     // changes there were.
     static constexpr std::uint64_t kMarked = 1;
@@ -182,9 +200,41 @@ class DRAVIK_ADT_EXPORT BufferHandle {
     static constexpr std::uint64_t kOneMore = std::uint64_t{1} << 24;
     static constexpr std::uint64_t kAllUnderWay = kOneMore - kUnderWay;
 
-    void storeInfo(ArrayInfo const& info) noexcept;
-    void storeRange(OpenEndedRange<4, int> const& range) noexcept;
-    void lend(void* buffer, ArrayInfo const& info, AdtEnums::Access access);
+    // Component by component and without a loop: compilers leave what a loop over words of threads fills in memory.
+    [[gnu::always_inline]] static FixedVector<4, int> loadWords(FixedVector<4, int> const& words) noexcept {
+        int const* const from = words.data();
+        return {
+            Detail::loadAcquire(from[0]), Detail::loadAcquire(from[1]), Detail::loadAcquire(from[2]),
+            Detail::loadAcquire(from[3])};
+    }
+    [[gnu::always_inline]] static void storeWords(
+        FixedVector<4, int>& words, FixedVector<4, int> const& values) noexcept {
+        int const* const from = values.data();
+        int* const to = words.data();
+        Detail::storeRelease(to[0], from[0]);
+        Detail::storeRelease(to[1], from[1]);
+        Detail::storeRelease(to[2], from[2]);
+        Detail::storeRelease(to[3], from[3]);
+    }
+
+    // A thread that empties the range writes every upper end before a lower one, and `contains` reads the lower end
+    // first: so a consumer that meets half of the change finds an index outside, or inside the block as it was lent.
+    void storeRange(OpenEndedRange<4, int> const& range) noexcept {
+        storeWords(info_.range.max, range.max);
+        storeWords(info_.range.min, range.min);
+    }
+    void storeInfo(ArrayInfo const& info) noexcept {
+        storeWords(info_.strides, info.strides);
+        Detail::storeRelaxed(info_.offset, info.offset);
+        storeRange(info.range);
+    }
+    void store(void* buffer, ArrayInfo const& info, AdtEnums::Access access) noexcept {
+        Detail::storeRelaxed(buffer_, buffer);
+        Detail::storeRelaxed(access_, access);
+        storeInfo(info);
+    }
+    // By value: what update is given need not be in memory as long as no reference to it is passed on.
+    void lend(void* buffer, ArrayInfo info, AdtEnums::Access access);
     void mark(bool invalidated) noexcept;
     void empty() noexcept;
 

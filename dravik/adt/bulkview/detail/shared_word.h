@@ -10,23 +10,23 @@ namespace Quorvel::Dravik::Adt::BulkView::Detail {
 
 /// The word as it is now; nothing is said about other words.
 template <class Word>
-Word loadRelaxed(Word const& word) noexcept {
+[[gnu::always_inline]] inline Word loadRelaxed(Word const& word) noexcept {
     return std::atomic_ref<Word>(const_cast<Word&>(word)).load(std::memory_order_relaxed);
 }
 
 template <class Word>
-void storeRelaxed(Word& word, Word value) noexcept {
+[[gnu::always_inline]] inline void storeRelaxed(Word& word, Word value) noexcept {
     std::atomic_ref<Word>(word).store(value, std::memory_order_relaxed);
 }
 
 /// The word as it is now, and with it everything that its writer wrote before by storeRelease.
 template <class Word>
-Word loadAcquire(Word const& word) noexcept {
+[[gnu::always_inline]] inline Word loadAcquire(Word const& word) noexcept {
     return std::atomic_ref<Word>(const_cast<Word&>(word)).load(std::memory_order_acquire);
 }
 
 template <class Word>
-void storeRelease(Word& word, Word value) noexcept {
+[[gnu::always_inline]] inline void storeRelease(Word& word, Word value) noexcept {
     std::atomic_ref<Word>(word).store(value, std::memory_order_release);
 }
 

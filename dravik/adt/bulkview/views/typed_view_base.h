@@ -129,14 +129,17 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     /// Samples from the start of the block's memory to the index on the axes given.
     template <int K>
     requires(K <= 4) std::int64_t offset(FixedVector<K, int> const& index)
-    const noexcept { return block_.offset(index); }
+    const noexcept { return heldBlock().offset(index); }
     std::int64_t offset(int i) const noexcept { return offset(FixedVector<1, int>(i)); }
     std::int64_t offset(int i, int j) const noexcept { return offset(FixedVector<2, int>(i, j)); }
     std::int64_t offset(int i, int j, int k) const noexcept { return offset(FixedVector<3, int>(i, j, k)); }
     std::int64_t offset(int i, int j, int k, int l) const noexcept { return offset(FixedVector<4, int>(i, j, k, l)); }
 
     /// The block that the last access was served from.
-    Detail::HeldBlock<N, T> const& heldBlock() const noexcept { return block_; }
+    Detail::HeldBlock<N, T> const& heldBlock() const noexcept {
+        block_.complete();
+        return block_;
+    }
 
     void accessorUpdated() override;
     void bufferInvalidated(BufferHandle::Owner const* owner) override;
@@ -144,10 +147,15 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
 
   private:
+    friend Iterator;
+
     T const& getOnMiss(Index index) const;
+    /// As get, with the view holding the block of the sample, copies and all, where get may only have glanced at it.
+    T const& getAndHold(Index const& index) const;
     T& writableOnMiss(Index index);
     void checkInside(Index const& index, AdtEnums::Access access) const;
     [[noreturn]] void refuse(Index const& index, AdtEnums::Access access) const;
+    T const& glance(Index const& index) const;
     void request(Index const& index, AdtEnums::Access access) const;
     bool stands(std::uint64_t notices) const;
     void writeBack() const;
@@ -263,7 +271,32 @@ void TypedViewBase<N, T, Traits>::take(TypedViewBase& other) noexcept {
 
 template <int N, class T, class Traits>
 T const& TypedViewBase<N, T, Traits>::getOnMiss(Index index) const {
-    if (!block_.holdsOnSecondLook(index)) {
+    return block_.isAtHand(index) && block_.complete() ? block_.at(index) : glance(index);
+}
+
+// In one piece with getOnMiss, as are its parts: where blocks change with every sample, calls are what that costs.
+template <int N, class T, class Traits>
+[[gnu::always_inline]] inline T const& TypedViewBase<N, T, Traits>::glance(Index const& index) const {
+    T const* sample = nullptr;
+    std::uint64_t notices = 0;
+    bool isContained = true;
+    do {
+        checkInside(index, AdtEnums::Read);
+        notices = block_.handle().notices();
+        request(index, AdtEnums::Read);
+        sample = block_.glance(index, notices);
+        isContained = sample != nullptr || block_.adopt(index, /*forWriting=*/false);
+    } while (!stands(notices));
+    if (!isContained) {
+        refuse(index, AdtEnums::Read);
+    }
+    return sample != nullptr ? *sample : block_.at(index);
+}
+
+template <int N, class T, class Traits>
+T const& TypedViewBase<N, T, Traits>::getAndHold(Index const& index) const {
+    bool const isHeld = block_.holds(index) || (block_.isAtHand(index) && block_.complete());
+    if (!isHeld) {
         getReadBuffer(index);
     }
     return block_.at(index);
@@ -271,7 +304,7 @@ T const& TypedViewBase<N, T, Traits>::getOnMiss(Index index) const {
 
 template <int N, class T, class Traits>
 T& TypedViewBase<N, T, Traits>::writableOnMiss(Index index) {
-    if (!block_.isWritable() || !block_.holdsOnSecondLook(index)) {
+    if (!block_.isWritable() || !block_.isAtHand(index)) {
         getWriteBuffer(index);
     }
     return block_.writableAt(index);
@@ -311,7 +344,8 @@ void TypedViewBase<N, T, Traits>::getWriteBuffer(Index const& index) {
 }
 
 template <int N, class T, class Traits>
-void TypedViewBase<N, T, Traits>::checkInside(Index const& index, AdtEnums::Access access) const {
+[[gnu::always_inline]] inline void TypedViewBase<N, T, Traits>::checkInside(
+    Index const& index, AdtEnums::Access access) const {
     accessor();
     bool inside = true;
     for (int axis = 0; axis < N; ++axis) {
@@ -328,7 +362,8 @@ void TypedViewBase<N, T, Traits>::refuse(Index const& index, AdtEnums::Access ac
 }
 
 template <int N, class T, class Traits>
-void TypedViewBase<N, T, Traits>::request(Index const& index, AdtEnums::Access access) const {
+[[gnu::always_inline]] inline void TypedViewBase<N, T, Traits>::request(
+    Index const& index, AdtEnums::Access access) const {
     // Whatever becomes of the request, the block held is another one.
     block_.distrust();
     accessor().getBuffer(Detail::widened(index, 0), access, block_.handle());
@@ -364,7 +399,7 @@ template <class Take>
 void TypedViewBase<N, T, Traits>::forEachRun(Index index, int axis, int count, Take take) const {
     int& along = index.data()[axis];
     while (count > 0) {
-        T const* const first = &get(index);
+        T const* const first = &getAndHold(index);
         // At least the sample that was just served, whatever the block claims to hold.
         std::int64_t const left = std::max<std::int64_t>(std::int64_t{block_.end(axis)} - along, 1);
         int const taken = static_cast<int>(std::min<std::int64_t>(left, count));

@@ -58,7 +58,9 @@ class TypedViewIterBase {
 
     /// The sample.
     /// @throws as TypedViewBase::get does
-    T operator*() const { return block_->isTagged(tag_) ? *reinterpret_cast<T const*>(address_) : view_->get(index_); }
+    T operator*() const {
+        return block_->isTagged(tag_) ? *reinterpret_cast<T const*>(address_) : view_->getAndHold(index_);
+    }
 
     TypedViewIterBase& operator++() noexcept {
         index_ += lastAxisStep();

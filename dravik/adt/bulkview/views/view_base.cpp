@@ -86,11 +86,8 @@ bool ViewBase::chainMayBeWritten() const {
     return traits.writable || *traits.sampleType == typeid(void);
 }
 
-IBufferAccessor& ViewBase::accessor() const {
-    if (isNull()) {
-        throw ViewException("Attempt to use an uninitialized or disposed view.");
-    }
-    return *accessor_;
+void ViewBase::throwUninitialized() {
+    throw ViewException("Attempt to use an uninitialized or disposed view.");
 }
 
 std::unique_ptr<IBufferAccessor> ViewBase::releaseAccessor() {

@@ -44,7 +44,12 @@ class DRAVIK_ADT_EXPORT ViewBase : protected IBufferAccessor::IClient {
     bool chainMayBeWritten() const;
 
     /// @throws ViewException without an accessor
-    IBufferAccessor& accessor() const;
+    IBufferAccessor& accessor() const {
+        if (isNull()) {
+            throwUninitialized();
+        }
+        return *accessor_;
+    }
 
     /// Takes over the other's chain, and becomes its client; a chain that fails to take this client is destroyed.
     /// @pre this view has no chain
@@ -55,6 +60,7 @@ class DRAVIK_ADT_EXPORT ViewBase : protected IBufferAccessor::IClient {
     std::unique_ptr<IBufferAccessor> releaseAccessor() override;
 
   private:
+    [[noreturn]] static void throwUninitialized();
     void install(std::unique_ptr<IBufferAccessor> accessor);
 
     std::unique_ptr<IBufferAccessor> accessor_;

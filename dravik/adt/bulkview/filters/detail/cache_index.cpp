@@ -95,13 +95,14 @@ inline bool CacheIndex::holds(Group const& at, Position const& position) noexcep
 
 template <int N>
 int CacheIndex::guess(Position const& position, AdtEnums::Access access) const noexcept {
+    // The direction is asked about only where there is a choice: at random, it turns every other time.
     int found = kNone;
-    for (int entry = grid_.newest<N>(position); entry != kNone; entry = grid_.older(entry)) {
-        if (serves<N>(entry, position, access)) {
-            found = entry;
-            if (backward_) {
-                break;
-            }
+    for (int entry = grid_.newest<N>(position); entry != kNone;) {
+        bool const isServed = serves<N>(entry, position, access);
+        found = isServed ? entry : found;
+        entry = grid_.older(entry);
+        if (entry != kNone && isServed && backward_) {
+            break;
         }
     }
     return found;
@@ -143,9 +144,7 @@ int CacheIndex::search(Position const& position, AdtEnums::Access access) noexce
     int const passed = found == kNone ? size_ : backward_ ? size_ - 1 - found : found;
     // A scan that passes its first half without a match makes the next one start from the other end. How many entries
     // it passes follows from what it finds, so a guess turns the direction just as a scan does.
-    if (passed > (size_ + 1) / 2) {
-        backward_ = !backward_;
-    }
+    backward_ = backward_ != (passed > (size_ + 1) / 2);
     if (found != kNone) {
         link(found);
         previous_ = found;

@@ -33,6 +33,9 @@ void copyRun(T const* first, std::int64_t stride, int count, T* out) noexcept {
 /// Another thread may change the handle's range, access, owner and mark meanwhile; the copies it does not touch, and
 /// the window joins both: it admits indices of the block as long as the handle still holds it. Where the block has no
 /// memory, every index is the null value to readers, and a sample of this object to writers.
+///
+/// The copies are made when the block serves its second access: they cost as much as fetching the block, and in random
+/// order hardly a block serves twice in a row.
 template <int N, class T>
 class HeldBlock {
   public:
@@ -55,12 +58,15 @@ class HeldBlock {
 
     /// Whether the block is known to hold the index: one test, and no more than that.
     bool holds(Index const& index) const noexcept { return window_.admits(index, handle_.rangeEnd()); }
-    /// The same for blocks that no window is opened for.
-    bool holdsOnSecondLook(Index const& index) const noexcept { return isAdopted_ && handle_.contains(index); }
+    /// Whether the block holds the index though no window is open: there are no copies yet, or none can be opened.
+    bool isAtHand(Index const& index) const noexcept {
+        return (copies_ == Copies::kNotYet || copies_ == Copies::kWithoutWindow) && handle_.contains(index);
+    }
     bool isWritable() const noexcept { return writeOrigin_ != 0; }
-    /// Whether the block was adopted for reading and may be written without asking for it again.
+    /// Whether the block was fetched for reading and may be written without asking for it again.
     bool isWritableAsHeld(Index const& index) const noexcept {
-        return !isWritable() && holdsOnSecondLook(index) && handle_.access() == AdtEnums::ReadWrite;
+        return !isWritable() && copies_ != Copies::kNone && handle_.contains(index) &&
+               handle_.access() == AdtEnums::ReadWrite;
     }
 
     /// The sample at an index that the block holds.
@@ -92,7 +98,7 @@ class HeldBlock {
     void distrust() noexcept {
         ++fetches_;
         window_.close();
-        isAdopted_ = false;
+        copies_ = Copies::kNone;
     }
     /// Lets the block go.
     /// @throws what its owner's lock throws; nothing is adopted then, and the handle is as it was
@@ -112,6 +118,13 @@ class HeldBlock {
         }
     }
 
+    /// The sample at `index`, out of what the handle holds as it is now; null if that has no memory, or none of
+    /// `index`. Makes no copies yet. The caller asks the handle afterwards whether the block stands since `notices`.
+    T const* glance(Index const& index, std::uint64_t notices) noexcept;
+
+    /// Makes the copies that a glance left out; false if the block does not stand any more, and it is distrusted then.
+    bool complete() noexcept;
+
     /// Takes what the handle holds as it is now; false if that has memory, but not of `index`. The caller asks the
     /// handle afterwards whether the block stands.
     bool adopt(Index const& index, bool forWriting) noexcept;
@@ -125,6 +138,14 @@ class HeldBlock {
     bool showsMemory() const noexcept { return loadRelaxed(shown_) == handle_.buffer(); }
 
   private:
+    /// What the copies below are of.
+    enum class Copies : unsigned char {
+        kNone,           ///< of nothing that can be relied on
+        kNotYet,         ///< the handle holds a block, of which there are no copies
+        kWithoutWindow,  ///< of the block, but no window admits its indices
+        kOfBlock,        ///< of what the handle holds, or held until a notification
+    };
+
     void forget() noexcept {
         distrust();
         storeRelaxed<void const*>(shown_, nullptr);
@@ -152,33 +173,63 @@ class HeldBlock {
     std::int64_t originOffset_ = 0;   // samples from the start of the memory to index 0
     std::uint64_t fetches_ = 0;
     int ends_[N] = {};
-    bool isAdopted_ = false;       // the copies describe what the handle holds, or held until a notification
+    std::uint64_t notices_ = 0;  // to the handle, before the block was asked for; until there are copies
+    Copies copies_ = Copies::kNone;
     void const* shown_ = nullptr;  // the memory that readers are shown
     T absorbed_{};                 // what was written where the block has no memory
 };
+
+template <int N, class T>
+[[gnu::always_inline]] inline T const* HeldBlock<N, T>::glance(Index const& index, std::uint64_t notices) noexcept {
+    void const* const buffer = handle_.buffer();
+    if (buffer == nullptr || !handle_.contains(index)) {
+        return nullptr;
+    }
+    auto const place = static_cast<std::uint64_t>(handle_.offset(index));
+    writeOrigin_ = 0;
+    notices_ = notices;
+    copies_ = Copies::kNotYet;
+    // As in adopt: before the handle is asked.
+    storeRelaxed(shown_, buffer);
+    return reinterpret_cast<T const*>(reinterpret_cast<std::uintptr_t>(buffer) + place * sizeof(T));
+}
+
+template <int N, class T>
+bool HeldBlock<N, T>::complete() noexcept {
+    if (copies_ != Copies::kNotYet) {
+        return true;
+    }
+    adopt(Index(), /*forWriting=*/false);
+    bool const stands = handle_.standsSince(notices_);
+    if (!stands) {
+        distrust();
+    }
+    return stands;
+}
 
 template <int N, class T>
 bool HeldBlock<N, T>::adopt(Index const& index, bool forWriting) noexcept {
     void* const buffer = handle_.buffer();
     auto info = handle_.infoSnapshot();
     void const* const shown = buffer == nullptr ? &nullSample<T>() : buffer;
-    bool contains = true;
-    originOffset_ = buffer == nullptr ? 0 : info.offset;
-    for (int axis = 0; axis < 4; ++axis) {
+    if (buffer == nullptr) {
         // Every index of a block without memory is the one sample.
-        strides_[axis] = buffer == nullptr && axis < N ? 0 : info.strides.data()[axis];
+        info.offset = 0;
+        Adt::Detail::forAxes<N>([&](int axis) { info.strides.data()[axis] = 0; });
     }
-    for (int axis = 0; axis < N; ++axis) {
+    bool contains = true;
+    originOffset_ = info.offset;
+    Adt::Detail::forAxes<N>([&](int axis) {
         int const min = info.range.min.data()[axis];
         ends_[axis] = info.range.max.data()[axis];
-        originOffset_ -= strides_[axis] * min;
+        originOffset_ -= std::int64_t{info.strides.data()[axis]} * min;
         contains = contains && min <= index.data()[axis] && index.data()[axis] < ends_[axis];
-    }
+    });
+    Adt::Detail::forAxes<4>([&](int axis) { strides_[axis] = info.strides.data()[axis]; });
     readOrigin_ = originOf(shown);
     writeOrigin_ = buffer == nullptr ? originOf(&absorbed_) : forWriting ? originOf(buffer) : 0;
     ++fetches_;
-    isAdopted_ = true;
-    window_.open(info.range);
+    copies_ = window_.open(info.range) ? Copies::kOfBlock : Copies::kWithoutWindow;
     // Before the handle is asked whether the block stands: a notification that comes too late to be seen there sees
     // this pointer and empties the range.
     storeRelaxed(shown_, shown);
@@ -188,14 +239,14 @@ bool HeldBlock<N, T>::adopt(Index const& index, bool forWriting) noexcept {
 template <int N, class T>
 template <class Act>
 void HeldBlock<N, T>::takeFrom(HeldBlock& other, Act act) noexcept {
-    bool const isAdopted = other.isAdopted_;
+    bool const isFetched = other.copies_ != Copies::kNone;
     bool const wasWritable = other.isWritable();
     auto const notices = other.handle_.notices();
     handle_ = other.handle_;
     act();
     if (!other.handle_.standsSince(notices)) {
         handle_.invalidate(/*emptyRange=*/true);
-    } else if (isAdopted) {
+    } else if (isFetched) {
         adopt(Index(), wasWritable);
     }
     auto const held = other.handle_.replace({});

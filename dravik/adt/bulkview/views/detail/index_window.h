@@ -3,9 +3,11 @@
 
 // IndexWindow: the test that every sample access begins with. A plain value. Threads: as `int`.
 
+#include "dravik/adt/core/detail/for_axes.h"
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
 
+#include <algorithm>
 #include <climits>
 
 #if defined(__SSE2__)
@@ -30,24 +32,27 @@ class IndexWindow {
     IndexWindow() noexcept { close(); }
 
     /// Admits the indices of `range` as long as the word stays as it is: range.max[0], which becomes 0 when the loan
-    /// ends. A box whose first axis ends at 0 anyway admits nothing here, nor does an empty one; the caller asks the
-    /// handle about these.
-    void open(OpenEndedRange<4, int> const& range) noexcept {
-        close();
-        int const word = range.max.data()[0];
-        if (word == 0 || isEmpty(range)) {
-            return;
+    /// ends. A box whose first axis ends at 0 anyway admits nothing here, nor does an empty one; false for these, and
+    /// the caller asks the handle.
+    bool open(OpenEndedRange<4, int> const& range) noexcept {
+        int bias[4] = {0, 0, 0, 0};
+        int limit[4] = {INT_MAX, INT_MAX, INT_MAX, INT_MAX};
+        bool isEmpty = range.max.data()[0] == 0;
+        Adt::Detail::forAxes<N>([&](int axis) {
+            int const min = range.min.data()[axis];
+            int const max = range.max.data()[axis];
+            isEmpty = isEmpty || max <= min;
+            bias[axis] = turned(static_cast<unsigned>(min));
+            limit[axis] = turned(static_cast<unsigned>(max) - static_cast<unsigned>(min) - 1u);
+        });
+        if (isEmpty) {
+            close();
+            return false;
         }
-        for (int axis = 0; axis < N; ++axis) {
-            auto const min = static_cast<unsigned>(range.min.data()[axis]);
-            auto const max = static_cast<unsigned>(range.max.data()[axis]);
-            bias_[axis] = turned(min);
-            limit_[axis] = turned(max - min - 1u);
-        }
-        if constexpr (N < 4) {
-            limit_[N] = INT_MAX;
-        }
-        word_ = word;
+        store(bias_, bias);
+        store(limit_, limit);
+        word_ = range.max.data()[0];
+        return true;
     }
 
     /// Admits nothing. With all four axes in use there is an exception that no accessor can lend: the index of all
@@ -70,15 +75,16 @@ class IndexWindow {
     bool admits(Index const& index, int word) const noexcept { return (outside(index) | (word ^ word_)) == 0; }
 
   private:
-    static bool isEmpty(OpenEndedRange<4, int> const& range) noexcept {
-        bool empty = false;
-        for (int axis = 0; axis < N; ++axis) {
-            empty = empty || range.max.data()[axis] <= range.min.data()[axis];
-        }
-        return empty;
-    }
-
     static int turned(unsigned value) noexcept { return static_cast<int>(value ^ 0x80000000u); }
+
+    // In one piece, as the next access reads them.
+    static void store(int (&to)[4], int const (&from)[4]) noexcept {
+#if defined(__SSE2__)
+        _mm_store_si128(reinterpret_cast<__m128i*>(to), _mm_setr_epi32(from[0], from[1], from[2], from[3]));
+#else
+        std::copy_n(from, 4, to);
+#endif
+    }
 
     template <int Axis>
     static int component(Index const& index) noexcept {
