@@ -57,10 +57,13 @@ def on_workers(volume, workers, folder):
     calls = [delayed(abs)(-k, pure=False) for k in range(tasks)]
     print(f"{workers} processes: {1e3 * median_of(lambda: compute(*calls), 3) / tasks:.2f} ms per empty task")
     print(f"{workers} processes: sum {median_of(lambda: chunked.sum().compute()):.2f} s")
-    target = dravik_adt.create(folder / f"copy{workers}.raw", volume.shape, "f4")
     doubled = 2 * chunked
-    print(f"{workers} processes: read, doubled and stored {seconds(lambda: da.store(doubled, target, lock=False)):.2f} s")
-    assert target[200, 5, 5] == 2 * volume[200, 5, 5]
+    for name in (f"copy{workers}.raw", f"copy{workers}.zarr"):
+        target = dravik_adt.create(folder / name, volume.shape, "f4")
+        aligned = doubled.rechunk(target.to_dask().chunks)
+        took = seconds(lambda: da.store(aligned, target, lock=False))
+        print(f"{workers} processes: read, doubled and stored in {name} {took:.2f} s")
+        assert target[200, 5, 5] == 2 * volume[200, 5, 5]
 
 
 if __name__ == "__main__":

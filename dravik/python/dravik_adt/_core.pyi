@@ -76,4 +76,15 @@ def create_netcdf(
     unit: str,
     missing: float | None,
 ) -> None: ...
+def create_zarr(
+    path: str,
+    shape: Sequence[int],
+    sample_type: str,
+    is_big_endian: bool,
+    axes: Sequence[str],
+    chunks: Sequence[int],
+    level: int,
+    unit: str,
+    missing: float | None,
+) -> None: ...
 def variables_of_file(path: str) -> list[str]: ...

@@ -201,7 +201,7 @@ def test_errors_are_those_of_python():
 
 
 @pytest.mark.parametrize("dtype", ["int16", ">u4", "<f8"])
-@pytest.mark.parametrize("ending", ["raw", "nc"])
+@pytest.mark.parametrize("ending", ["raw", "nc", "zarr"])
 def test_created_files_hold_what_is_written(tmp_path, dtype, ending):
     path = tmp_path / f"new.{ending}"
     made = dravik_adt.create(path, (5, 6, 7), dtype)
@@ -212,13 +212,13 @@ def test_created_files_hold_what_is_written(tmp_path, dtype, ending):
     made.flush()
     text = made.definition
     del made
-    again = dravik_adt.open(path, "samples", writable=True) if ending == "nc" else dravik_adt.open(text)
+    again = dravik_adt.open(text) if ending == "raw" else dravik_adt.open(path, writable=True)
     expect_same(again[...], samples, text)
     assert again.definition == text and again.writable
     with pytest.raises(FileExistsError):
         dravik_adt.create(path, (1,), dtype)
     with pytest.raises(ValueError):
-        dravik_adt.create(tmp_path / "other", (1,), dtype)
+        dravik_adt.create(tmp_path / "other.tar", (1,), dtype)
 
 
 def test_histogram_counts_as_numpy():

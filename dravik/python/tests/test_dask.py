@@ -101,6 +101,16 @@ def test_stores_survive_the_death_of_a_worker(cluster, tmp_path):
     np.testing.assert_array_equal(np.fromfile(tmp_path / "stored.raw", ">f4"), samples.ravel())
 
 
+def test_processes_store_into_zarr(cluster, tmp_path):
+    import zarr
+
+    samples = np.random.default_rng(1).normal(size=(40, 50)).astype("float32")
+    target = dravik_adt.create(tmp_path / "stored", samples.shape, ">f4", chunks=(10, 20), axes=("i", "j"), unit="m")
+    da.store(da.from_array(samples, chunks=(10, 40)), target, lock=False)
+    np.testing.assert_array_equal(dravik_adt.open(target.definition)[...], samples)
+    np.testing.assert_array_equal(zarr.open(str(tmp_path / "stored"), mode="r")[...], samples)
+
+
 def test_netcdf_is_written_by_one_process(cluster, tmp_path):
     target = dravik_adt.create(tmp_path / "refused.nc", (40, 50), "float32", chunks=(10, 50))
     with pytest.raises(OSError, match="one process"):
