@@ -110,6 +110,11 @@ std::span<InstructionSet const* const> instructionSets() noexcept {
     return {list.sets.data(), list.count};
 }
 
+RowCopies const& rowCopies() noexcept {
+    static RowCopies const& fastest = instructionSets().front()->rows;
+    return fastest;
+}
+
 RunFunction scaledRun(InstructionSet const& set, SampleType in, SampleType out, Linear const& linear) noexcept {
     if (!std::isfinite(linear.scale) || !std::isfinite(linear.offset)) {
         // Which of several NaNs survives is up to the order of operands; there is only one order in the reference.

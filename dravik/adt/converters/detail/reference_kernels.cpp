@@ -66,7 +66,8 @@ constexpr InstructionSet kReference{
     RunTable::Of<Basic>(),
     RunTable::Of<Scaled>(),
     RunTable(),
-    {runSwapped<std::uint16_t>, runSwapped<std::uint32_t>, runSwapped<std::uint64_t>}};
+    {runSwapped<std::uint16_t>, runSwapped<std::uint32_t>, runSwapped<std::uint64_t>},
+    RowCopies()};
 
 }  // namespace
 

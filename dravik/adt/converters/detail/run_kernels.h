@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Conversions of contiguous runs, as tables of plain functions over pairs of sample types. Threads: functions without
-// state; the tables never change.
+// Conversions of contiguous runs and copies of rows, as tables of plain functions over pairs of sample types. Threads:
+// functions without state; the tables never change.
 
 #include "dravik/adt/converters/detail/pair_table.h"
+#include "dravik/adt/converters/detail/row_copies.h"
 #include "dravik/adt/converters/detail/sample_arithmetic.h"
 #include "dravik/adt/converters/detail/sample_type.h"
 
@@ -31,6 +32,7 @@ struct InstructionSet {
     RunTable fused;
     /// The bytes of each value in the opposite order, for values of 2, 4 and 8 bytes.
     std::array<RunFunction, 3> swap;
+    RowCopies rows;
 };
 
 /// The code that every other set agrees with, bit for bit: one value after the other.

@@ -11,10 +11,12 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <numeric>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace Quorvel::Dravik::Adt::Converters::Detail {
@@ -336,6 +338,41 @@ TEST(RunKernelShapes, EveryLengthTouchesNothingElse) {
                     checkPair(
                         run, form(referenceSet(), in, out, linear), kBytes[static_cast<int>(in)],
                         kBytes[static_cast<int>(out)]);
+                }
+            }
+        }
+    }
+}
+
+// Two rows of each length up to a few vectors, in memory that ends with the last sample that may be touched.
+void checkRows(RowsFunction copy, std::int64_t stride, std::int64_t bytes) {
+    for (std::int64_t count = 1; count < 300; ++count) {
+        std::int64_t const reach = ((count - 1) * std::abs(stride) + 1) * bytes;
+        std::vector<char> in(static_cast<std::size_t>(2 * reach)), out(static_cast<std::size_t>(2 * count * bytes));
+        std::iota(in.begin(), in.end(), char{1});
+        auto expected = out;
+        std::int64_t const first = stride < 0 ? reach - bytes : 0;
+        for (std::int64_t at = 0; at < 2 * count; ++at) {
+            std::int64_t const from = at / count * reach + first + at % count * stride * bytes;
+            std::memcpy(
+                &expected[static_cast<std::size_t>(at * bytes)], &in[static_cast<std::size_t>(from)],
+                static_cast<std::size_t>(bytes));
+        }
+        copy(in.data() + first, reach, out.data(), count * bytes, count, 2);
+        ASSERT_EQ(out, expected) << count << " samples of " << bytes << " bytes, every " << stride;
+    }
+}
+
+TEST(RowCopies, TouchTheirSamplesAlone) {
+    for (InstructionSet const* const set : instructionSets()) {
+        SCOPED_TRACE(set->name);
+        auto const& [plain, reversed, everySecond, everyThird] = set->rows;
+        for (std::size_t size = 0; size < 4; ++size) {
+            for (auto const& [copy, stride] :
+                 {std::pair{plain[size], 1}, {reversed[size], -1}, {everySecond[size], 2}, {everyThird[size], 3}}) {
+                ASSERT_TRUE(copy != nullptr || stride == 3 || set == &referenceSet()) << "every " << stride;
+                if (copy != nullptr) {
+                    checkRows(copy, stride, 1 << size);
                 }
             }
         }

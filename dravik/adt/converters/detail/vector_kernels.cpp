@@ -570,13 +570,16 @@ struct Fused {
 
 }  // namespace
 
+RowCopies const& rowCopies() noexcept;  // in vector_row_copies.cpp
+
 InstructionSet const& instructionSet() noexcept {
     static InstructionSet const kSet{
         hwy::TargetName(HWY_TARGET),
         RunTable::Of<Basic>(),
         RunTable::Of<Scaled>(),
         RunTable::Of<Fused>(),
-        {kSwap<std::uint16_t>, kSwap<std::uint32_t>, kSwap<std::uint64_t>}};
+        {kSwap<std::uint16_t>, kSwap<std::uint32_t>, kSwap<std::uint64_t>},
+        rowCopies()};
     return kSet;
 }
 

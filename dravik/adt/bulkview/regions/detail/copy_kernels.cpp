@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/regions/detail/copy_kernels.h"
 
+#include "dravik/adt/converters/detail/row_copies.h"
+
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 #include <utility>
@@ -31,32 +34,9 @@ struct Vector {
     static constexpr std::int64_t kLanes = 16 / sizeof(Word);
 };
 
-template <class Word, std::size_t... Lane>
-typename Vector<Word>::Type reversed(typename Vector<Word>::Type in, std::index_sequence<Lane...>) noexcept {
-    return __builtin_shufflevector(in, in, static_cast<int>(sizeof...(Lane) - 1 - Lane)...);
-}
-
-template <class Word>
-void reverseRow(char const* in, char* out, std::int64_t count) noexcept {
-    using V = Vector<Word>;
-    constexpr std::int64_t kBytes = sizeof(Word);
-    std::int64_t k = 0;
-    for (; k + V::kLanes <= count; k += V::kLanes) {
-        auto const lanes = load<typename V::Type>(in - (k + V::kLanes - 1) * kBytes);
-        store(out + k * kBytes, reversed<Word>(lanes, std::make_index_sequence<V::kLanes>()));
-    }
-    for (; k < count; ++k) {
-        store(out + k * kBytes, load<Word>(in - k * kBytes));
-    }
-}
-
 template <class Word>
 void copyWords(char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t count) noexcept {
     constexpr std::int64_t kBytes = sizeof(Word);
-    if (inStride == -1 && outStride == 1) {
-        reverseRow<Word>(in, out, count);
-        return;
-    }
     for (std::int64_t k = 0; k < count; ++k) {
         store(out + k * outStride * kBytes, load<Word>(in + k * inStride * kBytes));
     }
@@ -115,17 +95,26 @@ void transposeTile(
     }
 }
 
+// Rows that lie a power of two apart share few places in a cache, so a tile is first brought together: every line is
+// then fetched once where is read, and filled at once where is written.
 template <class Word>
 void transposeWords(
     char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t inner,
     std::int64_t across) noexcept {
     constexpr std::int64_t kBytes = sizeof(Word);
-    constexpr std::int64_t kTile = 64;  // a cache line of bytes
-    for (std::int64_t j = 0; j < across; j += kTile) {
-        for (std::int64_t i = 0; i < inner; i += kTile) {
+    constexpr std::int64_t kRows = 64;
+    constexpr std::int64_t kWidth = 256 / kBytes;
+    alignas(64) std::array<char, kRows * kWidth * kBytes> tile;
+    for (std::int64_t i = 0; i < inner; i += kRows) {
+        std::int64_t const rows = std::min(kRows, inner - i);
+        for (std::int64_t j = 0; j < across; j += kWidth) {
+            std::int64_t const width = std::min(kWidth, across - j);
+            for (std::int64_t row = 0; row < rows; ++row) {
+                char const* const first = in + ((i + row) * inStride + j) * kBytes;
+                std::memcpy(tile.data() + row * kWidth * kBytes, first, static_cast<std::size_t>(width * kBytes));
+            }
             transposeTile<Word>(
-                in + (i * inStride + j) * kBytes, inStride * kBytes, out + (j * outStride + i) * kBytes,
-                outStride * kBytes, std::min(kTile, inner - i), std::min(kTile, across - j));
+                tile.data(), kWidth * kBytes, out + (j * outStride + i) * kBytes, outStride * kBytes, rows, width);
         }
     }
 }
@@ -152,8 +141,22 @@ bool withWord(int bytes, Act act) noexcept {
     }
 }
 
-}  // namespace
+// What copies rows of such strides in vector instructions; null where nothing does.
+Converters::Detail::RowsFunction vectorCopy(std::int64_t inStride, std::int64_t outStride, int bytes) noexcept {
+    if (outStride != 1 || bytes > 8 || (bytes & (bytes - 1)) != 0) {
+        return nullptr;
+    }
+    auto const& copies = Converters::Detail::rowCopies();
+    int const size = std::countr_zero(static_cast<unsigned>(bytes));
+    auto const at = static_cast<std::size_t>(size);
+    return inStride == 1    ? copies.plain[at]
+           : inStride == -1 ? copies.reversed[at]
+           : inStride == 2  ? copies.everySecond[at]
+           : inStride == 3  ? copies.everyThird[at]
+                            : nullptr;
+}
 
+// out[k * outStride] = in[k * inStride], in this order.
 void copyRow(
     char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t count, int bytes) noexcept {
     if (inStride == 1 && outStride == 1) {
@@ -164,6 +167,25 @@ void copyRow(
         withWord(bytes, [&](auto word) { copyWords<decltype(word)>(in, inStride, out, outStride, count); });
     for (std::int64_t k = 0; !isWord && k < count; ++k) {
         std::memcpy(out + k * outStride * bytes, in + k * inStride * bytes, static_cast<std::size_t>(bytes));
+    }
+}
+
+}  // namespace
+
+void copyRows(
+    RowsOf<char const*> const& from, RowsOf<char*> const& to, std::int64_t count, std::int64_t rows,
+    int bytes) noexcept {
+    constexpr std::int64_t kShort = 1024;  // bytes; a call of memcpy costs as much as the bytes of a shorter row
+    bool const isLong = from.stride == 1 && (rows == 1 || count * bytes > kShort);
+    auto const vector = isLong ? nullptr : vectorCopy(from.stride, to.stride, bytes);
+    if (vector != nullptr) {
+        vector(from.data, from.rowStride * bytes, to.data, to.rowStride * bytes, count, rows);
+        return;
+    }
+    for (std::int64_t row = 0; row < rows; ++row) {
+        copyRow(
+            from.data + row * from.rowStride * bytes, from.stride, to.data + row * to.rowStride * bytes, to.stride,
+            count, bytes);
     }
 }
 

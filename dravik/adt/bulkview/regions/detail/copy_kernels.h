@@ -8,9 +8,18 @@
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
 
-/// out[k * outStride] = in[k * inStride] for k from 0 to count - 1, in this order.
-void copyRow(
-    char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t count, int bytes) noexcept;
+/// One side of a copy of rows; `data` is its first sample.
+template <class Data>
+struct RowsOf {
+    Data data;
+    std::int64_t stride;     ///< from one sample to the next
+    std::int64_t rowStride;  ///< from one row to the next
+};
+
+/// to[row][k] = from[row][k] for k from 0 to count - 1, row after row.
+void copyRows(
+    RowsOf<char const*> const& from, RowsOf<char*> const& to, std::int64_t count, std::int64_t rows,
+    int bytes) noexcept;
 
 /// out[j * outStride + i] = in[i * inStride + j] for i below `inner`, j below `across`: both sides are dense, along
 /// different axes. In tiles, so that every cache line is fetched once.

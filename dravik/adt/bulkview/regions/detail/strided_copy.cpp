@@ -103,6 +103,13 @@ void forEachRow(StridedCopy const& copy, int inner, Act act) {
     }
 }
 
+// Whether neighbours along the innermost axis lie further apart where is read than those along the next one.
+bool runsAcross(StridedCopy const& copy) noexcept {
+    CopyAxis const& inner = copy.axes[3];
+    CopyAxis const& across = copy.axes[2];
+    return across.count > 1 && std::abs(across.from) < std::abs(inner.from) && !overlapsItself(copy.axes);
+}
+
 // Calls act(from, to, run) for every run along the innermost axis. Where the sides run across, rows are cut so that
 // both stay in the processor's first cache.
 template <class Act>
@@ -110,8 +117,7 @@ void forEachRun(StridedCopy const& copy, Act act) {
     constexpr std::int64_t kTile = 64;
     CopyAxis const& inner = copy.axes[3];
     CopyAxis const& across = copy.axes[2];
-    bool const runsAcross = across.count > 1 && std::abs(across.from) < std::abs(inner.from);
-    if (!runsAcross || overlapsItself(copy.axes)) {
+    if (!runsAcross(copy)) {
         forEachRow(copy, 1, [&](std::int64_t from, std::int64_t to) { act(from, to, inner); });
         return;
     }
@@ -151,8 +157,17 @@ void copyBytes(StridedCopy const& copy) {
         });
         return;
     }
+    if (!runsAcross(copy)) {
+        forEachRow(copy, 2, [&](std::int64_t from, std::int64_t to) {
+            copyRows(
+                {copy.from.data + from * bytes, inner.from, across.from},
+                {copy.to.data + to * bytes, inner.to, across.to}, inner.count, across.count, bytes);
+        });
+        return;
+    }
     forEachRun(copy, [&](std::int64_t from, std::int64_t to, CopyAxis const& run) {
-        copyRow(copy.from.data + from * bytes, run.from, copy.to.data + to * bytes, run.to, run.count, bytes);
+        copyRows(
+            {copy.from.data + from * bytes, run.from, 0}, {copy.to.data + to * bytes, run.to, 0}, run.count, 1, bytes);
     });
 }
 
