@@ -377,8 +377,8 @@ void measureBits(Report& report, int inBit, int outBit) {
     constexpr char const* kEnds =
         "2 KiB are copied in a dozen nanoseconds, beside which the masked bytes at both ends show.";
     constexpr char const* kWords =
-        "two loads, two shifts and a store for every 8 bytes, where memcpy moves 32 or more.";
-    report.ratio(contest, "", kMemcpy, inBit == outBit ? Wanted{1.3, kEnds} : Wanted{6, kWords});
+        "two loads, two shifts and a store for every 16 bytes, where memcpy moves 32 or more.";
+    report.ratio(contest, "", kMemcpy, inBit == outBit ? Wanted{1.3, kEnds} : Wanted{4, kWords});
     report.ratio(contest, "", "std::vector<bool>", {inBit == outBit ? 0 : 0.02});
 }
 

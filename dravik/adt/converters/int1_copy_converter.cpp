@@ -39,16 +39,32 @@ void copyWithinByte(ConstBytes in, std::ptrdiff_t inBit, Bytes out, std::ptrdiff
     writeWithinByte(out, outBit, bits >> phase, count);
 }
 
-// Writes `words` whole words at `out` from a bit of the byte at `in`. The second load holds the bits that the shift of
-// the first one has no room for, and more that both agree on; so it ends with the last byte that is needed.
+using Word = std::uint64_t;
+using TwoWords [[gnu::vector_size(16)]] = Word;
+
+// Writes a word, or several side by side, at `out` from a bit of the byte at `in`. The second load holds the bits that
+// the shift of the first one has no room for, and more that both agree on; so it ends with the last byte that is
+// needed.
+template <class Words>
+void copyShifted(ConstBytes in, int inPhase, Bytes out) {
+    Words low;
+    Words high;
+    std::memcpy(&low, in, sizeof low);
+    std::memcpy(&high, in + 1, sizeof high);
+    Words const words = low >> inPhase | high << (8 - inPhase);
+    std::memcpy(out, &words, sizeof words);
+}
+
 void copyShiftedWords(ConstBytes in, int inPhase, Bytes out, std::ptrdiff_t words) {
-    for (std::ptrdiff_t k = 0; k < words; ++k) {
-        std::uint64_t low;
-        std::uint64_t high;
-        std::memcpy(&low, in + 8 * k, 8);
-        std::memcpy(&high, in + 8 * k + 1, 8);
-        std::uint64_t const word = low >> inPhase | high << (8 - inPhase);
-        std::memcpy(out + 8 * k, &word, 8);
+    std::ptrdiff_t k = 0;
+    for (; k + 8 <= words; k += 8) {
+        copyShifted<TwoWords>(in + 8 * k, inPhase, out + 8 * k);
+        copyShifted<TwoWords>(in + 8 * k + 16, inPhase, out + 8 * k + 16);
+        copyShifted<TwoWords>(in + 8 * k + 32, inPhase, out + 8 * k + 32);
+        copyShifted<TwoWords>(in + 8 * k + 48, inPhase, out + 8 * k + 48);
+    }
+    for (; k < words; ++k) {
+        copyShifted<Word>(in + 8 * k, inPhase, out + 8 * k);
     }
 }
 
