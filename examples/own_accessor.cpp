@@ -2,7 +2,7 @@
 // Storage of your own behind the library's views: a paged file lends its pages, and gets each one back when nobody
 // looks at it any more.
 
-#include <dravik/adt/bulkview/buffer_accessor.h>
+#include <dravik/adt/bulkview/accessors/read_only_accessor.h>
 #include <dravik/adt/bulkview/views/typed_2d_views.h>
 
 #include <iostream>
@@ -52,13 +52,15 @@ class PinnedPage final : public BufferHandle::Owner {
 //! [owner]
 
 //! [accessor]
-class PageAccessor final : public IBufferAccessor {
+class PageAccessor final : public Accessors::ReadOnlyAccessor {
   public:
     explicit PageAccessor(std::shared_ptr<PageFile> file) : file_(std::move(file)) {}
 
     FixedVector<4, int> getSize() override { return {PageFile::kRows, PageFile::kColumns, 1, 1}; }
+    std::unique_ptr<IBufferAccessor> createClone() const override { return std::make_unique<PageAccessor>(file_); }
 
-    void getBuffer(FixedVector<4, int> position, AdtEnums::Access /*access*/, BufferHandle& handle) override {
+  private:
+    void lend(FixedVector<4, int> const& position, BufferHandle& handle) override {
         int const page = position[0] / PageFile::kRowsPerPage;
         int const firstRow = page * PageFile::kRowsPerPage;
         boost::intrusive_ptr<PinnedPage> const pinned(new PinnedPage(file_, page));
@@ -66,17 +68,9 @@ class PageAccessor final : public IBufferAccessor {
         info.range = {{firstRow, 0, 0, 0}, {firstRow + PageFile::kRowsPerPage, PageFile::kColumns, 1, 1}};
         info.strides = {PageFile::kColumns, 1, 0, 0};
         handle.setOwner(pinned.get());
-        handle.update(pinned->samples(), info, AdtEnums::ReadWrite);  // more than a reader asked for, which is allowed
+        handle.update(pinned->samples(), info, AdtEnums::Read);
     }
 
-    std::unique_ptr<IBufferAccessor> createClone() const override { return std::make_unique<PageAccessor>(file_); }
-
-    // The grid never changes under a client, hints are no use to it, and nothing is held that could be given back.
-    void setClient(IClient* /*client*/) override {}
-    void setHint(HintType /*type*/, OpenEndedRange<4, int> const& /*range*/, float /*weight*/) override {}
-    void dispose(bool /*flag*/) override {}
-
-  private:
     std::shared_ptr<PageFile> file_;
 };
 //! [accessor]
@@ -84,11 +78,11 @@ class PageAccessor final : public IBufferAccessor {
 }  // namespace
 
 int main() {
-    Typed2dRwView<float> view(std::make_unique<PageAccessor>(std::make_shared<PageFile>()));
+    Typed2dRoView<float> const view(std::make_unique<PageAccessor>(std::make_shared<PageFile>()));
     for (int const row : {0, 3, 4}) {
         std::cout << "row " << row << '\n';
-        view.set(row, 5, view(row, 5) + 0.5f);
-        std::cout << "  sample 5 is " << view(row, 5) << '\n';
+        float const sample = view(row, 5);
+        std::cout << "  sample 5 is " << sample << '\n';
     }
     std::cout << "end\n";
 }
