@@ -37,10 +37,6 @@ foreach(component IN LISTS components)
             DESTINATION share/doc/${${component}_package} COMPONENT ${component})
 endforeach()
 
-# Where gdb looks for what belongs to a library, once the packages are installed.
-install(FILES tools/gdb/dravik_adt_printers.py COMPONENT development
-        DESTINATION share/gdb/auto-load/usr/${CMAKE_INSTALL_LIBDIR} RENAME libdravik_adt.so.${PROJECT_VERSION}-gdb.py)
-
 # The pages as they are read in the source, the reference if `./dev docs` has built it, and the examples.
 set(documentation_dir share/doc/${documentation_package})
 install(DIRECTORY docs/ DESTINATION ${documentation_dir} COMPONENT documentation FILES_MATCHING

@@ -79,16 +79,15 @@ function(dravik_adt_add_install_tests)
     endforeach()
 endfunction()
 
-# What gdb shows of a value is what the value prints.
+# What gdb shows of a value is what the value prints, in a program that is built with -g alone.
 function(dravik_adt_add_printer_test)
     find_program(gdb gdb REQUIRED)
     add_executable(printers_sample ${PROJECT_SOURCE_DIR}/tools/gdb/printers_sample.cpp)
     dravik_adt_configure_target(printers_sample)
-    # With the debug information that is otherwise the library's to give.
-    target_compile_options(printers_sample PRIVATE -g -O0 $<$<CXX_COMPILER_ID:GNU>:-femit-class-debug-always>
-                                                   $<$<CXX_COMPILER_ID:Clang>:-fstandalone-debug>)
+    target_compile_options(printers_sample PRIVATE -g -O0)
     target_link_libraries(printers_sample PRIVATE dravik::adt)
+    add_dependencies(printers_sample dravik_adt_debugger)
     add_test(NAME gdb_printers
              COMMAND ${PROJECT_SOURCE_DIR}/tools/gdb/check_printers.sh $<TARGET_FILE:printers_sample>
-                     ${PROJECT_SOURCE_DIR}/tools/gdb/dravik_adt_printers.py)
+                     $<TARGET_FILE_DIR:dravik_adt>)
 endfunction()

@@ -2,15 +2,20 @@
 // One value of every kind that the gdb printers show; check_printers.sh stops in `look` and reads them.
 // With an argument it tells their names.
 
+#include "dravik/adt/bulkdef/entity/source_entity_def.h"
+#include "dravik/adt/bulkdef/source/constant_def.h"
+#include "dravik/adt/bulkdef/view/array_subset_def.h"
+#include "dravik/adt/bulkview/accessors/memory_accessor.h"
 #include "dravik/adt/bulkview/buffer_handle.h"
+#include "dravik/adt/bulkview/views/typed_2d_views.h"
 #include "dravik/adt/converters/scale_offset.h"
-#include "dravik/adt/core/detail/index_set_tree.h"
 #include "dravik/adt/core/extent.h"
 #include "dravik/adt/core/index_set.h"
 #include "dravik/adt/core/shared_array.h"
+#include "dravik/adt/statistics/histogram.h"
 
 #include <iostream>
-#include <optional>
+#include <memory>
 
 using namespace Quorvel::Dravik::Adt;
 
@@ -19,9 +24,6 @@ extern "C" void look() {
 }
 
 namespace {
-
-// What a debug build of the library would tell the debugger: how the tree of a set is laid out.
-std::optional<Detail::IndexSetTree<2>> const treeLayout;
 
 // As the printer words it, out of what the class itself says.
 struct Described {
@@ -43,7 +45,7 @@ struct Described {
 int main(int argc, char**) {
     if (argc > 1) {
         std::cout << "vector extent block range values array shared info transform "
-                     "nothing box several grid noBytes bytes later external\n";
+                     "nothing box several grid noBytes bytes later external handle view unset histogram subset\n";
         return 0;
     }
     FixedVector<3, int> const vector(1, -2, 3);
@@ -77,5 +79,19 @@ int main(int argc, char**) {
     SharedBuffer const external(new SharedBuffer::ExternalPointerOwner(&number, sizeof(number), /*writable=*/false));
     std::cout << Described{noBytes} << '\n' << Described{bytes} << '\n';
     std::cout << Described{later} << '\n' << Described{external} << '\n';
+
+    BulkView::BufferHandle handle;
+    handle.update(&number, info, BulkView::AdtEnums::Read);
+    auto const samples = SharedArray<2>::Make<float>(OpenEndedRange<2, int>::OfSize({3, 4}));
+    BulkView::Typed2dRoView<float> const view(std::make_unique<BulkView::Accessors::MemoryAccessor>(samples));
+    BulkView::Typed2dRwView<short> const unset;
+    Histogram histogram(Histogram::fixed, 0, 10, 5);
+    histogram.add(3);
+    BulkDef::View::ArraySubsetDef<2> const subset(block);
+    std::cout << "Read of " << info << '\n';
+    std::cout << "Typed2dRoView<float> (3,4) over MemoryAccessor, block empty\n";
+    std::cout << "Typed2dRwView<short> without an accessor\n";
+    std::cout << "5 bins over [0,10): 0 samples, 0 below, 0 above, 1 not yet counted\n";
+    std::cout << "ArraySubsetDef<2>(subset=" << block << ")\n";
     look();
 }
