@@ -6,6 +6,7 @@
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/core/hasher.h"
 #include "dravik/files/hdf5/detail/data_set.h"
+#include "dravik/files/shared/chunk_shape.h"
 #include "dravik/files/shared/dense_box.h"
 #include "dravik/files/shared/packed_store.h"
 #include "dravik/text/forms.h"
@@ -32,7 +33,6 @@ using Detail::Hdf5Id;
 namespace {
 
 constexpr int kBlockBytes = 1 << 18;  // of a data set in one piece
-constexpr int kChunkBytes = 1 << 20;  // where nobody tells it
 
 class DataSetNumbers final : public StoredNumbers {
   public:
@@ -162,25 +162,10 @@ std::type_info const& typeOf(Hdf5Layout const& layout) {
     return *type;
 }
 
-// Halves the longest axis until a chunk is small enough.
 std::vector<hsize_t> chunksOf(Hdf5Layout const& layout) {
-    if (!layout.chunks.empty()) {
-        return {layout.chunks.begin(), layout.chunks.end()};
-    }
-    std::vector<hsize_t> chunks(layout.shape.begin(), layout.shape.end());
     int const sampleBytes = Adt::TypeRegister::sizeofTypeInBits(typeOf(layout)) / 8;
-    auto const byteSize = [&] {
-        double bytes = sampleBytes;
-        for (hsize_t const length : chunks) {
-            bytes *= static_cast<double>(length);
-        }
-        return bytes;
-    };
-    while (byteSize() > kChunkBytes) {
-        auto const longest = std::max_element(chunks.begin(), chunks.end());
-        *longest = *longest / 2 + *longest % 2;
-    }
-    return chunks;
+    auto const chunks = layout.chunks.empty() ? chunkShape(layout.shape, sampleBytes) : layout.chunks;
+    return {chunks.begin(), chunks.end()};
 }
 
 void checkLayout(Hdf5Layout const& layout) {

@@ -4,6 +4,7 @@
 #include "dravik/adt/bulkview/stores/store_accessor.h"
 #include "dravik/adt/converters/sample_type_name.h"
 #include "dravik/adt/core/hasher.h"
+#include "dravik/files/shared/chunk_shape.h"
 #include "dravik/files/zarr/detail/array_metadata.h"
 #include "dravik/files/zarr/detail/chunk_files.h"
 #include "dravik/files/zarr/detail/zarr_store.h"
@@ -30,7 +31,6 @@ using Box = Adt::OpenEndedRange<4, int>;
 namespace {
 
 constexpr int kMostCoordinates = 1 << 24;
-constexpr int kChunkBytes = 1 << 20;  // where nobody tells it
 
 std::runtime_error noArray(ZarrFileDef const& file) {
     std::string others;
@@ -190,32 +190,12 @@ nlohmann::json compressorOf(ZarrLayout const& layout) {
     return nullptr;
 }
 
-// Cubes, more or less: halves the longest axis until a chunk is small enough.
-std::vector<int> chunksOf(ZarrLayout const& layout, std::string const& dtype) {
-    if (!layout.chunks.empty()) {
-        return layout.chunks;
-    }
-    auto chunks = layout.shape;
-    auto const byteSize = [&] {
-        double bytes = dtype[2] - '0';
-        for (int const length : chunks) {
-            bytes *= length;
-        }
-        return bytes;
-    };
-    while (!chunks.empty() && byteSize() > kChunkBytes) {
-        auto const longest = std::max_element(chunks.begin(), chunks.end());
-        *longest = *longest / 2 + *longest % 2;
-    }
-    return chunks;
-}
-
 std::string zarrayOf(ZarrLayout const& layout) {
     auto const dtype = dtypeOf(layout);
     nlohmann::json zarray;
     zarray["zarr_format"] = 2;
     zarray["shape"] = layout.shape;
-    zarray["chunks"] = chunksOf(layout, dtype);
+    zarray["chunks"] = layout.chunks.empty() ? chunkShape(layout.shape, dtype[2] - '0') : layout.chunks;
     zarray["dtype"] = dtype;
     zarray["fill_value"] = fillOf(layout);
     zarray["order"] = layout.order == ZarrLayout::Order::F ? "F" : "C";
