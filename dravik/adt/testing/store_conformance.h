@@ -17,6 +17,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -36,7 +37,23 @@ struct StoreSubject {
     int highestSample = 98;  ///< of what is written: whole numbers from 0 to this
 };
 
-/// Passes everything on, counts the bytes of samples and lets one call fail.
+/// How many natural blocks hold an index of `region`, each counted once.
+inline std::int64_t blocksTouched(BulkView::AccessTraits const& traits, ExtentK<4, int> const& region) {
+    std::int64_t blocks = 1;
+    for (int axis = 0; axis < 4; ++axis) {
+        int const length = traits.naturalBlock[axis];
+        std::set<int> along;
+        for (int number = 0; number < region[axis].count && length > 0; ++number) {
+            // From the block's origin, which may lie behind the index.
+            int const place = region[axis].origin + number * region[axis].step - traits.blockOrigin[axis];
+            along.insert((place >= 0 ? place : place - length + 1) / length);
+        }
+        blocks *= length > 0 ? static_cast<std::int64_t>(along.size()) : 1;
+    }
+    return blocks;
+}
+
+/// Passes everything on, counts the bytes of samples and the blocks that hold them, and lets one call fail.
 class WatchedStore final : public BulkView::IBrickStore {
   public:
     using Box = OpenEndedRange<4, int>;
@@ -47,6 +64,7 @@ class WatchedStore final : public BulkView::IBrickStore {
     BulkView::AccessTraits traits() const override { return store_->traits(); }
     void read(Box const& box, void* samples) const override {
         bytesRead += box.pointCount() * traits().bitSize / 8;
+        blocksRead += blocksTouched(traits(), ExtentK<4, int>(box));
         call();
         store_->read(box, samples);
     }
@@ -56,7 +74,8 @@ class WatchedStore final : public BulkView::IBrickStore {
     bool servesParts() const override { return store_->servesParts(); }
 
     mutable std::atomic<std::int64_t> bytesRead{0};
-    mutable std::atomic<int> callsToFailure{-1};  ///< the call after as many fails; none below 0
+    mutable std::atomic<std::int64_t> blocksRead{0};  ///< a store of chunks decodes as many
+    mutable std::atomic<int> callsToFailure{-1};      ///< the call after as many fails; none below 0
 
   private:
     void call() const {
@@ -156,8 +175,9 @@ class StoreConformance {
             Index const a = data_.randomIndex(random_), b = data_.randomIndex(random_);
             OpenEndedRange<4, int> box;
             for (int axis = 0; axis < 4; ++axis) {
-                box.min[axis] = std::min(a[axis], b[axis]);
-                box.max[axis] = std::max(a[axis], b[axis]) + 1;
+                bool const isWhole = random_.chance(30);
+                box.min[axis] = isWhole ? 0 : std::min(a[axis], b[axis]);
+                box.max[axis] = isWhole ? data_.size()[axis] : std::max(a[axis], b[axis]) + 1;
             }
             std::vector<T> samples(static_cast<std::size_t>(box.pointCount()) + 1, T{77});
             store->read(box, samples.data());
@@ -207,9 +227,12 @@ class StoreConformance {
             for (int round = 0; round < 30 && !testing::Test::HasFailure(); ++round) {
                 auto const region = randomRegion(random_);
                 testing::ScopedTrace const trace(__FILE__, __LINE__, (std::ostringstream() << region).str());
-                std::int64_t const before = lasting.store->bytesRead;
+                std::int64_t const before = lasting.store->bytesRead, blocksBefore = lasting.store->blocksRead;
                 expectRead(random_, *lasting.accessor, region);
                 EXPECT_LE(lasting.store->bytesRead - before, mostBytes(lasting, region));
+                if (!lasting.store->servesParts()) {
+                    EXPECT_LE(lasting.store->blocksRead - blocksBefore, blocksTouched(lasting.store->traits(), region));
+                }
                 BulkView::BufferHandle handle;
                 auto const index = data_.randomIndex(random_);
                 lasting.accessor->getBuffer(index, BulkView::AdtEnums::Read, handle);

@@ -90,6 +90,8 @@ TEST_F(Hdf5File, TellsTheScalesOfAxes) {
     f["g/depth"] = np.array([5, 7], ">i2"); f["g/depth"].make_scale(); f["g/depth"].attrs.update(units="m", scale_factor=2.0)
     f["x"] = np.array([1.5, 2.5, 3.5, 4.5]); f["x"].make_scale("longitude")
     d.dims[0].attach_scale(f["g/depth"]); d.dims[2].attach_scale(f["x"]);
+    w = f.create_dataset("g/w", data=np.zeros((2, 3))); f["g/row"] = np.arange(3); f["g/row"].make_scale()
+    w.dims[1].attach_scale(f["g/row"])
     long = f.create_dataset("long", data=np.zeros(99)); long.make_scale("long")
 )");
     auto const info = openHdf5DataSet({path, "g/v"}).info;

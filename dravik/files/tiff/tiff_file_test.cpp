@@ -115,6 +115,14 @@ TEST_F(TiffFile, MakesFilesThatForeignToolsRead) {
     Box const band{{1, 2, 0, 0}, {2, 3, 40, 50}};
     std::vector<short> const written(2000, 1234);
     open()->write(band, written.data());
+    // A part of a tile: the rest of it stays.
+    short const nulls[16 * 3] = {};
+    short before[5], after[5];
+    Box const row{{0, 0, 15, 0}, {1, 1, 16, 5}};
+    open()->read(row, before);
+    open()->write(Box{{0, 0, 0, 0}, {1, 1, 16, 3}}, nulls);
+    open()->read(row, after);
+    EXPECT_THAT(after, testing::ElementsAre(0, 0, 0, before[3], before[4]));
     auto const told = shell("gdalinfo -stats GTIFF_DIR:2:a.tif");
     for (char const* const part :
          {"Block=32x16", "NoData Value=-7", "Minimum=1234.000, Maximum=1234.000", "Unit Type: m<s>", "Origin = (1000",
