@@ -222,8 +222,9 @@ void requestAtRandomThroughTheFilter(Report& report, int count) {
     report.ratio(contest, "through the filter", "look-up, no lock and no handle");
     report.time(
         contest, "through the filter", kRequests,
-        {25, "16 ns of it are the lock and the counted owner; the look-up at random misses the prediction and the "
-             "nearest memory, and branches nobody foresees."});
+        {25,
+         "half of it is the look-up, which misses the nearest memory for the cell and for the box, and a quarter the "
+         "count of an owner that is not at hand either."});
 }
 
 /// One array per bound, looked through from the first block on.

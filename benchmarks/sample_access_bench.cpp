@@ -172,8 +172,8 @@ constexpr char const* kInstructions =
     "an access is two dozen instructions, since nothing that a notification may change stays in a register: 3 cycles, "
     "or 4 where the loop lies badly. Of the peers a compiler moves everything but the sum's 2 cycles out of the loop.";
 constexpr char const* kMisses =
-    "a request is some 180 instructions and a locked one: fewer requests than reads of a table fit into what the "
-    "processor looks ahead, so less of the memory's delay is hidden.";
+    "a request is some 250 instructions, a locked one among them: fewer requests than reads of a table fit into what "
+    "the processor looks ahead, so less of the memory's delay is hidden.";
 constexpr char const* kOneLook = "the look at the block and the call take as long as some samples of a loop.";
 constexpr char const* kCacheMisses =
     "the loops are the same; every sample is a miss of the cache, and a trace costs one look at the block more.";

@@ -8,7 +8,6 @@
 namespace Quorvel::Dravik::Adt::BulkView {
 
 using Detail::loadAcquire;
-using Detail::loadRelaxed;
 using Detail::storeRelaxed;
 
 BufferHandle::Owner::~Owner() {
