@@ -21,9 +21,11 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <fstream>
 #include <limits>
 #include <ostream>
+#include <random>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -213,6 +215,20 @@ boost::shared_ptr<Adt::BulkDef::SourceDef const> recognise(
     return def;
 }
 
+// Gives a file a name that none has. Unlike a renaming, a link leaves alone the file that there is; not all file
+// systems have links.
+void giveName(std::filesystem::path const& part, std::filesystem::path const& path) {
+    if (::link(part.c_str(), path.c_str()) == 0) {
+        return;
+    }
+    int const told = errno;
+    int const error = std::filesystem::exists(path) ? EEXIST : told;
+    if (error != EPERM && error != EOPNOTSUPP && error != ENOSYS) {
+        throw std::system_error(error, std::generic_category(), path.string());
+    }
+    std::filesystem::rename(part, path);
+}
+
 Text::Node written(TiffFileDef const& file, Text::DefinitionWriter& /*writer*/) {
     Text::Node node;
     node.set("path", file.path().native()).set("writable", file.options().isWritable);
@@ -317,15 +333,13 @@ std::vector<TiffImage> tiffImages(std::filesystem::path const& path) {
 
 void createTiff(std::filesystem::path const& path, TiffLayout const& layout) {
     Detail::checkLayout(layout);
+    std::random_device random;
     auto part = path;
-    part += ".part" + std::to_string(::getpid());
+    part += ".part" + std::to_string(std::uint64_t{random()} << 32 | random());
     std::error_code ignored;
     try {
         Detail::makeTiff(part, layout);
-        // Unlike a renaming, a link leaves alone the file that there is.
-        if (::link(part.c_str(), path.c_str()) != 0) {
-            throw std::system_error(errno, std::generic_category(), path.string());
-        }
+        giveName(part, path);
         std::filesystem::remove(part, ignored);
     } catch (...) {
         std::filesystem::remove(part, ignored);
