@@ -317,6 +317,22 @@ def test_full_disks_and_bad_files_are_told(folder: pathlib.Path) -> None:
     assert pathlib.Path("g.nc").read_bytes() == whole
 
 
+def test_read_errors_in_the_middle_leave_no_output(folder: pathlib.Path) -> None:
+    with h5py.File("z.h5", "w") as file:
+        noise = np.random.default_rng(1).integers(0, 1000, (64, 64, 64), np.int32)
+        file.create_dataset("temp", data=noise, chunks=(16, 64, 64), compression="gzip", fletcher32=True)
+    content = bytearray(pathlib.Path("z.h5").read_bytes())
+    half = len(content) // 2
+    content[half : half + 100] = bytes(100)
+    pathlib.Path("z.h5").write_bytes(content)
+    before = sorted(folder.iterdir())
+    for ending in ENDINGS:
+        done = run("copy", "z.h5:temp", "o" + ending, status=1)
+        assert "z.h5" in done.stderr and done.stderr.count("\n") == 1, done.stderr
+        assert sorted(folder.iterdir()) == before
+    assert pathlib.Path("z.h5").read_bytes() == content
+
+
 def test_output_that_nobody_reads_is_an_error() -> None:
     with open("/dev/full", "w") as full:
         done = subprocess.run([PROGRAM, "info", "g.nc"], stdout=full, stderr=subprocess.PIPE, text=True, check=False)
