@@ -223,8 +223,8 @@ void requestAtRandomThroughTheFilter(Report& report, int count) {
     report.time(
         contest, "through the filter", kRequests,
         {25,
-         "half of it is the look-up, which misses the nearest memory for the cell and for the box, and a quarter the "
-         "count of an owner that is not at hand either."});
+         "half of it is the look-up, which misses the nearest memory for the cell and for the box; the rest is what a "
+         "sweep costs through the filter, the lock and the counted owner above all."});
 }
 
 /// One array per bound, looked through from the first block on.
