@@ -42,3 +42,7 @@ assert "root/usr" in dravik_adt.__file__, dravik_adt.__file__
 assert "dravik" in xarray.backends.list_engines()
 PYTHON
 )
+# The program finds the libraries beside it, and is told about.
+"$work/root/usr/bin/dravik" --version
+test -e "$work/root/usr/share/man/man1/dravik.1.gz"
+test -e "$work/root/usr/share/bash-completion/completions/dravik"
