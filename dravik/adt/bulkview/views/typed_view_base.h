@@ -147,8 +147,6 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) override;
 
   private:
-    friend Iterator;
-
     T const& getOnMiss(Index index) const;
     /// As get, with the view holding the block of the sample, copies and all, where get may only have glanced at it.
     T const& getAndHold(Index const& index) const;

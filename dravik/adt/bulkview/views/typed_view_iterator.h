@@ -58,9 +58,7 @@ class TypedViewIterBase {
 
     /// The sample.
     /// @throws as TypedViewBase::get does
-    T operator*() const {
-        return block_->isTagged(tag_) ? *reinterpret_cast<T const*>(address_) : view_->getAndHold(index_);
-    }
+    T operator*() const { return block_->isTagged(tag_) ? *reinterpret_cast<T const*>(address_) : view_->get(index_); }
 
     TypedViewIterBase& operator++() noexcept {
         index_ += lastAxisStep();
@@ -133,7 +131,7 @@ inline void TypedViewIterBase<N, T, Traits>::findRun() noexcept {
         int const end = box_.max.data()[N - 1];
         runEnd_ = end < block_->end(N - 1) ? end : block_->end(N - 1);
     } else {
-        // The first sample of a block is read through the view, which fetches it; the next step finds the row.
+        // The first samples of a block are read through the view, which fetches it; then a step finds the row.
         --tag_.fetches;
         runEnd_ = last + 1;
     }
