@@ -366,7 +366,7 @@ void checkRows(RowsFunction copy, std::int64_t stride, std::int64_t bytes) {
 TEST(RowCopies, TouchTheirSamplesAlone) {
     for (InstructionSet const* const set : instructionSets()) {
         SCOPED_TRACE(set->name);
-        auto const& [plain, reversed, everySecond, everyThird] = set->rows;
+        auto const& [plain, reversed, everySecond, everyThird, transposed] = set->rows;
         for (std::size_t size = 0; size < 4; ++size) {
             for (auto const& [copy, stride] :
                  {std::pair{plain[size], 1}, {reversed[size], -1}, {everySecond[size], 2}, {everyThird[size], 3}}) {
@@ -375,6 +375,60 @@ TEST(RowCopies, TouchTheirSamplesAlone) {
                     checkRows(copy, stride, 1 << size);
                 }
             }
+            ASSERT_EQ(transposed[size] == nullptr, set == &referenceSet());
+        }
+    }
+}
+
+struct Rectangles {
+    std::int64_t rows, columns, planes;
+    std::int64_t gap;   // bytes between rows
+    std::int64_t lead;  // bytes before the first sample of the target, from an address that is aligned
+};
+
+// The source ends with its last sample; a frame around the target must stay.
+void checkTransposed(TransposeFunction transpose, Rectangles const& shape, std::int64_t bytes) {
+    auto const& [rows, columns, planes, gap, lead] = shape;
+    std::int64_t const inRow = columns * bytes + gap, outRow = rows * bytes + gap;
+    std::vector<char> in(static_cast<std::size_t>(inRow * rows * planes - gap));
+    for (std::size_t at = 0; at < in.size(); ++at) {
+        in[at] = static_cast<char>(at * 2654435761U >> 13);
+    }
+    std::vector<char> out(static_cast<std::size_t>(outRow * columns * planes + lead + 64), 'x');
+    auto expected = out;
+    std::size_t const first =
+        (64 - reinterpret_cast<std::uintptr_t>(out.data()) % 64) % 64 + static_cast<std::size_t>(lead);
+    for (std::int64_t at = 0; at < rows * columns * planes; ++at) {
+        std::int64_t const plane = at / columns / rows, row = at / columns % rows, column = at % columns;
+        std::int64_t const to = (plane * columns + column) * outRow + row * bytes;
+        std::memcpy(
+            &expected[first + static_cast<std::size_t>(to)],
+            &in[static_cast<std::size_t>((plane * rows + row) * inRow + column * bytes)],
+            static_cast<std::size_t>(bytes));
+    }
+    transpose({in.data(), inRow, inRow * rows, &out[first], outRow, outRow * columns, rows, columns, planes});
+    ASSERT_TRUE(out == expected) << rows << " x " << columns << " x " << planes << " of " << bytes << " bytes, gap "
+                                 << gap << ", lead " << lead;
+}
+
+TEST(Transposes, MoveEverySampleOfAnyShape) {
+    Testing::Random random;
+    for (InstructionSet const* const set : instructionSets()) {
+        SCOPED_TRACE(set->name);
+        for (std::size_t size = 0; set != &referenceSet() && size < 4; ++size) {
+            std::int64_t const bytes = 1 << size;
+            auto const check = [&](Rectangles const& shape) {
+                checkTransposed(set->rows.transposed[size], shape, bytes);
+            };
+            for (int round = 0; round < 60; ++round) {
+                auto const side = [&] { return random.oneOf<std::int64_t>({1, 3, 15, 16, 17, 63, 64, 65, 128, 200}); };
+                check(
+                    {side(), side(), random.between<std::int64_t>(1, 3), random.oneOf<std::int64_t>({0, 1, 8}),
+                     random.between<std::int64_t>(0, 63)});
+            }
+            // Large enough to pass the caches by.
+            check({1024, 1100, 2, 0, 0});
+            check({1024, 1099, 2, 0, 16});
         }
     }
 }

@@ -156,9 +156,15 @@ constexpr std::array<RowsFunction, 4> ofAll() {
 
 }  // namespace
 
+std::array<TransposeFunction, 4> const& transposes() noexcept;  // in vector_transposes.cpp
+
 RowCopies const& rowCopies() noexcept {
-    static constexpr RowCopies kCopies{
-        ofAll<Plain>(), ofAll<Reversed>(), ofAll<EverySecond>(), {nullptr, nullptr, kEveryThird, nullptr}};
+    static RowCopies const kCopies{
+        ofAll<Plain>(),
+        ofAll<Reversed>(),
+        ofAll<EverySecond>(),
+        {nullptr, nullptr, kEveryThird, nullptr},
+        transposes()};
     return kCopies;
 }
 

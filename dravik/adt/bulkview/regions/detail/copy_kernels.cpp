@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/regions/detail/copy_kernels.h"
 
-#include "dravik/adt/converters/detail/row_copies.h"
-
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstring>
-#include <utility>
+#include <optional>
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
 
 namespace {
+
+using Converters::Detail::rowCopies;
 
 // Samples as the memory holds them: loads and stores without regard to alignment.
 template <class Word>
@@ -26,96 +25,11 @@ void store(char* at, Word word) noexcept {
     std::memcpy(at, &word, sizeof word);
 }
 
-// A vector of 16 bytes, which every processor of the kinds supported has.
-template <class Word>
-struct Vector {
-    // NOLINTNEXTLINE(modernize-use-using): g++ takes the attribute of a dependent type here only
-    typedef Word Type __attribute__((vector_size(16)));
-    static constexpr std::int64_t kLanes = 16 / sizeof(Word);
-};
-
 template <class Word>
 void copyWords(char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t count) noexcept {
     constexpr std::int64_t kBytes = sizeof(Word);
     for (std::int64_t k = 0; k < count; ++k) {
         store(out + k * outStride * kBytes, load<Word>(in + k * inStride * kBytes));
-    }
-}
-
-// Of two rows, the lower or the upper halves in turns: what the processor's unpack instructions do.
-template <class Word, bool kUpper, std::size_t... Lane>
-typename Vector<Word>::Type halves(
-    typename Vector<Word>::Type a, typename Vector<Word>::Type b, std::index_sequence<Lane...>) noexcept {
-    constexpr int kLanes = static_cast<int>(Vector<Word>::kLanes);
-    constexpr int kStart = kUpper ? kLanes / 2 : 0;
-    return __builtin_shufflevector(a, b, (kStart + static_cast<int>(Lane) / 2 + (Lane % 2 == 0 ? 0 : kLanes))...);
-}
-
-// One square of as many rows as a vector has lanes: each round interleaves row i with row i + half, and after as many
-// rounds as the count of rows has bits, rows have become columns.
-template <class Word>
-void transposeSquare(char const* in, std::int64_t inBytes, char* out, std::int64_t outBytes) noexcept {
-    using V = Vector<Word>;
-    constexpr auto kLanes = static_cast<std::size_t>(V::kLanes);
-    constexpr auto kSequence = std::make_index_sequence<kLanes>();
-    std::array<typename V::Type, kLanes> rows, next;
-    for (std::size_t i = 0; i < kLanes; ++i) {
-        rows[i] = load<typename V::Type>(in + static_cast<std::int64_t>(i) * inBytes);
-    }
-    for (std::size_t round = 1; round < kLanes; round *= 2) {
-        for (std::size_t i = 0; i < kLanes / 2; ++i) {
-            next[2 * i] = halves<Word, false>(rows[i], rows[i + kLanes / 2], kSequence);
-            next[2 * i + 1] = halves<Word, true>(rows[i], rows[i + kLanes / 2], kSequence);
-        }
-        rows = next;
-    }
-    for (std::size_t i = 0; i < kLanes; ++i) {
-        store(out + static_cast<std::int64_t>(i) * outBytes, rows[i]);
-    }
-}
-
-// One tile, by squares as far as they go.
-template <class Word>
-void transposeTile(
-    char const* in, std::int64_t inBytes, char* out, std::int64_t outBytes, std::int64_t inner,
-    std::int64_t across) noexcept {
-    constexpr std::int64_t kBytes = sizeof(Word);
-    constexpr std::int64_t kSide = Vector<Word>::kLanes;
-    std::int64_t const wholeInner = inner - inner % kSide;
-    std::int64_t const wholeAcross = across - across % kSide;
-    for (std::int64_t j = 0; j < wholeAcross; j += kSide) {
-        for (std::int64_t i = 0; i < wholeInner; i += kSide) {
-            transposeSquare<Word>(in + i * inBytes + j * kBytes, inBytes, out + j * outBytes + i * kBytes, outBytes);
-        }
-    }
-    for (std::int64_t j = 0; j < across; ++j) {
-        for (std::int64_t i = j < wholeAcross ? wholeInner : 0; i < inner; ++i) {
-            store(out + j * outBytes + i * kBytes, load<Word>(in + i * inBytes + j * kBytes));
-        }
-    }
-}
-
-// Rows that lie a power of two apart share few places in a cache, so a tile is first brought together: every line is
-// then fetched once where is read, and filled at once where is written.
-template <class Word>
-void transposeWords(
-    char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t inner,
-    std::int64_t across) noexcept {
-    constexpr std::int64_t kBytes = sizeof(Word);
-    constexpr std::int64_t kRows = 64;
-    constexpr std::int64_t kWidth = 256 / kBytes;
-    alignas(64) std::array<char, kRows * kWidth * kBytes> tile;
-    for (std::int64_t i = 0; i < inner; i += kRows) {
-        std::int64_t const rows = std::min(kRows, inner - i);
-        for (std::int64_t j = 0; j < across; j += kWidth) {
-            std::int64_t const width = std::min(kWidth, across - j);
-            for (std::int64_t row = 0; row < rows; ++row) {
-                char const* const first = in + ((i + row) * inStride + j) * kBytes;
-                std::memcpy(tile.data() + row * kWidth * kBytes, first, static_cast<std::size_t>(width * kBytes));
-            }
-            transposeTile<Word>(
-                tile.data(), kWidth * kBytes, out + (j * outStride + i) * kBytes, outStride * kBytes, rows, width);
-        }
     }
 }
 
@@ -141,18 +55,23 @@ bool withWord(int bytes, Act act) noexcept {
     }
 }
 
+// Where the tables of vector code have functions for samples of so many bytes; empty where they have none.
+std::optional<std::size_t> placeOf(int bytes) noexcept {
+    auto const size = static_cast<unsigned>(bytes);
+    return bytes <= 8 && std::has_single_bit(size) ? std::optional<std::size_t>(std::countr_zero(size)) : std::nullopt;
+}
+
 // What copies rows of such strides in vector instructions; null where nothing does.
 Converters::Detail::RowsFunction vectorCopy(std::int64_t inStride, std::int64_t outStride, int bytes) noexcept {
-    if (outStride != 1 || bytes > 8 || (bytes & (bytes - 1)) != 0) {
+    auto const place = placeOf(bytes);
+    if (outStride != 1 || !place) {
         return nullptr;
     }
-    auto const& copies = Converters::Detail::rowCopies();
-    int const size = std::countr_zero(static_cast<unsigned>(bytes));
-    auto const at = static_cast<std::size_t>(size);
-    return inStride == 1    ? copies.plain[at]
-           : inStride == -1 ? copies.reversed[at]
-           : inStride == 2  ? copies.everySecond[at]
-           : inStride == 3  ? copies.everyThird[at]
+    auto const& copies = rowCopies();
+    return inStride == 1    ? copies.plain[*place]
+           : inStride == -1 ? copies.reversed[*place]
+           : inStride == 2  ? copies.everySecond[*place]
+           : inStride == 3  ? copies.everyThird[*place]
                             : nullptr;
 }
 
@@ -189,13 +108,21 @@ void copyRows(
     }
 }
 
-void transpose(
-    char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t inner, std::int64_t across,
-    int bytes) noexcept {
-    bool const isWord = withWord(
-        bytes, [&](auto word) { transposeWords<decltype(word)>(in, inStride, out, outStride, inner, across); });
-    for (std::int64_t j = 0; !isWord && j < across; ++j) {
-        copyRow(in + j * bytes, inStride, out + j * outStride * bytes, 1, inner, bytes);
+void transpose(Converters::Detail::Transposition const& all, int bytes) noexcept {
+    if (auto const place = placeOf(bytes); place && rowCopies().transposed[*place] != nullptr) {
+        rowCopies().transposed[*place](all);
+        return;
+    }
+    constexpr std::int64_t kSide = 16;  // samples: each line that is read, and each that is written, stays in the cache
+    for (std::int64_t plane = 0; plane < all.planes; ++plane) {
+        for (std::int64_t row = 0; row < all.rows; row += kSide) {
+            std::int64_t const rows = std::min(kSide, all.rows - row);
+            char const* const in = all.in + plane * all.inPlane + row * all.inRow;
+            char* const out = all.out + plane * all.outPlane + row * bytes;
+            for (std::int64_t column = 0; column < all.columns; ++column) {
+                copyRow(in + column * bytes, all.inRow / bytes, out + column * all.outRow, 1, rows, bytes);
+            }
+        }
     }
 }
 

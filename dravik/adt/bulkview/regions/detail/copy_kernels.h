@@ -4,6 +4,8 @@
 // Inner loops of copies between strided memory. Unit: strides and counts in samples of `bytes` bytes. Memory needs no
 // alignment. Threads: a call touches its arguments alone.
 
+#include "dravik/adt/converters/detail/row_copies.h"
+
 #include <cstdint>
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
@@ -21,10 +23,7 @@ void copyRows(
     RowsOf<char const*> const& from, RowsOf<char*> const& to, std::int64_t count, std::int64_t rows,
     int bytes) noexcept;
 
-/// out[j * outStride + i] = in[i * inStride + j] for i below `inner`, j below `across`: both sides are dense, along
-/// different axes. In tiles, so that every cache line is fetched once.
-void transpose(
-    char const* in, std::int64_t inStride, char* out, std::int64_t outStride, std::int64_t inner, std::int64_t across,
-    int bytes) noexcept;
+/// Transposes planes of samples of `bytes` bytes. In tiles, so that every cache line is fetched once.
+void transpose(Converters::Detail::Transposition const& all, int bytes) noexcept;
 
 }  // namespace Quorvel::Dravik::Adt::BulkView::Detail

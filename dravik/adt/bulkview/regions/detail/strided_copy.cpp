@@ -150,10 +150,12 @@ void copyBytes(StridedCopy const& copy) {
     CopyAxis const& inner = copy.axes[3];
     CopyAxis const& across = copy.axes[2];
     if (inner.to == 1 && across.from == 1 && across.count > 1 && across.to >= inner.count) {
-        forEachRow(copy, 2, [&](std::int64_t from, std::int64_t to) {
+        CopyAxis const& plane = copy.axes[1];
+        forEachRow(copy, 3, [&](std::int64_t from, std::int64_t to) {
             transpose(
-                copy.from.data + from * bytes, inner.from, copy.to.data + to * bytes, across.to, inner.count,
-                across.count, bytes);
+                {copy.from.data + from * bytes, inner.from * bytes, plane.from * bytes, copy.to.data + to * bytes,
+                 across.to * bytes, plane.to * bytes, inner.count, across.count, plane.count},
+                bytes);
         });
         return;
     }
