@@ -69,8 +69,11 @@ Base baseOf(CopySide const& side, std::int64_t position, std::int64_t stride, st
 }
 
 void convertRun(StridedCopy const& copy, std::int64_t from, std::int64_t to, CopyAxis const& run) {
+    constexpr std::int64_t kFarthest = std::int64_t{1} << 30;
     std::int64_t const reach = std::max({std::abs(run.from), std::abs(run.to), std::int64_t{1}});
-    std::int64_t const most = std::max<std::int64_t>((std::int64_t{1} << 30) / reach, 1);
+    // Most runs are short, and a division costs as much as the conversion of a row.
+    bool const fits = run.count <= kFarthest && reach <= kFarthest && run.count * reach <= kFarthest;
+    std::int64_t const most = fits ? run.count : std::max<std::int64_t>(kFarthest / reach, 1);
     for (std::int64_t done = 0; done < run.count; done += most) {
         std::int64_t const count = std::min(most, run.count - done);
         Base const in = baseOf(copy.from, from + done * run.from, run.from, count);
