@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <typeinfo>
@@ -384,12 +385,17 @@ void TypedViewBase<N, T, Traits>::useAccessor(Act act) const {
     auto& chain = accessor();
     writeBack();
     block_.release();
-    struct Returned {
-        TypedViewBase const& view;
-        IBufferAccessor& chain;
-        ~Returned() { chain.setClient(const_cast<TypedViewBase*>(&view)); }
-    } const returned{*this, chain};
-    act(chain);
+    auto* const client = const_cast<TypedViewBase*>(this);
+    try {
+        act(chain);
+    } catch (...) {
+        try {
+            chain.setClient(client);
+        } catch (std::exception const&) {  // the caller gets the failure of the work
+        }
+        throw;
+    }
+    chain.setClient(client);
 }
 
 template <int N, class T, class Traits>

@@ -154,7 +154,8 @@ void transposeTiles(Transposition const& all, std::int64_t head) {
         for (std::int64_t row = 0, rows = 0; row < all.rows; row += rows) {
             std::int64_t const unaligned = row == 0 ? head : 0;
             rows = std::min(unaligned > 0 ? kRows - kStripRows<Word> + unaligned : kRows, all.rows - row);
-            std::ptrdiff_t const ahead = plane + 1 < all.planes ? all.inPlane : 0;
+            bool const isLast = row + rows == all.rows;
+            std::ptrdiff_t const ahead = plane + 1 < all.planes ? all.inPlane : isLast ? 0 : rows * all.inRow;
             for (std::int64_t column = 0; column < all.columns; column += kWidth) {
                 std::int64_t const columns = std::min(kWidth, all.columns - column);
                 char const* const from = in + row * all.inRow + column * kBytes;
