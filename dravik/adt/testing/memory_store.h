@@ -45,10 +45,24 @@ class MemoryStore final : public BulkView::IBrickStore {
     void flush() override { ++flushes; }
     bool hasSamples(Box const& box) const override { return !holes.contains(box.min); }
     bool servesParts() const override { return hasCheapParts; }
+    bool servesSteps() const override { return hasCheapSteps; }
+    void readSteps(ExtentK<4, int> const& region, void* samples) const override {
+        ++reads;
+        onRead ? onRead() : void();
+        auto* out = static_cast<T*>(samples);
+        Box places;
+        for (int axis = 0; axis < 4; ++axis) {
+            places.max[axis] = region[axis].count;
+        }
+        samplesRead += places.pointCount();
+        forEachIndex(
+            places, [&](FixedVector<4, int> const& place) { return *out++ = data.at(region.at(place)), true; });
+    }
 
     PlainArray<T> data;
     BulkView::AccessTraits traits_;
     bool hasCheapParts = false;
+    bool hasCheapSteps = false;
     Box holes;                      ///< bricks that begin in here have no samples
     std::function<void()> onRead;   ///< called before a read, perhaps to fail
     std::function<void()> onWrite;  ///< called before a write, perhaps to fail

@@ -68,6 +68,16 @@ class WatchedStore final : public BulkView::IBrickStore {
         call();
         store_->read(box, samples);
     }
+    bool servesSteps() const override { return store_->servesSteps(); }
+    void readSteps(ExtentK<4, int> const& region, void* samples) const override {
+        std::int64_t count = 1;
+        for (int axis = 0; axis < 4; ++axis) {
+            count *= region[axis].count;
+        }
+        bytesRead += count * traits().bitSize / 8;
+        call();
+        store_->readSteps(region, samples);
+    }
     void write(Box const& box, void const* samples) override { call(), store_->write(box, samples); }
     void flush() override { call(), store_->flush(); }
     bool hasSamples(Box const& box) const override { return store_->hasSamples(box); }
@@ -216,7 +226,7 @@ class StoreConformance {
         traits.naturalBlock = bottom.store->servesParts() ? Index() : traits.naturalBlock;
         std::int64_t steps = 1;
         for (int axis = 0; axis < 4; ++axis) {
-            steps *= bottom.store->servesParts() ? std::abs(region[axis].step) : 1;
+            steps *= bottom.store->servesParts() && !bottom.store->servesSteps() ? std::abs(region[axis].step) : 1;
         }
         return steps * BulkView::bytesTouched(traits, region);
     }

@@ -3,12 +3,11 @@
 
 #include "dravik/adt/bulkview/filters/permute_filter.h"
 #include "dravik/adt/bulkview/stores/store_accessor.h"
-#include "dravik/adt/converters/byte_swap_converter.h"
 #include "dravik/adt/converters/sample_type_name.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/adt/core/hasher.h"
 #include "dravik/files/shared/dense_box.h"
-#include "dravik/files/shared/mapped_file.h"
+#include "dravik/files/shared/mapped_array.h"
 #include "dravik/text/forms.h"
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -16,9 +15,6 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
-#include <cstring>
-#include <limits>
-#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <system_error>
@@ -27,7 +23,6 @@
 namespace Quorvel::Dravik::Files {
 
 using Adt::BulkView::AccessTraits;
-using Adt::Converters::ByteSwapConverter;
 using Box = Adt::OpenEndedRange<4, int>;
 
 namespace {
@@ -95,95 +90,52 @@ Adt::FixedVector<4, int> orderOf(RawLayout const& layout) {
     return order;
 }
 
+// Of a file that holds as much as the layout says.
+MappedFile const& checked(MappedFile const& file, RawLayout const& layout) {
+    if (std::int64_t const wanted = byteSizeOf(layout); file.byteSize() < wanted) {
+        throw std::system_error(
+            EINVAL, std::generic_category(),
+            file.path().string() + ": has " + std::to_string(file.byteSize()) + " bytes, its layout " +
+                std::to_string(wanted));
+    }
+    return file;
+}
+
 class RawStore final : public Adt::BulkView::IBrickStore {
   public:
     explicit RawStore(RawFileDef const& def)
-        : file_(def.path(), def.isWritable()), headerBytes_(def.layout().headerBytes), size_(sizeOf(def.layout())) {
-        std::type_info const& type = typeOf(def.layout());
-        traits_.sampleType = &type;
-        traits_.bitSize = Adt::TypeRegister::sizeofTypeInBits(type);
-        sampleBytes_ = traits_.bitSize / 8;
-        traits_.naturalBlock = blockOfRuns(size_, kBlockBytes / sampleBytes_);
+        : file_(def.path(), def.isWritable()),
+          size_(sizeOf(def.layout())),
+          samples_(
+              checked(file_, def.layout()), def.layout().headerBytes, size_, typeOf(def.layout()),
+              def.layout().byteOrder == RawLayout::ByteOrder::Big ? std::endian::big : std::endian::little) {
+        traits_.sampleType = &typeOf(def.layout());
+        traits_.bitSize = Adt::TypeRegister::sizeofTypeInBits(*traits_.sampleType);
+        traits_.naturalBlock = blockOfRuns(size_, kBlockBytes / (traits_.bitSize / 8));
         traits_.fastestAxis = static_cast<int>(def.layout().shape.size()) - 1;
         traits_.concurrency = AccessTraits::Concurrency::PerClone;
         traits_.writable = def.isWritable();
-        bool const isBig = def.layout().byteOrder == RawLayout::ByteOrder::Big;
-        if (sampleBytes_ > 1 && isBig == (std::endian::native == std::endian::little)) {
-            swap_.emplace(type);
-        }
-        if (std::int64_t const wanted = byteSizeOf(def.layout()); file_.byteSize() < wanted) {
-            throw std::system_error(
-                EINVAL, std::generic_category(),
-                def.path().string() + ": has " + std::to_string(file_.byteSize()) + " bytes, its layout " +
-                    std::to_string(wanted));
-        }
     }
 
     Adt::FixedVector<4, int> size() const override { return size_; }
     AccessTraits traits() const override { return traits_; }
     bool servesParts() const override { return true; }
+    bool servesSteps() const override { return true; }
     void flush() override { file_.flush(); }
 
-    void read(Box const& box, void* samples) const override {
-        auto* to = static_cast<char*>(samples);
-        file_.access([&] {
-            forEachRun(size_, box, [&, run = std::int64_t{0}](std::int64_t position, std::int64_t count) mutable {
-                file_.settleAfter(run++);
-                move(at(position), to, count);
-                to += count * sampleBytes_;
-            });
-        });
+    void read(Box const& box, void* samples) const override { samples_.read(box, samples); }
+    void readSteps(Adt::ExtentK<4, int> const& region, void* samples) const override {
+        samples_.readSteps(region, samples);
     }
-
     void write(Box const& box, void const* samples) override {
-        if (!traits_.writable) {
-            return IBrickStore::write(box, samples);
-        }
-        auto const* from = static_cast<char const*>(samples);
-        file_.access([&] {
-            forEachRun(size_, box, [&, run = std::int64_t{0}](std::int64_t position, std::int64_t count) mutable {
-                file_.settleAfter(run++);
-                move(from, at(position), count);
-                from += count * sampleBytes_;
-            });
-        });
+        traits_.writable ? samples_.write(box, samples) : IBrickStore::write(box, samples);
     }
 
   private:
-    char* at(std::int64_t position) const { return file_.data() + headerBytes_ + position * sampleBytes_; }
-
-    // In pieces that stay at hand between the copy and the swap; samples behind a header need not be aligned.
-    void move(char const* from, char* to, std::int64_t count) const {
-        constexpr std::int64_t kPiece = 4096;  // samples
-        if (!swap_) {
-            std::memcpy(to, from, static_cast<std::size_t>(count * sampleBytes_));
-            return;
-        }
-        alignas(8) char piece[kPiece * 8];
-        for (std::int64_t done = 0; done < count; done += kPiece) {
-            std::int64_t const now = std::min(kPiece, count - done);
-            auto const bytes = static_cast<std::size_t>(now * sampleBytes_);
-            bool const isAligned = reinterpret_cast<std::uintptr_t>(to) % 8 == 0;
-            char const* source = from + done * sampleBytes_;
-            char* target = to + done * sampleBytes_;
-            if (reinterpret_cast<std::uintptr_t>(source) % static_cast<std::uintptr_t>(sampleBytes_) != 0) {
-                std::memcpy(piece, source, bytes);
-                source = piece;
-            }
-            char* const swapped = isAligned ? target : piece;
-            swap_->convertContiguous(source, 0, swapped, 0, static_cast<int>(now));
-            if (swapped != target) {
-                std::memcpy(target, swapped, bytes);
-            }
-        }
-    }
-
     MappedFile file_;
-    std::int64_t headerBytes_;
     Adt::FixedVector<4, int> size_;
+    MappedArray samples_;
     AccessTraits traits_;
-    int sampleBytes_ = 0;
-    std::optional<ByteSwapConverter> swap_;
 };
 
 Text::Node written(RawFileDef const& file, Text::DefinitionWriter& /*writer*/) {

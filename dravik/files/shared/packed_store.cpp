@@ -32,20 +32,19 @@ class PackedStore final : public IBrickStore {
     Size size() const override { return size_; }
     AccessTraits traits() const override { return traits_; }
     bool servesParts() const override { return numbers_->servesParts(); }
+    bool servesSteps() const override { return numbers_->servesSteps(); }
     bool hasSamples(Box const& box) const override { return numbers_->hasSamples(box); }
     void flush() override { numbers_->flush(); }
 
     void read(Box const& box, void* samples) const override {
-        auto* const to = static_cast<S*>(samples);
-        auto const count = static_cast<std::size_t>(box.pointCount());
-        if constexpr (std::is_same_v<N, S>) {
-            numbers_->read(box, samples);
-            unpack(to, to, count);
-        } else {
-            std::vector<N> numbers(count);
-            numbers_->read(box, numbers.data());
-            unpack(numbers.data(), to, count);
+        readUnpacked(box.pointCount(), samples, [&](void* numbers) { numbers_->read(box, numbers); });
+    }
+    void readSteps(Adt::ExtentK<4, int> const& region, void* samples) const override {
+        std::int64_t count = 1;
+        for (int axis = 0; axis < 4; ++axis) {
+            count *= region[axis].count;
         }
+        readUnpacked(count, samples, [&](void* numbers) { numbers_->readSteps(region, numbers); });
     }
 
     void write(Box const& box, void const* samples) override {
@@ -62,6 +61,21 @@ class PackedStore final : public IBrickStore {
     }
 
   private:
+    // Of `count` samples, whose numbers readNumbers puts where it is told.
+    template <class ReadNumbers>
+    void readUnpacked(std::int64_t count, void* samples, ReadNumbers readNumbers) const {
+        auto* const to = static_cast<S*>(samples);
+        auto const size = static_cast<std::size_t>(count);
+        if constexpr (std::is_same_v<N, S>) {
+            readNumbers(samples);
+            unpack(to, to, size);
+        } else {
+            auto const numbers = std::make_unique_for_overwrite<N[]>(size);
+            readNumbers(numbers.get());
+            unpack(numbers.get(), to, size);
+        }
+    }
+
     void unpack(N const* from, S* to, std::size_t count) const {
         if (packing_.isPlain()) {
             if constexpr (!std::is_same_v<N, S>) {
@@ -161,6 +175,14 @@ StoredNumbers::~StoredNumbers() = default;
 
 bool StoredNumbers::hasSamples(Box const& /*box*/) const {
     return true;
+}
+
+bool StoredNumbers::servesSteps() const {
+    return false;
+}
+
+void StoredNumbers::readSteps(Adt::ExtentK<4, int> const& /*region*/, void* /*numbers*/) const {
+    throw std::logic_error("[StoredNumbers] Read by boxes.");
 }
 
 std::shared_ptr<IBrickStore> makePackedStore(

@@ -35,6 +35,11 @@ class DRAVIK_ADT_EXPORT StoredNumbers {
     virtual void write(Adt::OpenEndedRange<4, int> const& box, void const* numbers) = 0;
     virtual void flush() = 0;
     virtual bool servesParts() const = 0;
+
+    // Steps as in IBrickStore: not served here.
+
+    virtual bool servesSteps() const;
+    virtual void readSteps(Adt::ExtentK<4, int> const& region, void* numbers) const;
     /// False if every sample of `box` is missing; true here.
     virtual bool hasSamples(Adt::OpenEndedRange<4, int> const& box) const;
 

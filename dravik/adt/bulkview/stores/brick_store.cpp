@@ -21,4 +21,12 @@ bool IBrickStore::servesParts() const {
     return false;
 }
 
+bool IBrickStore::servesSteps() const {
+    return false;
+}
+
+void IBrickStore::readSteps(ExtentK<4, int> const& /*region*/, void* /*samples*/) const {
+    throw Exceptions::NotSupportedException("IBrickStore::readSteps", "the store is read by boxes.");
+}
+
 }  // namespace Quorvel::Dravik::Adt::BulkView

@@ -5,6 +5,7 @@
 // of storage has two operations to write. Threads: every operation from any thread, unless the traits say `Serial`.
 
 #include "dravik/adt/bulkview/regions/access_traits.h"
+#include "dravik/adt/core/extent.h"
 #include "dravik/adt/core/fixed_vector.h"
 #include "dravik/adt/core/range.h"
 #include "dravik/adt/export.h"
@@ -46,6 +47,14 @@ class DRAVIK_ADT_EXPORT IBrickStore {
     /// True if a part of a brick costs its share of the brick alone, as in a mapped file; constant, false here. Regions
     /// then read and write just what they want and leave the pool as it is.
     virtual bool servesParts() const;
+
+    /// True if `readSteps` takes less than to read the box around; constant, false here. For stores that serve parts.
+    virtual bool servesSteps() const;
+
+    /// As `read`, for the indices of `region` alone, which lie inside [0, size()). Its steps are positive. Called where
+    /// `servesSteps` alone.
+    /// @throws Exceptions::NotSupportedException here; whatever tells the failure in a derived class
+    virtual void readSteps(ExtentK<4, int> const& region, void* samples) const;
 
   protected:
     IBrickStore() = default;

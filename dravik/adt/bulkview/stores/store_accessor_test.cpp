@@ -56,12 +56,15 @@ TEST(StoreAccessor, TakesStoresThroughTheScript) {
         Index origin;
         bool writable;
         bool servesParts;
+        bool servesSteps = false;
     };
     constexpr Row kRows[] = {
         {"volume of bricks", {13, 9, 20, 1}, {4, 4, 8, 1}, {}, true, false},
         {"four axes, bricks out of step", {5, 7, 6, 3}, {2, 3, 4, 2}, {1, -1, 2, 1}, true, false},
         {"inlines, read-only", {12, 10, 15, 1}, {1, 0, 0, 0}, {}, false, false},
         {"parts of inlines", {12, 10, 15, 1}, {1, 10, 15, 1}, {}, true, true},
+        {"steps of inlines", {12, 10, 15, 1}, {1, 10, 15, 1}, {}, true, true, true},
+        {"steps in memory", {7, 10, 15, 3}, {}, {}, false, true, true},
         {"one row", {40, 1, 1, 1}, {7, 1, 1, 1}, {}, true, false},
     };
     Testing::Random random;
@@ -72,6 +75,7 @@ TEST(StoreAccessor, TakesStoresThroughTheScript) {
         store->traits_.blockOrigin = row.origin;
         store->traits_.writable = row.writable;
         store->hasCheapParts = row.servesParts;
+        store->hasCheapSteps = row.servesSteps;
         Testing::expectStoreConforms<short>({row.name, [&] { return store; }, samples});
     }
 }

@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/files/netcdf/detail/netcdf_store.h"
 
-#include "dravik/adt/converters/byte_swap_converter.h"
 #include "dravik/adt/converters/type_register.h"
 #include "dravik/files/netcdf/detail/classic_header.h"
 #include "dravik/files/shared/dense_box.h"
-#include "dravik/files/shared/mapped_file.h"
+#include "dravik/files/shared/mapped_array.h"
 
 #include <algorithm>
 #include <bit>
 #include <climits>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -69,60 +67,23 @@ class LibraryNumbers final : public StoredNumbers {
 // Where they lie in a classic file, by any number of threads.
 class MappedNumbers final : public StoredNumbers {
   public:
-    MappedNumbers(MappedFile const& file, std::int64_t begin, Size const& size, std::type_info const& type)
-        : file_(file), begin_(begin), size_(size), bytes_(Adt::TypeRegister::sizeofTypeInBits(type) / 8) {
-        if (bytes_ > 1 && std::endian::native == std::endian::little) {
-            swap_.emplace(type);
-        }
-    }
+    MappedNumbers(std::unique_ptr<MappedFile> file, std::int64_t begin, Size const& size, std::type_info const& type)
+        : file_(std::move(file)), array_(*file_, begin, size, type, std::endian::big) {}
 
-    void read(Box const& box, void* numbers) const override {
-        auto* to = static_cast<char*>(numbers);
-        file_.access([&] {
-            forEachRun(size_, box, [&, run = std::int64_t{0}](std::int64_t position, std::int64_t count) mutable {
-                file_.settleAfter(run++);
-                std::memcpy(to, file_.data() + begin_ + position * bytes_, static_cast<std::size_t>(count * bytes_));
-                to += count * bytes_;
-            });
-        });
-        if (swap_) {
-            // Afterwards, since the file aligns numbers to four bytes alone.
-            for (std::int64_t left = box.pointCount(), done = 0; left > 0; left -= kPiece, done += kPiece) {
-                auto* const piece = static_cast<char*>(numbers) + done * bytes_;
-                swap_->convertContiguous(piece, 0, piece, 0, static_cast<int>(std::min(left, kPiece)));
-            }
-        }
+    void read(Box const& box, void* numbers) const override { array_.read(box, numbers); }
+    void readSteps(Adt::ExtentK<4, int> const& region, void* numbers) const override {
+        array_.readSteps(region, numbers);
     }
     void write(Box const& /*box*/, void const* /*numbers*/) override {
         throw std::logic_error("[MappedNumbers] Read alone.");
     }
     void flush() override {}
     bool servesParts() const override { return true; }
-
-  private:
-    static constexpr std::int64_t kPiece = 1 << 30;
-
-    MappedFile const& file_;
-    std::int64_t begin_;
-    Size size_;
-    std::int64_t bytes_;
-    std::optional<Adt::Converters::ByteSwapConverter> swap_;
-};
-
-// Keeps the mapping for as long as the numbers.
-class OwnedMapping final : public StoredNumbers {
-  public:
-    OwnedMapping(std::unique_ptr<MappedFile> file, std::int64_t begin, Size const& size, std::type_info const& type)
-        : file_(std::move(file)), numbers_(*file_, begin, size, type) {}
-
-    void read(Box const& box, void* numbers) const override { numbers_.read(box, numbers); }
-    void write(Box const& box, void const* numbers) override { numbers_.write(box, numbers); }
-    void flush() override {}
-    bool servesParts() const override { return true; }
+    bool servesSteps() const override { return true; }
 
   private:
     std::unique_ptr<MappedFile> file_;
-    MappedNumbers numbers_;
+    MappedArray array_;
 };
 
 // The numbers where they lie, if they lie there; null otherwise.
@@ -138,7 +99,7 @@ std::unique_ptr<StoredNumbers> mappedNumbers(
     if (!begin || *begin < 0 || Box::OfSize(size).pointCount() > (file->byteSize() - *begin) / bytes) {
         return nullptr;
     }
-    return std::make_unique<OwnedMapping>(std::move(file), *begin, size, type);
+    return std::make_unique<MappedNumbers>(std::move(file), *begin, size, type);
 }
 
 Size sizeOf(Dataset const& dataset, Variable const& variable) {

@@ -32,6 +32,8 @@ BrickTransfer::BrickTransfer(
     RegionTransfer& transfer)
     : table_(table), store_(store), request_(request), transfer_(transfer), isRead_(request.access == AdtEnums::Read) {
     for (int axis = 0; axis < 4; ++axis) {
+        auto const& along = request.region.data()[axis];
+        hasSteps_ = hasSteps_ || (isRead_ && store->servesSteps() && along.count > 1 && std::abs(along.step) > 1);
         cuts_[static_cast<std::size_t>(axis)] = cutsAlong(axis, bricking);
     }
 }
@@ -177,7 +179,7 @@ bool BrickTransfer::isWithinLimit(Box const& cuts) const {
     auto const box = passingBox(cuts);
     auto const places = placesOf(cuts);
     int const splitAxis = firstAxisToSplit(cuts);
-    std::int64_t const bytes = box.pointCount() / 8 * store_->traits().bitSize;
+    std::int64_t const bytes = (hasSteps_ ? places : box).pointCount() / 8 * store_->traits().bitSize;
     if (splitAxis == 4 || bytes <= kMostInScratch) {
         return true;
     }
@@ -185,7 +187,8 @@ bool BrickTransfer::isWithinLimit(Box const& cuts) const {
     for (int axis = 0; axis < splitAxis; ++axis) {
         staysDense = staysDense && places.size(axis) == 1;
     }
-    return arrayMemory(box, places) != nullptr && (bytes <= kMostInArray || !staysDense);
+    char const* const memory = hasSteps_ ? arrayMemory(places) : arrayMemory(box, places);
+    return memory != nullptr && (bytes <= kMostInArray || !staysDense);
 }
 
 // Of what nobody writes there is nothing to be kept from.
@@ -211,6 +214,10 @@ bool BrickTransfer::everyBrick(Box const& cuts, Visit visit) const {
 }
 
 void BrickTransfer::moveStraight(Box const& box, Box const& places) {
+    if (hasSteps_) {
+        readSteps(box, places);
+        return;
+    }
     if (char* const memory = arrayMemory(box, places)) {
         isRead_ ? store_->read(box, memory) : store_->write(box, memory);
         return;
@@ -228,6 +235,31 @@ void BrickTransfer::moveStraight(Box const& box, Box const& places) {
     }
 }
 
+void BrickTransfer::readSteps(Box const& box, Box const& places) {
+    ExtentK<4, int> upwards;
+    // The request as to an accessor that has the wanted samples alone.
+    RegionRequest dense = request_;
+    Box const wanted = Box::OfSize(places.max - places.min);
+    for (int axis = 0; axis < 4; ++axis) {
+        auto const count = static_cast<int>(places.size(axis));
+        int const step = count == 1 ? 1 : request_.region.data()[axis].step;
+        upwards.data()[axis] = {box.min.data()[axis], std::abs(step), count};
+        auto& along = dense.region.data()[axis];
+        along.step = step < 0 ? -1 : 1;
+        along.origin = step < 0 ? places.max.data()[axis] - 1 : -places.min.data()[axis];
+    }
+    if (char* const memory = arrayMemory(places)) {
+        store_->readSteps(upwards, memory);
+        return;
+    }
+    std::int64_t const bits = wanted.pointCount() * store_->traits().bitSize;
+    scratch_.resize(std::max(scratch_.size(), static_cast<std::size_t>((bits + 7) / 8)));
+    store_->readSteps(upwards, scratch_.data());
+    BufferHandle handle;
+    handle.update(scratch_.data(), {wanted, denseStrides(wanted), /*offset=*/0}, AdtEnums::Read);
+    transfer_.copy(dense, handle, places);
+}
+
 void BrickTransfer::copy(void* samples, BufferHandle::ArrayInfo const& info, Box const& places) {
     BufferHandle handle;
     handle.update(samples, info, isRead_ ? AdtEnums::Read : AdtEnums::ReadWrite);
@@ -236,6 +268,17 @@ void BrickTransfer::copy(void* samples, BufferHandle::ArrayInfo const& info, Box
 
 // Where the array has the samples of `box` just as the store passes them; null where it has not.
 char* BrickTransfer::arrayMemory(Box const& box, Box const& places) const {
+    for (int axis = 0; axis < 4; ++axis) {
+        bool const isDense = places.size(axis) == 1 || request_.region.data()[axis].step == 1;
+        if (places.size(axis) != box.size(axis) || !isDense) {
+            return nullptr;
+        }
+    }
+    return arrayMemory(places);
+}
+
+// Where the array has the samples at `places`, dense, in the store's type and upwards; null where it has not.
+char* BrickTransfer::arrayMemory(Box const& places) const {
     auto const& array = request_.array;
     int const bits = array.bitSize();
     if (request_.converter != nullptr || bits % 8 != 0 || bits != store_->traits().bitSize) {
@@ -245,8 +288,7 @@ char* BrickTransfer::arrayMemory(Box const& box, Box const& places) const {
     std::int64_t dense = 1;
     for (int axis = 3; axis >= 0; --axis) {
         std::int64_t const stride = array.strides().data()[axis];
-        if (places.size(axis) != box.size(axis) ||
-            (places.size(axis) > 1 && (request_.region.data()[axis].step != 1 || stride != dense))) {
+        if (places.size(axis) > 1 && (request_.region.data()[axis].step < 0 || stride != dense)) {
             return nullptr;
         }
         position += places.min.data()[axis] * stride;

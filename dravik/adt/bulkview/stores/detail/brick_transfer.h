@@ -53,8 +53,10 @@ class BrickTransfer {
     bool isWithinLimit(Box const& cuts) const;
     bool claim(Box const& cuts, BrickTable::Claims& claims) const;
     void moveStraight(Box const& box, Box const& places);
+    void readSteps(Box const& box, Box const& places);
     void copy(void* samples, BufferHandle::ArrayInfo const& info, Box const& places);
     char* arrayMemory(Box const& box, Box const& places) const;
+    char* arrayMemory(Box const& places) const;
     template <class Visit>
     bool everyBrick(Box const& cuts, Visit visit) const;
 
@@ -67,6 +69,7 @@ class BrickTransfer {
     RegionRequest const& request_;
     RegionTransfer& transfer_;
     bool isRead_;
+    bool hasSteps_ = false;  // and the store serves them
     std::array<std::vector<Cut>, 4> cuts_;
     std::vector<char> scratch_;
 };

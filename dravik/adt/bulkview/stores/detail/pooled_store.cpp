@@ -29,6 +29,7 @@ PooledStore::PooledStore(std::shared_ptr<IBrickStore> store, Diagnostics diagnos
       traits_(store_->traits()),
       size_(store_->size()),
       servesParts_(store_->servesParts()),
+      servesSteps_(servesParts_ && store_->servesSteps()),
       diagnostics_(std::move(diagnostics)) {}
 
 std::unique_lock<std::mutex> PooledStore::turn() const {
@@ -39,6 +40,11 @@ std::unique_lock<std::mutex> PooledStore::turn() const {
 void PooledStore::read(Box const& box, void* samples) const {
     auto const lock = turn();
     store_->read(box, samples);
+}
+
+void PooledStore::readSteps(ExtentK<4, int> const& region, void* samples) const {
+    auto const lock = turn();
+    store_->readSteps(region, samples);
 }
 
 void PooledStore::write(Box const& box, void const* samples) {

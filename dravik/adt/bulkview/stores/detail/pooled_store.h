@@ -30,6 +30,8 @@ class PooledStore {
     void flush();
     bool hasSamples(Box const& box) const;
     bool servesParts() const noexcept { return servesParts_; }
+    bool servesSteps() const noexcept { return servesSteps_; }
+    void readSteps(ExtentK<4, int> const& region, void* samples) const;
 
     // As write and flush, where nobody is left to throw to: a failure is told to the diagnostics.
 
@@ -46,6 +48,7 @@ class PooledStore {
     AccessTraits traits_;
     FixedVector<4, int> size_;
     bool servesParts_;
+    bool servesSteps_;
     Diagnostics diagnostics_;
     mutable std::mutex serial_;
     std::atomic<bool> isFlushed_{true};
