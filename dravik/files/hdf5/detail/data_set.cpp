@@ -233,6 +233,26 @@ hid_t memoryTypeOf(std::type_info const& type) {
         ->second;
 }
 
+namespace {
+
+std::string textOf(hid_t type) {
+    auto const bits = std::to_string(8 * H5Tget_size(type));
+    switch (H5Tget_class(type)) {
+    case H5T_INTEGER:
+        return (H5Tget_sign(type) == H5T_SGN_NONE ? "uint" : "int") + bits;
+    case H5T_FLOAT:
+        return "float" + bits;
+    case H5T_STRING:
+        return "text";
+    case H5T_COMPOUND:
+        return "compound";
+    default:
+        return "that is no number";
+    }
+}
+
+}  // namespace
+
 std::vector<std::string> DataSet::namesIn(std::filesystem::path const& path) {
     Hdf5Call const call;
     auto const file = openFile(path, /*writable=*/false);
@@ -271,7 +291,9 @@ void DataSet::describe() {
     Hdf5Id const type(Hdf5Call::check(H5Dget_type(set_), path_), H5Tclose);
     type_ = sampleTypeOf(type);
     if (type_ == nullptr) {
-        refuse("has no numbers of a type that can be shown");
+        refuse(
+            "has samples of type " + textOf(type) +
+            "; int8 to int64, uint8 to uint32, float32 and float64 can be read");
     }
     Hdf5Id const space(Hdf5Call::check(H5Dget_space(set_), path_), H5Sclose);
     int const axes = H5Sget_simple_extent_ndims(space);

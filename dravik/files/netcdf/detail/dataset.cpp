@@ -152,6 +152,13 @@ std::vector<Variable> Dataset::variables() const {
     return all;
 }
 
+std::string Dataset::nameOf(nc_type type) const {
+    NetcdfCall const call;
+    char name[NC_MAX_NAME + 1] = {};
+    check(nc_inq_type(id_, type, name, nullptr), path_);
+    return name;
+}
+
 std::vector<double> Dataset::numbers(Variable const& variable, char const* attribute) const {
     NetcdfCall const call;
     nc_type type = NC_NAT;

@@ -54,6 +54,8 @@ class Dataset {
     std::filesystem::path const& path() const noexcept { return path_; }
 
     std::vector<Variable> variables() const;
+    /// As netCDF calls it: "uint64", "char", "string", or the name that the file gives.
+    std::string nameOf(nc_type type) const;
     /// The elements of an attribute; none where it is not there or is no number.
     std::vector<double> numbers(Variable const& variable, char const* attribute) const;
     /// The only one.

@@ -127,7 +127,8 @@ std::shared_ptr<IBrickStore> makeNetcdfStore(
     auto const* const type = sampleTypeOf(variable.type);
     if (type == nullptr) {
         throw std::runtime_error(
-            dataset->path().string() + ": the variable \"" + variable.name + "\" has no numbers of up to 64 bits");
+            dataset->path().string() + ": the variable \"" + variable.name + "\" has samples of type " +
+            dataset->nameOf(variable.type) + "; int8 to int64, uint8 to uint32, float32 and float64 can be read");
     }
     int const bytes = Adt::TypeRegister::sizeofTypeInBits(*type) / 8;
     AccessTraits traits;
