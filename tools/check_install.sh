@@ -22,12 +22,19 @@ build_stranger() {
     cmake -S "$source/tools/stranger" -B "$work/build" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" "$@" >"$work/configure.log"
     cmake --build "$work/build" >"$work/build.log" || { cat "$work/build.log" >&2; return 1; }
     "$work/build/stranger"
+    if [[ -x $work/build/open_file ]]; then
+        "$work/build/open_file" "$work/new.nc"
+    fi
 }
 
 case $way in
 find_package)
     install_library
-    build_stranger -DCMAKE_PREFIX_PATH="$work/prefix"
+    components=
+    if [[ -n $(find "$work/prefix" -name 'libdravik_files_netcdf.*') ]]; then
+        components=files_netcdf
+    fi
+    build_stranger -DCMAKE_PREFIX_PATH="$work/prefix" -DDRAVIK_ADT_COMPONENTS="$components"
     ;;
 pkg_config)
     install_library

@@ -52,12 +52,12 @@ class DRAVIK_ADT_EXPORT Hdf5FileDef final : public Adt::BulkDef::SourceDef, publ
 /// What a new file holds: one data set.
 struct Hdf5Layout {
     std::string dataSet = "samples";  ///< groups on the way to it are made
-    std::vector<int> shape;           ///< samples per axis, one to four
+    std::vector<int> shape = {};      ///< samples per axis, one to four
     std::string sampleType = "float32";
-    std::vector<int> chunks;             ///< samples per axis; empty: blocks of about 1 MiB
-    int deflateLevel = 0;                ///< 0: not compressed, up to 9
-    std::string unit;                    ///< of a sample; empty: none is told
-    std::optional<double> missingValue;  ///< stored for not-a-number
+    std::vector<int> chunks = {};             ///< samples per axis; empty: blocks of about 1 MiB
+    int deflateLevel = 0;                     ///< 0: not compressed, up to 9
+    std::string unit = {};                    ///< of a sample; empty: none is told
+    std::optional<double> missingValue = {};  ///< stored for not-a-number
 };
 
 /// A store of a data set and what the file tells about it.

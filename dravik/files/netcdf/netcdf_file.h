@@ -51,13 +51,13 @@ class DRAVIK_ADT_EXPORT NetcdfFileDef final : public Adt::BulkDef::SourceDef, pu
 /// What a new file holds: one variable.
 struct NetcdfLayout {
     std::string variable = "samples";
-    std::vector<int> shape;  ///< samples per axis, one to four
+    std::vector<int> shape = {};  ///< samples per axis, one to four
     std::string sampleType = "float32";
-    std::vector<std::string> axisNames;  ///< empty: "axis0", "axis1", …
-    std::vector<int> chunks;             ///< samples per axis; empty: blocks of about 1 MiB
-    int deflateLevel = 0;                ///< 0: not compressed, up to 9
-    std::string unit;                    ///< of a sample; empty: none is told
-    std::optional<double> missingValue;  ///< stored for not-a-number
+    std::vector<std::string> axisNames = {};  ///< empty: "axis0", "axis1", …
+    std::vector<int> chunks = {};             ///< samples per axis; empty: blocks of about 1 MiB
+    int deflateLevel = 0;                     ///< 0: not compressed, up to 9
+    std::string unit = {};                    ///< of a sample; empty: none is told
+    std::optional<double> missingValue = {};  ///< stored for not-a-number
     /// Units and coordinates, one element per axis; names as well where `axisNames` is empty. Empty: none.
     std::vector<Adt::BulkView::DataAxis> axes = {};
 };

@@ -21,12 +21,12 @@ namespace Quorvel::Dravik::Files {
 struct RawLayout {
     enum class ByteOrder { Little, Big };
 
-    std::vector<int> shape;  ///< samples per axis as they lie in the file, the fastest axis last; one to four
-    std::string sampleType;  ///< "float32", "int16", …: see sampleTypeNamed; no single bits
+    std::vector<int> shape = {};  ///< samples per axis as they lie in the file, the fastest axis last; one to four
+    std::string sampleType = {};  ///< "float32", "int16", …: see sampleTypeNamed; no single bits
     ByteOrder byteOrder = ByteOrder::Little;
     std::int64_t headerBytes = 0;  ///< in front of the samples
     /// Axis a of the data set is axis axisOrder[a] of the file; empty for the file's own order.
-    std::vector<int> axisOrder;
+    std::vector<int> axisOrder = {};
 
     friend bool operator==(RawLayout const&, RawLayout const&) = default;
 };

@@ -53,17 +53,17 @@ struct ZarrLayout {
     enum class Order { C, F };
     enum class ByteOrder { Little, Big };
 
-    std::string array;                   ///< where in the group; empty: the path is the array
-    std::vector<int> shape;              ///< samples per axis, one to four
+    std::string array = {};              ///< where in the group; empty: the path is the array
+    std::vector<int> shape = {};         ///< samples per axis, one to four
     std::string sampleType = "float32";  ///< see sampleTypeNamed; no single bits
-    std::vector<int> chunks;             ///< samples per axis; empty: blocks of about 1 MiB
+    std::vector<int> chunks = {};        ///< samples per axis; empty: blocks of about 1 MiB
     Compressor compressor = Compressor::Blosc;
     int level = 5;  ///< of compression, 1 to 9
     Order order = Order::C;
     ByteOrder byteOrder = ByteOrder::Little;
-    std::optional<double> fillValue;     ///< of chunks that nobody has written; none: not-a-number, or 0 for integers
-    std::vector<std::string> axisNames;  ///< empty: none are told
-    std::string unit;                    ///< of a sample; empty: none is told
+    std::optional<double> fillValue = {};  ///< of chunks that nobody has written; none: not-a-number, or 0 for integers
+    std::vector<std::string> axisNames = {};  ///< empty: none are told
+    std::string unit = {};                    ///< of a sample; empty: none is told
 };
 
 /// A store of an array and what the directory tells about it.

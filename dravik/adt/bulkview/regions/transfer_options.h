@@ -16,22 +16,22 @@ struct TransferOptions {
     using Executor = std::function<void(std::function<void()> task)>;
 
     /// Ends the transfer with CancelledException before the next block.
-    std::stop_token stop;
+    std::stop_token stop = {};
     /// Told after each block how many samples of how many have been moved. What it throws ends the transfer.
     /// @threads the calling one only
-    std::function<void(std::int64_t done, std::int64_t total)> progress;
+    std::function<void(std::int64_t done, std::int64_t total)> progress = {};
     /// Whom the call may have helpers run by. The caller works as well, and waits for those alone that have begun: a
     /// task that begins later does nothing. Used where clones of the chain may work at the same time, and not for
     /// single bits. The chain must not be changed meanwhile, as by the target of a proxy, and nobody may hold a block
     /// of it on loan while samples are written.
-    Executor executor;
+    Executor executor = {};
     int workers = 1;  ///< threads at most, the calling one included
     /// Bytes of memory that calls which take samples through memory of their own may use for it, all workers together;
     /// one natural block each in any case.
     std::int64_t byteBudget = std::int64_t{64} << 20;
     /// In place of the converter that the two sample types call for: for reading from the accessor's type to the
     /// array's, for writing the other way. Where the accessor does not tell its type, this one is believed.
-    IValueConverter::ConstPtr converter;
+    IValueConverter::ConstPtr converter = {};
 };
 
 }  // namespace Quorvel::Dravik::Adt::BulkView
