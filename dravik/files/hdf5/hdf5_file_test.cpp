@@ -144,7 +144,9 @@ TEST_F(Hdf5File, RecognisesItsFilesAndNamesOthers) {
     struct Row {
         char const *dataSet, *text;
     };
-    for (Row const& row : {Row{"mian", "no data set \"mian\"; there are a/main, small"}, Row{"u8", "has samples of type uint64; int8 to int64"}}) {
+    for (Row const& row :
+         {Row{"mian", "no data set \"mian\"; there are a/main, small"},
+          Row{"u8", "has samples of type uint64; int8 to int64"}}) {
         EXPECT_THAT(
             [&] { openers.sourceAt(path, row.dataSet); }, ThrowsMessage<std::runtime_error>(HasSubstr(row.text)));
     }

@@ -68,6 +68,20 @@ void forEachRunOfPart(Adt::OpenEndedRange<4, int> const& box, Adt::OpenEndedRang
     });
 }
 
+/// Several small blocks in one, so that a call for each costs less than its samples; a large block as it is.
+inline Adt::FixedVector<4, int> joinedBlocks(
+    Adt::FixedVector<4, int> block, Adt::FixedVector<4, int> const& size, std::int64_t bytesPerSample) {
+    constexpr std::int64_t kSmall = 1 << 13, kEnough = 1 << 16;  // bytes
+    std::int64_t bytes = Adt::OpenEndedRange<4, int>::OfSize(block).pointCount() * bytesPerSample;
+    for (int axis = 3; axis >= 0 && bytes <= kSmall; --axis) {
+        std::int64_t const all = (std::int64_t{size[axis]} + block[axis] - 1) / block[axis];
+        std::int64_t const joined = std::clamp<std::int64_t>(kEnough / std::max<std::int64_t>(bytes, 1), 1, all);
+        block[axis] = static_cast<int>(std::min<std::int64_t>(block[axis] * joined, size[axis]));
+        bytes *= joined;
+    }
+    return block;
+}
+
 /// Reads `box` by read(part, samples) for its part in each block, dense samples of so many bytes each. A library that
 /// puts them in their places itself does so row by row.
 template <class Read>

@@ -426,15 +426,16 @@ void DataSet::read(Adt::OpenEndedRange<4, int> const& box, void* samples) const 
     auto const bytes = static_cast<std::int64_t>(H5Tget_size(type));
     // Of the same axes as in the file: the library goes from sample to sample otherwise.
     int const axes = static_cast<int>(shape_.size());
-    readByParts(box, chunk_.value_or(size_), bytes, samples, [&](auto const& part, void* to) {
-        auto const space = select(part);
-        hsize_t lengths[4];
-        for (int axis = 0; axis < 4; ++axis) {
-            lengths[axis] = static_cast<hsize_t>(part.size(axis));
-        }
-        Hdf5Id const memory(Hdf5Call::check(H5Screate_simple(axes, lengths, nullptr), path_), H5Sclose);
-        guarded(path_, [&] { return H5Dread(set_, type, memory, space, H5P_DEFAULT, to); });
-    });
+    readByParts(
+        box, joinedBlocks(chunk_.value_or(size_), size_, bytes), bytes, samples, [&](auto const& part, void* to) {
+            auto const space = select(part);
+            hsize_t lengths[4];
+            for (int axis = 0; axis < 4; ++axis) {
+                lengths[axis] = static_cast<hsize_t>(part.size(axis));
+            }
+            Hdf5Id const memory(Hdf5Call::check(H5Screate_simple(axes, lengths, nullptr), path_), H5Sclose);
+            guarded(path_, [&] { return H5Dread(set_, type, memory, space, H5P_DEFAULT, to); });
+        });
 }
 
 void DataSet::write(Adt::OpenEndedRange<4, int> const& box, void const* samples) {

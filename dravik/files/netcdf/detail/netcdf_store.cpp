@@ -144,7 +144,7 @@ std::shared_ptr<IBrickStore> makeNetcdfStore(
     auto numbers = writable ? nullptr : mappedNumbers(dataset->path(), variable, size, *type);
     if (numbers == nullptr) {
         dataset->keepNoChunks(variable);
-        auto const block = variable.chunks.empty() ? size : traits.naturalBlock;
+        auto const block = variable.chunks.empty() ? size : joinedBlocks(traits.naturalBlock, size, bytes);
         numbers = std::make_unique<LibraryNumbers>(std::move(dataset), variable, block, *type);
     }
     return makePackedStore(std::move(numbers), *type, size, traits, packing);
