@@ -119,6 +119,26 @@ TEST(ConverterRuns, CopiesKeepEveryBit) {
     }
 }
 
+// One run inside a copy of `noise`, beside the same one value by value.
+void expectInTurn(
+    Subject const& subject, Bytes const& noise, Side const& from, Side const& to, int count, bool isContiguous) {
+    Bytes expected = noise;
+    bool const isFill = from.stride == 0 && to.stride == 1;
+    bool const readsFirst = subject.isCopy && (isContiguous ? subject.inBits >= 8 : isFill);
+    for (int k = 0; k < count; ++k) {
+        subject.one(readsFirst ? noise : expected, from, expected, to, k);
+    }
+    Bytes actual = noise;
+    unsigned char* const bytes = actual.data();
+    if (isContiguous) {
+        subject.converter->convertContiguous(bytes + from.base, from.index, bytes + to.base, to.index, count);
+    } else {
+        subject.converter->convertStrided(
+            bytes + from.base, from.index, from.stride, bytes + to.base, to.index, to.stride, count);
+    }
+    ASSERT_EQ(actual, expected) << subject << ", " << count << " values from " << from << " to " << to;
+}
+
 TEST(ConverterRuns, ConvertInTurnWhereBuffersOverlap) {
     Testing::Random random, noisy(Testing::randomSeed());
     Bytes const noise = randomBytes(noisy, 9000);
@@ -141,22 +161,7 @@ TEST(ConverterRuns, ConvertInTurnWhereBuffersOverlap) {
             if (random.chance(50)) {
                 from.base = to.base = std::min(from.base, to.base);
             }
-
-            Bytes expected = noise;
-            bool const isFill = from.stride == 0 && to.stride == 1;
-            bool const readsFirst = subject.isCopy && (isContiguous ? subject.inBits >= 8 : isFill);
-            for (int k = 0; k < count; ++k) {
-                subject.one(readsFirst ? noise : expected, from, expected, to, k);
-            }
-            Bytes actual = noise;
-            unsigned char* const bytes = actual.data();
-            if (isContiguous) {
-                subject.converter->convertContiguous(bytes + from.base, from.index, bytes + to.base, to.index, count);
-            } else {
-                subject.converter->convertStrided(
-                    bytes + from.base, from.index, from.stride, bytes + to.base, to.index, to.stride, count);
-            }
-            ASSERT_EQ(actual, expected) << subject << ", " << count << " values from " << from << " to " << to;
+            expectInTurn(subject, noise, from, to, count, isContiguous);
         }
     }
 }
@@ -196,6 +201,37 @@ struct SparseBytes {
     unsigned char* data;
 };
 
+struct FarRow {
+    char const* name;
+    int index, stride;
+};
+
+void expectFarRun(FarRow const& row, Subject const& subject) {
+    constexpr int kCount = 1100;
+    SparseBytes const dense, sparse, back;
+    auto const sample = [&](unsigned char* base, std::int64_t position, int k) {
+        int const value = k % 253;
+        return subject.inBits == 8 ? base[position] == value
+                                   : (base[position / 8] >> (position % 8) & 1) == (k % 3 == 0);
+    };
+    for (int k = 0; k < kCount; ++k) {
+        auto& byte = dense.data[subject.inBits == 8 ? k : k / 8];
+        byte = static_cast<unsigned char>(subject.inBits == 8 ? k % 253 : byte | (k % 3 == 0) << k % 8);
+    }
+    IValueConverter const& converter = *subject.converter;
+    if (row.stride == 1) {
+        converter.convertContiguous(dense.data, 0, sparse.data, row.index, kCount);
+        converter.convertContiguous(sparse.data, row.index, back.data, 0, kCount);
+    } else {
+        converter.convertStrided(dense.data, 0, 1, sparse.data, row.index, row.stride, kCount);
+        converter.convertStrided(sparse.data, row.index, row.stride, back.data, 0, 1, kCount);
+    }
+    for (int k = 0; k < kCount; ++k) {
+        ASSERT_TRUE(sample(sparse.data, row.index + std::int64_t{row.stride} * k, k)) << "written " << k;
+        ASSERT_TRUE(sample(back.data, k, k)) << "read back " << k;
+    }
+}
+
 TEST(ConverterRuns, ReachPositionsBeyond32BitsPlainAndChained) {
     auto const bits = Factory::getCopyConverter(1);
     auto const toShort = Factory::getTypeConverter(typeid(unsigned char), typeid(short));
@@ -207,40 +243,14 @@ TEST(ConverterRuns, ReachPositionsBeyond32BitsPlainAndChained) {
         {CompositeConverter::getCompositeConverter(toShort, toByte, toShort), true},
     };
     constexpr int kMax = std::numeric_limits<int>::max();
-    struct Row {
-        char const* name;
-        int index, stride;
-    };
-    constexpr Row kRows[] = {
+    constexpr FarRow kRows[] = {
         {"SecondChunk", 5, 1},        {"SecondChunkBackwards", 3000, -2}, {"RowAlongTheFirstAxis", 0, 6'000'000},
         {"Straddles", kMax - 600, 1}, {"StraddlesInSteps", kMax - 5, 7},  {"StaysBelow", kMax, -1'900'000},
     };
-    constexpr int kCount = 1100;
-    for (Row const& row : kRows) {
+    for (FarRow const& row : kRows) {
         for (Subject const& subject : all) {
             SCOPED_TRACE(testing::Message() << row.name << " " << subject);
-            SparseBytes const dense, sparse, back;
-            auto const sample = [&](unsigned char* base, std::int64_t position, int k) {
-                int const value = k % 253;
-                return subject.inBits == 8 ? base[position] == value
-                                           : (base[position / 8] >> (position % 8) & 1) == (k % 3 == 0);
-            };
-            for (int k = 0; k < kCount; ++k) {
-                auto& byte = dense.data[subject.inBits == 8 ? k : k / 8];
-                byte = static_cast<unsigned char>(subject.inBits == 8 ? k % 253 : byte | (k % 3 == 0) << k % 8);
-            }
-            IValueConverter const& converter = *subject.converter;
-            if (row.stride == 1) {
-                converter.convertContiguous(dense.data, 0, sparse.data, row.index, kCount);
-                converter.convertContiguous(sparse.data, row.index, back.data, 0, kCount);
-            } else {
-                converter.convertStrided(dense.data, 0, 1, sparse.data, row.index, row.stride, kCount);
-                converter.convertStrided(sparse.data, row.index, row.stride, back.data, 0, 1, kCount);
-            }
-            for (int k = 0; k < kCount; ++k) {
-                ASSERT_TRUE(sample(sparse.data, row.index + std::int64_t{row.stride} * k, k)) << "written " << k;
-                ASSERT_TRUE(sample(back.data, k, k)) << "read back " << k;
-            }
+            expectFarRun(row, subject);
         }
     }
 }

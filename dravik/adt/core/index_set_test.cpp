@@ -70,17 +70,18 @@ int depthOf(IndexSet<N, int> const& set) {
     return deepest;
 }
 
-TEST(IndexSet, StoresIntervalsByTheRules) {
+struct IntervalRow {
+    char const* name;
+    Set1 set;
+    std::vector<Set1::Box> added, removed;
+    char const* text;
+};
+
+std::vector<IntervalRow> intervalRows() {
     auto const grid = [](int granularity, Set1::Box const& range) { return Set1(Set1::Point(granularity), range); };
-    struct Row {
-        char const* name;
-        Set1 set;
-        std::vector<Set1::Box> added, removed;
-        char const* text;
-    };
     int const low = INT_MIN;
     int const high = INT_MAX;
-    Row const rows[] = {
+    return {
         {"EmptyChangesNothing", {}, {box(5, 5), box(7, 3)}, {}, " L 0 (0-0) , \n"},
         {"Touching", {}, {box(0, 2), box(2, 4)}, {}, " L 0 (0-4) , \n"},
         {"TouchingBelow", {}, {box(2, 4), box(0, 2)}, {}, " L 0 (0-4) , \n"},
@@ -121,7 +122,10 @@ TEST(IndexSet, StoresIntervalsByTheRules) {
          {},
          " L 2 (2147483638-2147483640) , \n L 2 (2147483640-2147483647) , \n"},
     };
-    for (Row const& row : rows) {
+}
+
+TEST(IndexSet, StoresIntervalsByTheRules) {
+    for (IntervalRow const& row : intervalRows()) {
         Set1 set = row.set;
         EXPECT_TRUE(set.isEmpty()) << row.name;
         EXPECT_EQ(set, Set1()) << row.name;

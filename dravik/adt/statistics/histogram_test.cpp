@@ -107,17 +107,18 @@ std::string printed(Histogram const& histogram) {
     return out.str();
 }
 
-TEST(Histogram, SaysWhatItCounted) {
-    struct Row {
-        char const* name;
-        Histogram histogram;
-        std::vector<float> samples;
-        char const* text;
-    };
+struct CountRow {
+    char const* name;
+    Histogram histogram;
+    std::vector<float> samples;
+    char const* text;
+};
+
+std::vector<CountRow> countRows() {
     constexpr auto kFixed = Histogram::fixed;
     constexpr auto kFlexible = Histogram::flexible;
     std::vector<std::int64_t> const none(4);
-    Row const rows[] = {
+    return {
         {"HalfOpen",
          {kFixed, 0, 10, 10},
          {0, 9.99f, 10, -0.5f, 0x1p31f, kInf, -kInf, kNaN},
@@ -181,7 +182,10 @@ TEST(Histogram, SaysWhatItCounted) {
          std::vector<float>(300, 16),
          "3 bins over [8,0): 4294967299 samples, 0 to 8, mean 3, stddev 3, 300 below, 0 above"},
     };
-    for (Row const& row : rows) {
+}
+
+TEST(Histogram, SaysWhatItCounted) {
+    for (CountRow const& row : countRows()) {
         Histogram histogram = row.histogram;
         histogram.add(row.samples);
         EXPECT_EQ(printed(histogram), row.text) << row.name;

@@ -150,6 +150,9 @@ TEST_F(NetcdfFile, UnpacksByWhatAttributesSay) {
             testing::Pointwise(testing::NanSensitiveFloatEq(), row.samples))
             << row.name;
     }
+}
+
+TEST_F(NetcdfFile, TellsUnitsAndUnpackedCoordinates) {
     auto const told = openNetcdfVariable(
         {generate(
              "netCDF-4",

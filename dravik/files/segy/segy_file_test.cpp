@@ -152,6 +152,9 @@ TEST_F(SegyFile, AgreesWithTheFormatsOwnLibrary) {
                 "\")\nassert f.iline[5][3][4] == -118.625 and f.trace[13][5] != -118.625\n"),
             0);
     }
+}
+
+TEST_F(SegyFile, MakesFilesThatItsLibraryOpens) {
     SegyLayout layout;
     layout.inlines = {7, 2, 3};
     layout.crosslines = {1, 1, 4};

@@ -207,7 +207,7 @@ zarr.consolidate_metadata("g")
     EXPECT_TRUE(openers.sourceAt(folder / "g/depth")->equals(ZarrFileDef(folder / "g/depth")));
 }
 
-TEST_F(ZarrFile, TellsWhatCannotBeReadInOneLine) {
+TEST_F(ZarrFile, TellsInOneLineWhatCannotBeRead) {
     std::string const good = R"({"zarr_format":2,"shape":[4],"chunks":[2],"dtype":"<i2","order":"C","fill_value":0})";
     struct Row {
         std::string from, to, text;

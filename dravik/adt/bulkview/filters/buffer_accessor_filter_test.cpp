@@ -79,18 +79,23 @@ struct Host : RecordingClient {
     Accessor filter;
 };
 
-TEST(EveryFilter, PassesEverythingOn) {
-    std::vector<std::string> const all = {
+struct PassingRow {
+    char const* name;
+    Accessor (*over)(Accessor target);
+    std::vector<std::string> told;  // of what the target says
+    std::string place = "(1,2,3,4)", hint = "[1,5)x[2,6)x[3,7)x[4,8)", noHint = "[0,0)x[0,0)x[0,0)x[0,0)";
+    bool isSubset = false;
+};
+
+std::vector<std::string> allNotices() {
+    return {
         "c.accessorUpdated", "c.bufferInvalidated(null)", "c.prepareBufferRelease(buffer 4)",
         "c.releaseBuffer(buffer null)"};
-    struct Row {
-        char const* name;
-        Accessor (*over)(Accessor target);
-        std::vector<std::string> told;  // of what the target says
-        std::string place = "(1,2,3,4)", hint = "[1,5)x[2,6)x[3,7)x[4,8)", noHint = "[0,0)x[0,0)x[0,0)x[0,0)";
-        bool isSubset = false;
-    };
-    Row const rows[] = {
+}
+
+std::vector<PassingRow> passingRows() {
+    auto const all = allNotices();
+    return {
         {"least filter", [](Accessor a) -> Accessor { return std::make_unique<Plain>(std::move(a)); }, all},
         {"least filter with state",
          [](Accessor a) -> Accessor { return std::make_unique<Stateful>(std::move(a)); },
@@ -117,7 +122,53 @@ TEST(EveryFilter, PassesEverythingOn) {
          },
          all, "(13,16,33,40)", "[13,23)x[10,17)x[33,37)x[40,41)", "[10,8)x[22,21)x[30,30)x[40,41)", true},
     };
-    for (Row const& row : rows) {
+}
+
+// What a filter says to its target.
+void expectPassesDown(PassingRow const& row, Host& host, Journal const& journal) {
+    EXPECT_EQ(host.filter->getSize()[0], row.isSubset ? 5 : 99);
+    EXPECT_THAT(journal.take(), testing::SizeIs(row.isSubset ? 0 : 1));
+    BufferHandle handle;
+    host.filter->setHint(IBufferAccessor::Prefetch, {{1, 2, 3, 4}, {5, 6, 7, 8}}, 0.5f);
+    host.filter->setHint(IBufferAccessor::CancelPrefetch, Range(), 1.0f);
+    host.filter->getBuffer({1, 2, 3, 4}, AdtEnums::Populate, handle);
+    EXPECT_EQ(handle.access(), AdtEnums::Populate);
+    handle.reset(/*releaseOwner=*/true);
+    host.filter->setClient(&host);
+    host.filter->setClient(nullptr);
+    host.filter->setClient(&host);
+    EXPECT_THAT(
+        journal.take(),
+        ElementsAre(
+            "a.setHint(0 " + row.hint + " 0.5)", "a.setHint(1 " + row.noHint + " 1)",
+            "a.getBuffer(" + row.place + " 4)", "a.setClient(client)", "a.setClient(null)", "a.setClient(client)"));
+}
+
+// What its target says to it, also after its end.
+void expectPassesUp(PassingRow const& row, Host& host, RecordingAccessor const& below, Journal const& journal) {
+    auto* const listener = dynamic_cast<IBufferAccessor::IClient*>(host.filter.get());
+    ASSERT_EQ(below.client(), listener == nullptr ? &host : listener);
+    auto const notify = [&](IBufferAccessor::IClient& told) {
+        int value = 4;
+        told.accessorUpdated();
+        told.bufferInvalidated(nullptr);
+        bool const isHeld = told.prepareBufferRelease(&below, value);
+        told.releaseBuffer(&below, nullptr);
+        return isHeld && value == 5;
+    };
+    EXPECT_EQ(notify(*below.client()), row.told == allNotices());
+    EXPECT_THAT(journal.take(), ElementsAreArray(row.told));
+    host.filter->dispose(/*flag=*/true);
+    EXPECT_FALSE(listener != nullptr && (notify(*listener) || listener->releaseAccessor() != nullptr));
+    EXPECT_THAT(journal.take(), ElementsAre("a.dispose(1)"))
+        << "no setClient(null): the target may go on notifying, and nobody hears it";
+    host.filter->setClient(&host);
+    EXPECT_EQ(below.client()->releaseAccessor(), nullptr);
+    EXPECT_THAT(journal.take(), ElementsAre("a.setClient(client)", "~a", "c.releaseAccessor"));
+}
+
+TEST(EveryFilter, PassesEverythingOn) {
+    for (PassingRow const& row : passingRows()) {
         SCOPED_TRACE(row.name);
         Journal const journal;
         Host host("c", journal);
@@ -125,41 +176,8 @@ TEST(EveryFilter, PassesEverythingOn) {
         auto const& below = static_cast<RecordingAccessor&>(*target);
         host.filter = row.over(std::move(target));
         journal.take();
-        EXPECT_EQ(host.filter->getSize()[0], row.isSubset ? 5 : 99);
-        EXPECT_THAT(journal.take(), testing::SizeIs(row.isSubset ? 0 : 1));
-        BufferHandle handle;
-        host.filter->setHint(IBufferAccessor::Prefetch, {{1, 2, 3, 4}, {5, 6, 7, 8}}, 0.5f);
-        host.filter->setHint(IBufferAccessor::CancelPrefetch, Range(), 1.0f);
-        host.filter->getBuffer({1, 2, 3, 4}, AdtEnums::Populate, handle);
-        EXPECT_EQ(handle.access(), AdtEnums::Populate);
-        handle.reset(/*releaseOwner=*/true);
-        host.filter->setClient(&host);
-        host.filter->setClient(nullptr);
-        host.filter->setClient(&host);
-        EXPECT_THAT(
-            journal.take(),
-            ElementsAre(
-                "a.setHint(0 " + row.hint + " 0.5)", "a.setHint(1 " + row.noHint + " 1)",
-                "a.getBuffer(" + row.place + " 4)", "a.setClient(client)", "a.setClient(null)", "a.setClient(client)"));
-        auto* const listener = dynamic_cast<IBufferAccessor::IClient*>(host.filter.get());
-        ASSERT_EQ(below.client(), listener == nullptr ? &host : listener);
-        auto const notify = [&](IBufferAccessor::IClient& told) {
-            int value = 4;
-            told.accessorUpdated();
-            told.bufferInvalidated(nullptr);
-            bool const isHeld = told.prepareBufferRelease(&below, value);
-            told.releaseBuffer(&below, nullptr);
-            return isHeld && value == 5;
-        };
-        EXPECT_EQ(notify(*below.client()), row.told == all);
-        EXPECT_THAT(journal.take(), ElementsAreArray(row.told));
-        host.filter->dispose(/*flag=*/true);
-        EXPECT_FALSE(listener != nullptr && (notify(*listener) || listener->releaseAccessor() != nullptr));
-        EXPECT_THAT(journal.take(), ElementsAre("a.dispose(1)"))
-            << "no setClient(null): the target may go on notifying, and nobody hears it";
-        host.filter->setClient(&host);
-        EXPECT_EQ(below.client()->releaseAccessor(), nullptr);
-        EXPECT_THAT(journal.take(), ElementsAre("a.setClient(client)", "~a", "c.releaseAccessor"));
+        expectPassesDown(row, host, journal);
+        expectPassesUp(row, host, below, journal);
     }
 }
 

@@ -298,18 +298,15 @@ struct Scene : IBufferAccessor::IClient {
     std::unique_ptr<IBufferAccessor> cache;
 };
 
-// At every call out, and whenever memory is got or given back, another thread asks the cache for a block: it would wait
-// for ever for a lock held meanwhile.
-TEST(CacheFilter, CallsOutInOrderWithoutItsLock) {
-    struct Row {
-        char const* name;
-        std::vector<std::string> calls;
-        std::function<void(Scene&)> act;
-        int fullDensityThreshold = kNever;
-    };
-    BufferHandle handle;
-    int value = 7;
-    Row const rows[] = {
+struct CallRow {
+    char const* name;
+    std::vector<std::string> calls;
+    std::function<void(Scene&)> act;
+    int fullDensityThreshold = kNever;
+};
+
+std::vector<CallRow> callRows(BufferHandle& handle, int& value) {
+    return {
         {"miss", {"target"}, [](Scene& s) { s.request(8, 8); }},
         {"growth", {"target"}, [](Scene& s) { s.request(8, 8); }, 1000},
         {"hit",
@@ -329,70 +326,83 @@ TEST(CacheFilter, CallsOutInOrderWithoutItsLock) {
         {"dispose", {"owner"}, [](Scene& s) { s.cache->dispose(/*flag=*/true); }},
         {"destroy", {"owner", "target's end"}, [](Scene& s) { auto const last = std::move(s.cache); }},
     };
-    for (Row const& row : rows) {
-        Scene scene(row.fullDensityThreshold);
-        for (int column = 0; column < 15 && row.name == std::string("growth"); ++column) {
-            scene.request(36, 4 * column % 40);
+}
+
+// At every call out, and whenever memory is got or given back, another thread asks the cache for a block: it would wait
+// for ever for a lock held meanwhile.
+void expectCalls(CallRow const& row, BufferHandle& handle) {
+    Scene scene(row.fullDensityThreshold);
+    for (int column = 0; column < 15 && row.name == std::string("growth"); ++column) {
+        scene.request(36, 4 * column % 40);
+    }
+    scene.request(36, 36);
+    handle = scene.request(0, 0);
+    if (row.name == std::string("hit")) {
+        scene.notified().bufferInvalidated(handle.owner());
+    } else {
+        handle.reset(/*releaseOwner=*/true);
+    }
+    std::vector<std::string> calls;
+    std::atomic<bool> isAsking = false;
+    scene.onCall = [&](char const* who) {
+        if (!isAsking.exchange(true)) {
+            who != nullptr ? void(calls.emplace_back(who)) : void();
+            std::thread([&] { scene.cache == nullptr ? void() : void(scene.request(36, 36)); }).join();
+            isAsking = false;
         }
-        scene.request(36, 36);
-        handle = scene.request(0, 0);
-        if (row.name == std::string("hit")) {
-            scene.notified().bufferInvalidated(handle.owner());
-        } else {
-            handle.reset(/*releaseOwner=*/true);
-        }
-        std::vector<std::string> calls;
-        std::atomic<bool> isAsking = false;
-        scene.onCall = [&](char const* who) {
-            if (!isAsking.exchange(true)) {
-                who != nullptr ? void(calls.emplace_back(who)) : void();
-                std::thread([&] { scene.cache == nullptr ? void() : void(scene.request(36, 36)); }).join();
-                isAsking = false;
-            }
-        };
-        std::function<void()> const atMemory = [&] { scene.onCall(nullptr); };
-        Testing::memoryHook() = &atMemory;
-        row.act(scene);
-        Testing::memoryHook() = nullptr;
-        EXPECT_EQ(calls, row.calls) << row.name;
+    };
+    std::function<void()> const atMemory = [&] { scene.onCall(nullptr); };
+    Testing::memoryHook() = &atMemory;
+    row.act(scene);
+    Testing::memoryHook() = nullptr;
+    EXPECT_EQ(calls, row.calls) << row.name;
+}
+
+TEST(CacheFilter, CallsOutInOrderWithoutItsLock) {
+    BufferHandle handle;
+    int value = 7;
+    for (CallRow const& row : callRows(handle, value)) {
+        expectCalls(row, handle);
     }
     EXPECT_EQ(value, 8);
+}
+
+constexpr int kRounds = 10000;
+
+struct Reader {
+    explicit Reader(Testing::BrickAccessor<float> const& bricks) : bottom(new Testing::BrickAccessor<float>(bricks)) {
+        cache = CacheFilter::Apply(std::unique_ptr<IBufferAccessor>(bottom), 300, kNever, kNever);
+        cache->setClient(&client);
+    }
+    Testing::Borrower client;
+    Testing::BrickAccessor<float>* bottom;
+    std::unique_ptr<IBufferAccessor> cache;
+    int wrong = 0;
+};
+
+void readAtRandom(Reader& reader, Testing::PlainArray<float> const& data, std::uint64_t seed) {
+    Random own(seed);
+    for (int round = 0; round < kRounds; ++round) {
+        Position const p = data.randomIndex(own);
+        reader.client.request(*reader.cache, p, AdtEnums::Read);
+        auto const loan = reader.client.handle.loan();
+        if (loan.owner != nullptr && loan.info.range.contains(p)) {
+            auto& brick = static_cast<Testing::Brick<float>&>(*loan.owner);
+            std::lock_guard const lock(brick);
+            reader.wrong += brick.at(p) != data.at(p) && brick.at(p) != brick.kPoison;
+        }
+    }
 }
 
 // Two threads read through clones of one chain while the target takes blocks back and declares others invalid. A reader
 // may be served a block that has gone once more, but never another one.
 TEST(CacheFilter, ServesThreadsWhileBlocksGo) {
-    constexpr int kRounds = 10000;
     Random random;
     Testing::PlainArray<float> data({24, 24, 1, 1});
     data.fill(random, 100);
-    struct Reader {
-        explicit Reader(Testing::BrickAccessor<float> const& bricks)
-            : bottom(new Testing::BrickAccessor<float>(bricks)) {
-            cache = CacheFilter::Apply(std::unique_ptr<IBufferAccessor>(bottom), 300, kNever, kNever);
-            cache->setClient(&client);
-        }
-        Testing::Borrower client;
-        Testing::BrickAccessor<float>* bottom;
-        std::unique_ptr<IBufferAccessor> cache;
-        int wrong = 0;
-    };
     Testing::BrickAccessor<float> const bricks(data, {.locksOwner = true});
     Reader readers[] = {Reader(bricks), Reader(bricks)};
-    auto const read = [&](Reader& reader, std::uint64_t seed) {
-        Random own(seed);
-        for (int round = 0; round < kRounds; ++round) {
-            Position const p = data.randomIndex(own);
-            reader.client.request(*reader.cache, p, AdtEnums::Read);
-            auto const loan = reader.client.handle.loan();
-            if (loan.owner != nullptr && loan.info.range.contains(p)) {
-                auto& brick = static_cast<Testing::Brick<float>&>(*loan.owner);
-                std::lock_guard const lock(brick);
-                reader.wrong += brick.at(p) != data.at(p) && brick.at(p) != brick.kPoison;
-            }
-        }
-    };
-    std::thread first(read, std::ref(readers[0]), 1), second(read, std::ref(readers[1]), 2);
+    std::thread first([&] { readAtRandom(readers[0], data, 1); }), second([&] { readAtRandom(readers[1], data, 2); });
     for (int round = 0; round < kRounds; ++round) {
         auto& bottom = *readers[round % 2].bottom;
         Position const p = data.randomIndex(random);

@@ -258,17 +258,52 @@ class ClientConverter final : public IValueConverter {
     ConverterPtr inner_;
 };
 
+struct FarRow {
+    char const* name;
+    std::int64_t first;  // of the row asked for
+    int stride, count;
+};
+
+// Reads a run of `memory`, writes it, and looks for what was written.
+void expectRunOf(void* memory, FarRow const& row, int bits) {
+    SCOPED_TRACE(testing::Message() << row.name << " of " << bits << " bits");
+    // The row at index 4 of axis 0.
+    int const step = static_cast<int>(row.first / 5), offset = static_cast<int>(row.first - 4LL * step);
+    BufferHandle::ArrayInfo const info{Box::OfSize({5, 1, row.count, 1}), {step, 0, row.stride, 0}, offset};
+    auto const copy = boost::make_shared<ClientConverter>(Converters::ValueConverterFactory::getCopyConverter(bits));
+    Accessor const filter = ValueConvertFilter::Apply(
+        std::make_unique<LendingAccessor>(
+            info.range.max,
+            [&](Index const&, AdtEnums::Access access, BufferHandle& handle) { handle.update(memory, info, access); }),
+        1, copy, copy);
+    auto const sample = [&](void* base, std::int64_t position) {
+        auto const* const bytes = static_cast<unsigned char const*>(base);
+        return bits == 8 ? bytes[position] : bytes[position / 8] >> (position % 8) & 1;
+    };
+    BufferHandle handle;
+    filter->getBuffer({4, 0, 0, 0}, AdtEnums::ReadWrite, handle);
+    for (int k = 0; k < row.count; ++k) {
+        ASSERT_EQ(sample(handle.buffer(), k), sample(memory, row.first + std::int64_t{row.stride} * k)) << k;
+    }
+    auto* const run = static_cast<unsigned char*>(handle.buffer());
+    for (int k = 0; k < row.count * bits / 8; ++k) {
+        run[k] = static_cast<unsigned char>(~run[k] ^ k * 37);
+    }
+    std::vector<unsigned char> const written(run, run + row.count * bits / 8);
+    handle.reset(/*releaseOwner=*/true);
+    for (int k = 0; k < static_cast<int>(written.size()) * 8 / bits; ++k) {
+        int const expected =
+            bits == 8 ? written[static_cast<std::size_t>(k)] : written[static_cast<std::size_t>(k / 8)] >> (k % 8) & 1;
+        ASSERT_EQ(sample(memory, row.first + std::int64_t{row.stride} * k), expected) << k;
+    }
+}
+
 TEST(ValueConvertFilter, ReachesSamplesBeyond32Bits) {
     constexpr std::size_t kBytes = std::size_t{8} << 30;
     void* const memory =
         mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
-    struct Row {
-        char const* name;
-        std::int64_t first;  // of the row asked for
-        int stride, count;
-    };
-    constexpr Row kRows[] = {
+    constexpr FarRow kRows[] = {
         {"Far", 5'000'000'107, 1, 20},
         {"FarInSteps", 5'000'000'107, 3, 20},
         {"Backwards", 5'000'000'107, -1, 20},
@@ -277,38 +312,8 @@ TEST(ValueConvertFilter, ReachesSamplesBeyond32Bits) {
         {"Straddles", 2'147'483'640, 1, 400},
     };
     for (int const bits : {1, 8}) {
-        for (Row const& row : kRows) {
-            SCOPED_TRACE(testing::Message() << row.name << " of " << bits << " bits");
-            // The row at index 4 of axis 0.
-            int const step = static_cast<int>(row.first / 5), offset = static_cast<int>(row.first - 4LL * step);
-            BufferHandle::ArrayInfo const info{Box::OfSize({5, 1, row.count, 1}), {step, 0, row.stride, 0}, offset};
-            auto const copy =
-                boost::make_shared<ClientConverter>(Converters::ValueConverterFactory::getCopyConverter(bits));
-            Accessor const filter = ValueConvertFilter::Apply(
-                std::make_unique<LendingAccessor>(
-                    info.range.max, [&](Index const&, AdtEnums::Access access,
-                                        BufferHandle& handle) { handle.update(memory, info, access); }),
-                1, copy, copy);
-            auto const sample = [&](void* base, std::int64_t position) {
-                auto const* const bytes = static_cast<unsigned char const*>(base);
-                return bits == 8 ? bytes[position] : bytes[position / 8] >> (position % 8) & 1;
-            };
-            BufferHandle handle;
-            filter->getBuffer({4, 0, 0, 0}, AdtEnums::ReadWrite, handle);
-            for (int k = 0; k < row.count; ++k) {
-                ASSERT_EQ(sample(handle.buffer(), k), sample(memory, row.first + std::int64_t{row.stride} * k)) << k;
-            }
-            auto* const run = static_cast<unsigned char*>(handle.buffer());
-            for (int k = 0; k < row.count * bits / 8; ++k) {
-                run[k] = static_cast<unsigned char>(~run[k] ^ k * 37);
-            }
-            std::vector<unsigned char> const written(run, run + row.count * bits / 8);
-            handle.reset(/*releaseOwner=*/true);
-            for (int k = 0; k < static_cast<int>(written.size()) * 8 / bits; ++k) {
-                int const expected = bits == 8 ? written[static_cast<std::size_t>(k)]
-                                               : written[static_cast<std::size_t>(k / 8)] >> (k % 8) & 1;
-                ASSERT_EQ(sample(memory, row.first + std::int64_t{row.stride} * k), expected) << k;
-            }
+        for (FarRow const& row : kRows) {
+            expectRunOf(memory, row, bits);
         }
     }
     munmap(memory, kBytes);

@@ -264,6 +264,15 @@ TEST(TypedViews, RefuseSamplesOfAnotherType) {
         Typed2dRoView<char>(std::make_unique<MemoryAccessor>(SharedArray<2>::Make<signed char>({{0, 0}, {2, 2}}))));
 }
 
+struct LockedOwner : Testing::CallingOwner {
+    explicit LockedOwner(std::vector<std::string>& itsLog)
+        : CallingOwner([&itsLog] { itsLog.emplace_back("owner"); }), log(itsLog) {
+        enableLocking();
+    }
+    void lock() override { log.emplace_back("lock"); }
+    std::vector<std::string>& log;
+};
+
 TEST(TypedViews, LetGoOfTheBlockFirst) {
     using View = Typed2dRoView<float>;
     struct Row {
@@ -283,14 +292,6 @@ TEST(TypedViews, LetGoOfTheBlockFirst) {
         {"dispose", [](auto& view, auto&) { view->dispose(); }},
         {"destruction", [](auto& view, auto&) { view.reset(); }},
         {"release", [](auto&, auto& client) { EXPECT_EQ(client.releaseAccessor(), nullptr); }},
-    };
-    struct LockedOwner : Testing::CallingOwner {
-        explicit LockedOwner(std::vector<std::string>& itsLog)
-            : CallingOwner([&itsLog] { itsLog.emplace_back("owner"); }), log(itsLog) {
-            enableLocking();
-        }
-        void lock() override { log.emplace_back("lock"); }
-        std::vector<std::string>& log;
     };
     for (Row const& row : kRows) {
         std::vector<std::string> log;
@@ -585,16 +586,39 @@ float readUnderTheLock(View3& view, Index4 const& p) {
     return readSample(view, p);
 }
 
+struct Disturbance {
+    char const* name;
+    Testing::BrickOptions options;
+    void (*disturb)(OverBricks&, Index4 const&);
+    std::vector<float (*)(View3&, Index4 const&)> reads;
+};
+
+void expectReads(Disturbance const& row, float (*read)(View3&, Index4 const&)) {
+    OverBricks over(row.options);
+    std::atomic<bool> done = false;
+    std::atomic<int> disturbances = 0;
+    std::thread foreign([&] {
+        Testing::Random random(Testing::randomSeed() + 1);
+        for (; !done; ++disturbances) {
+            row.disturb(over, over.data.randomIndex(random));
+        }
+    });
+    Testing::Random random;
+    int wrong = 0;
+    for (int round = 0; round < 2000 || disturbances < 500; ++round) {
+        Index4 const p = over.data.randomIndex(random);
+        wrong += read(over.view, p) != over.data.at(p);
+    }
+    done = true;
+    foreign.join();
+    EXPECT_EQ(wrong, 0) << row.name;
+    EXPECT_EQ(readSample(over.view, {3, 4, 5, 0}), over.expected(3, 4, 5)) << "left in a state of use";
+}
+
 // A view that is read by this thread, and now and then written, while another one keeps notifying it.
 TEST(TypedViewThreads, ReadWhileAnotherThreadNotifies) {
-    struct Row {
-        char const* name;
-        Testing::BrickOptions options;
-        void (*disturb)(OverBricks&, Index4 const&);
-        std::vector<float (*)(View3&, Index4 const&)> reads;
-    };
     std::vector const allReads{readSample, writeSampleBack, readByIterator, readByTrace};
-    Row const rows[] = {
+    Disturbance const rows[] = {
         {"Invalidate",
          {.grantedForRead = AdtEnums::ReadWrite},
          [](OverBricks& over, Index4 const& p) {
@@ -608,27 +632,9 @@ TEST(TypedViewThreads, ReadWhileAnotherThreadNotifies) {
          [](auto& over, auto& p) { over.bricks->prepareRelease(p), over.bricks->release(p); },
          {readUnderTheLock}},
     };
-    for (Row const& row : rows) {
+    for (Disturbance const& row : rows) {
         for (auto* const read : row.reads) {
-            OverBricks over(row.options);
-            std::atomic<bool> done = false;
-            std::atomic<int> disturbances = 0;
-            std::thread foreign([&] {
-                Testing::Random random(Testing::randomSeed() + 1);
-                for (; !done; ++disturbances) {
-                    row.disturb(over, over.data.randomIndex(random));
-                }
-            });
-            Testing::Random random;
-            int wrong = 0;
-            for (int round = 0; round < 2000 || disturbances < 500; ++round) {
-                Index4 const p = over.data.randomIndex(random);
-                wrong += read(over.view, p) != over.data.at(p);
-            }
-            done = true;
-            foreign.join();
-            EXPECT_EQ(wrong, 0) << row.name;
-            EXPECT_EQ(readSample(over.view, {3, 4, 5, 0}), over.expected(3, 4, 5)) << "left in a state of use";
+            expectReads(row, read);
         }
     }
 }

@@ -297,46 +297,51 @@ TYPED_TEST(RunKernels, ConvertEveryValueLikeTheReference) {
 }
 
 // The values themselves do not matter here, so one bit pattern serves all types.
+constexpr int kLargest = 257;
+constexpr Linear kLinear{0.37f, -3};
+
+// Runs of every length beside those of the reference, in memory that begins at odd addresses.
+void checkPair(
+    Testing::Random& random, std::vector<unsigned char> const& noise, RunFunction run, RunFunction reference,
+    int inBytes, int outBytes) {
+    for (int count = 1; count <= kLargest; ++count) {
+        // The input ends where its allocation does.
+        std::vector<unsigned char> const in(noise.begin(), noise.begin() + 1 + count * inBytes);
+        std::vector<unsigned char> actual = noise;
+        std::vector<unsigned char> expected = noise;
+        run(in.data() + 1, actual.data() + 3, count, kLinear);
+        reference(in.data() + 1, expected.data() + 3, count, kLinear);
+        if (outBytes <= inBytes) {
+            int const lead = random.oneOf({0, 2, 4, 8, 62, 64, 66, 200});
+            run(actual.data() + lead, actual.data(), count, kLinear);
+            reference(expected.data() + lead, expected.data(), count, kLinear);
+        }
+        ASSERT_EQ(actual, expected) << count << " values";
+    }
+}
+
 TEST(RunKernelShapes, EveryLengthTouchesNothingElse) {
     Testing::Random random;
-    constexpr int kLargest = 257;
     std::vector<unsigned char> noise(8 * kLargest + 264);
     std::generate(noise.begin(), noise.end(), [&] { return random.between<unsigned char>(0, 255); });
     constexpr int kBytes[] = {1, 1, 2, 2, 4, 4, 4, 8, 8};
-    Linear const linear{0.37f, -3};
-    auto const checkPair = [&](RunFunction run, RunFunction reference, int inBytes, int outBytes) {
-        for (int count = 1; count <= kLargest; ++count) {
-            // The input ends where its allocation does.
-            std::vector<unsigned char> const in(noise.begin(), noise.begin() + 1 + count * inBytes);
-            std::vector<unsigned char> actual = noise;
-            std::vector<unsigned char> expected = noise;
-            run(in.data() + 1, actual.data() + 3, count, linear);
-            reference(in.data() + 1, expected.data() + 3, count, linear);
-            if (outBytes <= inBytes) {
-                int const lead = random.oneOf({0, 2, 4, 8, 62, 64, 66, 200});
-                run(actual.data() + lead, actual.data(), count, linear);
-                reference(expected.data() + lead, expected.data(), count, linear);
-            }
-            ASSERT_EQ(actual, expected) << count << " values";
-        }
-    };
     for (InstructionSet const* const set : instructionSets()) {
         for (std::size_t word = 0; word < set->swap.size(); ++word) {
             SCOPED_TRACE(testing::Message() << set->name << " swaps " << (2 << word) << " bytes");
-            checkPair(set->swap[word], referenceSet().swap[word], 2 << word, 2 << word);
+            checkPair(random, noise, set->swap[word], referenceSet().swap[word], 2 << word, 2 << word);
         }
         for (int pair = 0; pair < kSampleTypeCount * kSampleTypeCount; ++pair) {
             auto const in = static_cast<SampleType>(pair / kSampleTypeCount);
             auto const out = static_cast<SampleType>(pair % kSampleTypeCount);
             SCOPED_TRACE(testing::Message() << set->name << ", pair " << pair);
             for (Form const form : {kBasic, kScaled, kFastest}) {
-                RunFunction const run = form(*set, in, out, linear);
+                RunFunction const run = form(*set, in, out, kLinear);
                 bool const mayBeLeft = set != &referenceSet() && convertsStorage(in, out) && run == nullptr;
                 ASSERT_EQ(
                     run != nullptr || mayBeLeft, form == kBasic || mayBeLeft ? converts(in, out) : scales(in, out));
                 if (run != nullptr) {
                     checkPair(
-                        run, form(referenceSet(), in, out, linear), kBytes[static_cast<int>(in)],
+                        random, noise, run, form(referenceSet(), in, out, kLinear), kBytes[static_cast<int>(in)],
                         kBytes[static_cast<int>(out)]);
                 }
             }
