@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// IBufferAccessor: whoever lends blocks of samples, and IClient: whoever borrows them and is told about changes.
+// IBufferAccessor lends blocks of samples; IClient borrows them and receives notifications of changes.
 // Threads: one chain of accessors and its client belong to one thread at a time; notifications from any thread.
 
 #include "dravik/adt/bulkview/access.h"
@@ -52,7 +52,7 @@ class DRAVIK_ADT_EXPORT IBufferAccessor {
     /// An independent copy of this accessor and everything it owns, without a client.
     virtual std::unique_ptr<IBufferAccessor> createClone() const = 0;
 
-    /// Lets go of what the accessor holds. The flag reaches the accessor at the bottom unchanged.
+    /// Releases what the accessor holds. The flag reaches the accessor at the bottom unchanged.
     virtual void dispose(bool flag) = 0;
 
   protected:
@@ -61,7 +61,8 @@ class DRAVIK_ADT_EXPORT IBufferAccessor {
     IBufferAccessor& operator=(IBufferAccessor const&) = default;
 };
 
-/// Borrows blocks and is told what happens to them. Marks or clears its handle, and asks nothing back but the size.
+/// Borrows blocks and receives notifications about them. A notification marks or clears the handle; it may ask the
+/// accessor for its size and for nothing else.
 /// @threads bufferInvalidated, prepareBufferRelease and releaseBuffer may come from any thread at any moment;
 /// accessorUpdated and releaseAccessor while the client makes no request
 class DRAVIK_ADT_EXPORT IBufferAccessor::IClient {
@@ -81,7 +82,7 @@ class DRAVIK_ADT_EXPORT IBufferAccessor::IClient {
     /// The accessor takes back `buffer` now: a handle that holds it with that owner is cleared.
     virtual void releaseBuffer(void const* buffer, boost::intrusive_ptr<BufferHandle::Owner> owner) = 0;
 
-    /// Asks the client to give up the chain it holds. Whoever calls this must expect to be destroyed meanwhile.
+    /// Asks the client to give up the chain it holds. The call may destroy its caller.
     virtual std::unique_ptr<IBufferAccessor> releaseAccessor() = 0;
 
   protected:

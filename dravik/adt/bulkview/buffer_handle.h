@@ -2,7 +2,7 @@
 #pragma once
 
 // BufferHandle: a consumer's record of one lent block of samples. It borrows the samples and holds a counted reference
-// to whoever keeps them alive. Threads: one consumer at a time; `invalidate` and `tryThreadSafeReset` from any thread.
+// to what keeps them alive. Threads: one consumer at a time; `invalidate` and `tryThreadSafeReset` from any thread.
 
 #include "dravik/adt/bulkview/access.h"
 #include "dravik/adt/bulkview/detail/counted_slot.h"

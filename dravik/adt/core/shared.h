@@ -17,7 +17,7 @@ namespace Quorvel::Dravik::Adt {
 /// Counts the references to itself and deletes itself with the last of them.
 ///
 /// Starts unreferenced (use count 0), so the first intrusive_ptr makes it 1; an object that was never referenced is
-/// deleted by whoever made it. Hold no reference to an object inside its own constructor: dropping it would delete an
+/// deleted by its maker. Hold no reference to an object inside its own constructor: dropping it would delete an
 /// object that is not there yet. Lives on the heap. Not copyable: a count belongs to one object.
 ///
 ///     class Grid : public Shared { … };

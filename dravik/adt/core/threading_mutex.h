@@ -24,7 +24,7 @@ class Mutex {
     void lock() { mutex_.lock(); }
     /// @pre the calling thread holds this mutex
     void unlock() { mutex_.unlock(); }
-    /// Takes the mutex if nobody holds it; false otherwise.
+    /// Takes the mutex if it is free; false otherwise.
     bool try_lock() { return mutex_.try_lock(); }
 
   private:
@@ -33,7 +33,7 @@ class Mutex {
 
 /// Holds a mutex from construction to destruction, with leave to give it back and take it again in between.
 ///
-/// Refers to the mutex, which must outlive it. Misuse is told by the lock's own state and never reaches the mutex.
+/// Refers to the mutex, which must outlive it. The lock's own state detects misuse, which never reaches the mutex.
 class Mutex::Lock {
   public:
     explicit Lock(Mutex& mutex) : mutex_(mutex) { lock(); }

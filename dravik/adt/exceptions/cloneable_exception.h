@@ -2,7 +2,7 @@
 #pragma once
 
 // ICloneableException: root of the library's own exceptions. Copies share nothing that can change, so an object belongs
-// to whoever holds it; a clone may be kept, dropped and thrown on any thread.
+// to its holder; a clone may be kept, dropped and thrown on any thread.
 
 #include "dravik/adt/exceptions/detail/std_exception_text.h"
 #include "dravik/adt/export.h"

@@ -47,7 +47,7 @@ class DRAVIK_ADT_EXPORT ClonedException : public CloneableExceptionBase {
     ///
     /// After a fault the destructors between it and this call have not run: what they own is lost, and the locks they
     /// hold stay locked. A fault inside the C library's allocator leaves its lock held, and the next allocation hangs.
-    /// While a thread is inside, its faults go to nobody else, a host's handler that repairs them included; sent
+    /// While a thread is inside, its faults reach no other handler, not even one of the host that repairs them; sent
     /// signals and other threads' faults go where they always went. Nothing stays installed in the process when the
     /// last call has ended.
     /// @pre `out` is not null
@@ -90,7 +90,7 @@ class DRAVIK_ADT_EXPORT ClonedStrException : public Cloneable<ClonedStrException
     ~ClonedStrException() override;
 };
 
-/// Something that nobody knows. Message: "Caught exception of unknown type.". Its exceptionType() is that of `void`.
+/// An exception of unknown type. Message: "Caught exception of unknown type.". Its exceptionType() is that of `void`.
 class DRAVIK_ADT_EXPORT UnknownException : public Cloneable<UnknownException, ClonedException> {
   public:
     UnknownException();

@@ -29,7 +29,7 @@ struct EXCEPTION_RECORD {
     std::uintptr_t parameters[kMaxParameters] = {};
 };
 
-/// What a filter is shown of a fault. @lifetime the record belongs to whoever calls the filter
+/// What a filter is shown of a fault. @lifetime the record belongs to the caller of the filter
 struct EXCEPTION_POINTERS {
     EXCEPTION_RECORD const* record = nullptr;
 };

@@ -32,7 +32,7 @@ class DRAVIK_ADT_EXPORT SystemException : public Cloneable<SystemException, Clon
     static std::string getExceptionCodeMsg(unsigned long code);
 
     /// Decides about a fault with this code: 1 to handle it, with its clone in `*out`, for invalid accesses and for
-    /// every other code whose top four bits are 1100 (errors); 0 to leave it to somebody else, with null in `*out`.
+    /// every other code whose top four bits are 1100 (errors); 0 to pass it on, with null in `*out`.
     /// @pre `info`, its record and `out` are not null
     static unsigned long sehFilterException(unsigned long code, EXCEPTION_POINTERS* info, ConstPtr* out);
 

@@ -9,7 +9,7 @@
 
 namespace Quorvel::Dravik::Adt::Platform {
 
-/// Whether the signal reports what an instruction of the guarded code did: not a signal that somebody sent, not a
+/// Whether the signal reports what an instruction of the guarded code did: not a signal that was sent, not a
 /// memory error of the machine, which no guarded call may hide, and not the end of an alternate stack, which a handler
 /// has reached. `context` is the handler's third argument.
 bool isGuardedFault(int signal, siginfo_t const& info, void const* context) noexcept;

@@ -56,7 +56,7 @@ struct Hdf5Layout {
     std::string sampleType = "float32";
     std::vector<int> chunks = {};             ///< samples per axis; empty: blocks of about 1 MiB
     int deflateLevel = 0;                     ///< 0: not compressed, up to 9
-    std::string unit = {};                    ///< of a sample; empty: none is told
+    std::string unit = {};                    ///< of a sample; empty: none
     std::optional<double> missingValue = {};  ///< stored for not-a-number
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Raw files: samples end to end behind a header that nobody reads. Threads: as every definition; functions from any.
+// Raw files: samples end to end behind a header that is skipped. Threads: as every definition; functions from any.
 
 #include "dravik/adt/bulkdef/printable.h"
 #include "dravik/adt/bulkdef/source_def.h"
@@ -55,7 +55,7 @@ class DRAVIK_ADT_EXPORT RawFileDef final : public Adt::BulkDef::SourceDef, publi
 };
 
 /// The samples in the file's order of axes. The file is mapped: a part of a block costs its share, and a file that
-/// somebody makes shorter is an exception when its end is read.
+/// another program shortens is an exception when its end is read.
 /// @throws std::invalid_argument for a layout that makes no sense, std::system_error for a file that cannot be opened
 /// or is shorter than its layout
 DRAVIK_ADT_EXPORT std::shared_ptr<Adt::BulkView::IBrickStore> openRawStore(RawFileDef const& file);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The shape of chunks where nobody asks for one. Threads: any.
+// The shape of chunks where none is asked for. Threads: any.
 
 #include <algorithm>
 #include <vector>

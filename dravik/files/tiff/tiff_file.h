@@ -55,11 +55,11 @@ struct TiffLayout {
     std::array<int, 2> tile = {256, 256};  ///< rows and columns, multiples of 16
     bool isDeflated = false;
     bool isInterleaved = false;  ///< the bands of a pixel lie side by side, else each band in tiles of its own
-    std::string unit = {};       ///< of a sample; empty: none is told
+    std::string unit = {};       ///< of a sample; empty: none
     std::optional<double> missingValue = {};
     /// Where the corner of a sample lies: x = t[0] + t[1] column + t[2] row, y = t[3] + t[4] column + t[5] row.
     std::optional<std::array<double, 6>> transform = {};
-    int referenceSystem = 0;  ///< its code in the EPSG registry; 0: none is told
+    int referenceSystem = 0;  ///< its code in the EPSG registry; 0: none
 };
 
 /// What a file tells about one of its images.

@@ -61,9 +61,9 @@ struct ZarrLayout {
     int level = 5;  ///< of compression, 1 to 9
     Order order = Order::C;
     ByteOrder byteOrder = ByteOrder::Little;
-    std::optional<double> fillValue = {};  ///< of chunks that nobody has written; none: not-a-number, or 0 for integers
-    std::vector<std::string> axisNames = {};  ///< empty: none are told
-    std::string unit = {};                    ///< of a sample; empty: none is told
+    std::optional<double> fillValue = {};     ///< of chunks not yet written; none: not-a-number, or 0 for integers
+    std::vector<std::string> axisNames = {};  ///< empty: none
+    std::string unit = {};                    ///< of a sample; empty: none
 };
 
 /// A store of an array and what the directory tells about it.
@@ -75,7 +75,7 @@ struct ZarrArray {
 /// Opens an array. Its bricks are the chunks: raw or compressed by blosc, zstd or zlib, in either order of axes and of
 /// bytes.
 ///
-/// Chunks that nobody has written are blocks without memory, where the fill value is the null value of the sample type
+/// Chunks not yet written are blocks without memory, where the fill value is the null value of the sample type
 /// (not-a-number, 0 for integers) or there is none; elsewhere they show the fill value. A chunk is written to a file
 /// beside it, which then takes its name: readers see the old chunk or the new one, and any number of threads and
 /// processes may write at once as long as each writes chunks of its own. Within one store threads may also share them.

@@ -10,7 +10,7 @@
 
 namespace Quorvel::Dravik::Adt::BulkDef::Source {
 
-/// A file of samples, by path and format. Nothing opens it: both are for whoever does.
+/// A file of samples, by path and format. The library does not open it; both are for the host's opener.
 ///
 /// Paths are compared character by character, not as the file system would. toString() throws.
 class DRAVIK_ADT_EXPORT BulkFileDef : public SourceDef, public IPrintable {

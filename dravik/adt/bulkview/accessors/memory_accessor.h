@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// MemoryAccessor: lends an array that is in memory already. Shares the array's bytes with whoever made it. Threads: one
+// MemoryAccessor: lends an array that is in memory already. Shares the array's bytes with the maker. Threads: one
 // chain, one thread; clones may be read from several threads at once, writers among them guard themselves.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
@@ -35,7 +35,7 @@ class DRAVIK_ADT_EXPORT MemoryAccessor : public IBufferAccessor, public IRegionA
     /// SharedArray::allocate does; the handle is then unchanged
     void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override;
     std::unique_ptr<IBufferAccessor> createClone() const override;
-    /// Lets go of the samples. A request that may write gets new ones.
+    /// Releases the samples. A request that may write gets new ones.
     void dispose(bool flag) override;
 
     /// Any cut of the array is as good as another.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// ReadOnlyAccessor: base of accessors over samples that nobody writes and that never change. Threads: as the derived
+// ReadOnlyAccessor: base of accessors over samples that are never written and never change. Threads: as the derived
 // class says.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"

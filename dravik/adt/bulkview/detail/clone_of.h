@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// cloneOf: clones an accessor that somebody else may have written. Threads: as the accessor's createClone.
+// cloneOf: clones an accessor that may be foreign code. Threads: as the accessor's createClone.
 
 #include "dravik/adt/bulkview/buffer_accessor.h"
 

@@ -11,7 +11,7 @@
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
 
-/// One counted reference or null. Whoever takes the pointer out of the slot, and nobody else, drops the reference.
+/// One counted reference or null. The thread that takes the pointer out of the slot drops the reference.
 ///
 /// Taking a further reference needs the object to stay while its count is raised. The lowest bit of the word says that
 /// somebody is doing so; the few instructions until it is cleared again run no code of the object.
@@ -23,7 +23,7 @@ class CountedSlot {
     CountedSlot(CountedSlot const&) = delete;
     CountedSlot& operator=(CountedSlot const&) = delete;
 
-    /// The pointer alone: good for comparing, and for use while nobody can clear the slot.
+    /// The pointer alone: good for comparing, and for use while the slot cannot be cleared.
     T* peek() const noexcept { return pointerIn(word_.load(std::memory_order_acquire)); }
 
     /// A further reference if the object is there and `wanted(object)` holds; `wanted` must not throw nor wait.
@@ -44,7 +44,7 @@ class CountedSlot {
     /// Puts `next` here and hands back what was here.
     boost::intrusive_ptr<T> exchange(boost::intrusive_ptr<T> next) noexcept {
         std::uintptr_t const word = reinterpret_cast<std::uintptr_t>(next.detach());
-        // One locked instruction where nobody holds the object.
+        // One locked instruction where the object is free.
         std::uintptr_t before = word_.load(std::memory_order_relaxed) & ~kHeld;
         while (!word_.compare_exchange_weak(before, word, std::memory_order_acq_rel, std::memory_order_relaxed)) {
             if ((before & kHeld) != 0) {
@@ -71,7 +71,7 @@ class CountedSlot {
 
     static T* pointerIn(std::uintptr_t word) noexcept { return reinterpret_cast<T*>(word & ~kHeld); }
 
-    // Sets the bit, waiting while somebody else has it, and gives the word without it.
+    // Sets the bit, waiting while another thread has it, and gives the word without it.
     std::uintptr_t hold() const noexcept {
         std::uintptr_t word = word_.fetch_or(kHeld, std::memory_order_acquire);
         while ((word & kHeld) != 0) {

@@ -13,7 +13,7 @@
 namespace Quorvel::Dravik::Adt::BulkView {
 
 /// Base of the filters that keep nothing about their client: the client of such a filter is registered right at the
-/// target and hears its notifications directly.
+/// target and receives its notifications directly.
 ///
 /// Owns the target, which is never null but between its release or disposal and the filter's end. Then only setClient,
 /// dispose and destruction make sense; they do nothing.
@@ -27,7 +27,7 @@ class DRAVIK_ADT_EXPORT BufferAccessorFilter : public IBufferAccessor {
     void dispose(bool flag) override;
 
   protected:
-    /// Takes the target without a look at it; whoever makes filters for users tests for null.
+    /// Takes the target unchecked; a derived class that is made for users tests for null.
     explicit BufferAccessorFilter(std::unique_ptr<IBufferAccessor> target) noexcept;
     /// Over a clone of the whole chain below `other`.
     /// @throws std::logic_error where the clone is null; what cloning throws

@@ -78,11 +78,11 @@ class DRAVIK_ADT_EXPORT CacheFilter : public StatefulBufferAccessorFilter, publi
     template <int N>
     bool tryServe(FixedVector<4, int> const& position, AdtEnums::Access access, BufferHandle& handle, Moment& moment);
 
-    /// Keeps what `handle` holds, which serves nobody if there was a notification since `moment`.
+    /// Keeps what `handle` holds. It serves no request if there was a notification since `moment`.
     /// @throws std::bad_alloc, with nothing changed
     void store(BufferHandle& handle, Moment const& moment);
 
-    /// Lets go of the blocks at `buffer`; whether there were any.
+    /// Drops the blocks at `buffer`; false if there were none.
     bool removeBuffer(void const* buffer) noexcept;
 
   private:

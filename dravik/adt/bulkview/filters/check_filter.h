@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// CheckFilter: finds the faults of an accessor that somebody is writing. Threads: as the chain it is part of.
+// CheckFilter: finds the faults of an accessor under development. Threads: as the chain it is part of.
 
 #include "dravik/adt/bulkview/filters/stateful_buffer_accessor_filter.h"
 #include "dravik/adt/bulkview/regions/region_access.h"

@@ -17,10 +17,10 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 /// along an axis on which each part has size 1.
 ///
 /// Owns the parts. Samples are not touched: each part's blocks are handed up where they are, cut to the part. Hints
-/// reach the parts that they touch, an empty one all of them. The client hears what every part notifies.
+/// reach the parts that they touch, an empty one all of them. The client receives the notifications of every part.
 ///
-/// A part that calls releaseAccessor gets itself: the client is told accessorUpdated first, so that it holds no block
-/// of that part, and the other parts stay. Whoever asks for its samples afterwards gets ObjectDisposedException.
+/// A part that calls releaseAccessor gets itself: the client receives accessorUpdated first, so that it holds no block
+/// of that part, and the other parts stay. A later request for its samples throws ObjectDisposedException.
 ///
 ///     parts.push_back(open(1998));
 ///     parts.push_back(open(1999));

@@ -16,8 +16,8 @@ namespace Quorvel::Dravik::Adt::BulkView {
 /// Base of the filters that keep something about what they lent: registers itself as the client of its target, and
 /// each filter decides what it relays to its own client.
 ///
-/// Is its target's client exactly while it has a client, except after dispose(flag), when a target that goes on
-/// notifying finds nobody to relay to. The client is borrowed.
+/// Is its target's client exactly while it has a client, except after dispose(flag), when a target that keeps
+/// notifying has no client to relay to. The client is borrowed.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): only concrete filters are destroyed, through other bases
 class DRAVIK_ADT_EXPORT StatefulBufferAccessorFilter : public BufferAccessorFilter, public IBufferAccessor::IClient {
   public:
@@ -25,7 +25,7 @@ class DRAVIK_ADT_EXPORT StatefulBufferAccessorFilter : public BufferAccessorFilt
 
     StatefulBufferAccessorFilter& operator=(StatefulBufferAccessorFilter const&) = delete;
 
-    /// Keeps `client` and registers this filter at the target, or nobody for null. Where the target fails, the client
+    /// Keeps `client` and registers this filter at the target, or none for null. Where the target fails, the client
     /// stays the one before.
     void setClient(IClient* client) override;
     /// Passes the call to the target, then forgets the client.

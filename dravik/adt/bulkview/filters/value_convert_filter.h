@@ -28,7 +28,7 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 /// filter is disposed or destroyed; until then the target has the old samples. Where the way back loses precision, the
 /// neighbours of a written sample lose it as well. Without an inverse converter what is written is lost. A request that
 /// fails leaves the handle empty, with its owner; one that fails in carrying a run back leaves it as it was, and the
-/// next one tries again. A failure in carrying back where nobody can be told, in a destructor, is dropped.
+/// next one tries again. A failure in carrying back inside a destructor is dropped, since it cannot be reported.
 ///
 /// accessorUpdated is relayed, and blocks lent before are not used for reading any more. What was written reaches them
 /// still, if an owner keeps them in memory. bufferInvalidated ends here, except while a region passes, whose transfer
@@ -36,13 +36,13 @@ namespace Quorvel::Dravik::Adt::BulkView::Filters {
 ///
 /// For the blocks that it holds the filter answers prepareBufferRelease itself, with true. A block without an owner is
 /// written to, if a run is pending, and let go before the answer; one with an owner is let go by the next request of
-/// the handle, which carries the run back to it. The client hears that the run's memory is taken back, so its next
-/// access is such a request. releaseBuffer does the same for a block that nobody asked back before.
+/// the handle, which carries the run back to it. The client is notified that the run's memory is taken back, so its
+/// next access is such a request. releaseBuffer does the same for a block without a prepareBufferRelease before.
 ///
 /// A region is asked of the target, with the converter in the request's. What clients wrote into runs is carried down
 /// before, and stays pending, since they may go on writing. To write a region takes back the runs that show a sample of
-/// it: what is written into them later is lost, and the client hears bufferInvalidated of each, whatever becomes of the
-/// rest.
+/// it: what is written into them later is lost, and the client receives bufferInvalidated for each, whatever becomes of
+/// the rest.
 ///
 /// @threads Another thread may send bufferInvalidated, and for blocks that an owner keeps in memory
 /// prepareBufferRelease and releaseBuffer, at any moment. For a block without an owner these two must come on the
@@ -116,7 +116,7 @@ class DRAVIK_ADT_EXPORT ValueConvertFilter final : public StatefulBufferAccessor
     int sampleSize_;  // bytes
     ConverterPtr forward_;
     ConverterPtr inverse_;
-    // While a region passes, the client holds blocks of the target and hears of them.
+    // While a region passes, the client holds blocks of the target and receives their notifications.
     std::atomic<bool> isPassing_ = false;
     // Guards the list and what notifications read of its owners. Never held while foreign code runs.
     std::mutex mutex_;

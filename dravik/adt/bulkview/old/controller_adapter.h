@@ -44,7 +44,7 @@ class DRAVIK_ADT_EXPORT ControllerAdapter : public IController {
     /// Returns 0. To be called once at most, also when it failed.
     /// @throws Exceptions::PlainException the second time, after `close`, and for data of 2^31 samples or more
     int open() override;
-    /// Writes back what is pending, lets go of the block and destroys the chain.
+    /// Writes back what is pending, releases the block and destroys the chain.
     /// @throws what writing back throws, with everything kept for another try
     void close(int) override;
     /// Does nothing.

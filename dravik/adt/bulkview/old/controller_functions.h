@@ -29,7 +29,7 @@ typedef struct Adt_BulkView_Controller Adt_BulkView_Controller;
 /// Opens the data, once. Returns 0, in success too.
 DRAVIK_ADT_EXPORT int Adt_BulkView_Controller_Open(Adt_BulkView_Controller* controller, char** errorText);
 
-/// Lets go of the data. The controller stays the property of whoever made it.
+/// Releases the data. The controller stays the property of its maker.
 DRAVIK_ADT_EXPORT void Adt_BulkView_Controller_Close(Adt_BulkView_Controller* controller, char** errorText, int unused);
 
 /// Bytes per sample.

@@ -19,7 +19,7 @@ namespace Quorvel::Dravik::Adt::BulkView {
 /// The accessor's own blocks cut to a range, on loan for reading. They cover the range once; on a regular bricking each
 /// brick that meets it is asked for once.
 ///
-/// An input range: a block is on loan until the iterator goes on. Refers to the accessor and is the client of the chain
+/// An input range: a block is on loan until the next increment. Refers to the accessor and is the client of the chain
 /// meanwhile, which has none afterwards.
 ///
 ///     for (LentBlocks::Block const& block : LentBlocks(accessor, range, typeid(float), 32)) { … }

@@ -30,7 +30,7 @@ struct RegionRequest {
     IValueConverter::ConstPtr converter;  ///< in the direction of the move; null where samples are copied
 };
 
-/// Found by dynamic_cast; nobody has to implement it.
+/// Found by dynamic_cast; optional.
 class DRAVIK_ADT_EXPORT IRegionAccess {
   public:
     virtual ~IRegionAccess();

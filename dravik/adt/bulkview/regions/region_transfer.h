@@ -20,7 +20,7 @@ namespace Quorvel::Dravik::Adt::BulkView {
 /// handle in use. Refers to the options.
 class DRAVIK_ADT_EXPORT RegionTransfer {
   public:
-    /// Of `total` samples, which progress is told of.
+    /// A transfer of `total` samples, the total that progress receives.
     RegionTransfer(TransferOptions const& options, std::int64_t total) noexcept;
     RegionTransfer(RegionTransfer const&) = delete;
     RegionTransfer& operator=(RegionTransfer const&) = delete;

@@ -17,13 +17,13 @@ struct TransferOptions {
 
     /// Ends the transfer with CancelledException before the next block.
     std::stop_token stop = {};
-    /// Told after each block how many samples of how many have been moved. What it throws ends the transfer.
+    /// Called after each block with the samples moved so far and their total. What it throws ends the transfer.
     /// @threads the calling one only
     std::function<void(std::int64_t done, std::int64_t total)> progress = {};
-    /// Whom the call may have helpers run by. The caller works as well, and waits for those alone that have begun: a
-    /// task that begins later does nothing. Used where clones of the chain may work at the same time, and not for
-    /// single bits. The chain must not be changed meanwhile, as by the target of a proxy, and nobody may hold a block
-    /// of it on loan while samples are written.
+    /// Runs the helpers of the call. The caller works as well, and waits only for helpers that have begun: a task that
+    /// begins later does nothing. Used where clones of the chain may work at the same time, and not for
+    /// single bits. The chain must not change meanwhile, as by a new target of a proxy, and no
+    /// block of it may be on loan while samples are written.
     Executor executor = {};
     int workers = 1;  ///< threads at most, the calling one included
     /// Bytes of memory that calls which take samples through memory of their own may use for it, all workers together;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// IBrickStore: samples that can be had by whole boxes. It knows nothing of handles, owners and clients, so a new kind
+// IBrickStore: samples that are read by whole boxes. It knows nothing of handles, owners and clients, so a new kind
 // of storage has two operations to write. Threads: every operation from any thread, unless the traits say `Serial`.
 
 #include "dravik/adt/bulkview/regions/access_traits.h"
@@ -41,7 +41,7 @@ class DRAVIK_ADT_EXPORT IBrickStore {
     /// @throws whatever tells the failure; the next call tries again
     virtual void flush();
 
-    /// False if every sample of `box` is missing, so that nobody has to read it; true here.
+    /// False if every sample of `box` is missing, so that it need not be read; true here.
     virtual bool hasSamples(OpenEndedRange<4, int> const& box) const;
 
     /// True if a part of a brick costs its share of the brick alone, as in a mapped file; constant, false here. Regions

@@ -87,7 +87,7 @@ class DRAVIK_ADT_EXPORT Openers {
     void addFormat(std::string name, Recogniser recognise);
 
     /// The chain of `entity`, with nothing read but what its openers look at.
-    /// @throws Exceptions::NotSupportedException for a class that nobody opens, by its name
+    /// @throws Exceptions::NotSupportedException for a class without an opener, with its name
     /// @throws std::invalid_argument for a derived entity with an empty slot
     /// @throws what the openers throw
     OpenedData open(BulkDef::EntityDef const& entity) const;

@@ -21,7 +21,7 @@ namespace Quorvel::Dravik::Adt::BulkView {
 ///
 /// Shares store and pool with its clones and with everybody else who makes an accessor of them: all see one set of
 /// samples. A loan for reading is lent as such; any other access is granted ReadWrite, and the brick counts as written
-/// until the pool has carried it down and nobody holds it. A box for which a read-only
+/// until the pool has carried it down and no handle holds it. A box for which a read-only
 /// store has no samples is lent without memory; one that can be written lends such a box with null values. Sends no
 /// notifications: what is on loan stays.
 /// @lifetime a loan keeps its samples, the store and what the pool needs to carry them down, past the accessor and the
@@ -49,7 +49,7 @@ class DRAVIK_ADT_EXPORT StoreAccessor final : public IBufferAccessor, public IRe
     /// room; the handle is then as it was
     void getBuffer(FixedVector<4, int> position, AdtEnums::Access access, BufferHandle& handle) override;
     std::unique_ptr<IBufferAccessor> createClone() const override;
-    /// Carries the written bricks of the store down and flushes it, then lets go of store and pool.
+    /// Carries the written bricks of the store down and flushes it, then releases store and pool.
     /// @throws what the store throws; nothing has been let go of then, and another call tries again
     void dispose(bool flag) override;
 

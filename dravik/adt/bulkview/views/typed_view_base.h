@@ -55,7 +55,7 @@ class DRAVIK_ADT_EXPORT TypedViewBase : public ViewBase {
     int size(int axis) const noexcept { return size_.data()[axis]; }
     std::type_info const& valueType() const override { return typeid(T); }
 
-    /// Carries back what is pending as dispose does, lets go of the block before the old chain is destroyed, then reads
+    /// Carries back what is pending as dispose does, releases the block before the old chain is destroyed, then reads
     /// the new one's size. If that fails, the new chain stays and the size is the old one.
     /// @throws std::invalid_argument for a chain that tells another sample type, with the view as it was
     void init(std::unique_ptr<IBufferAccessor> accessor) override;
@@ -478,7 +478,7 @@ void TypedViewBase<N, T, Traits>::bufferInvalidated(BufferHandle::Owner const* o
         return;
     }
     handle.invalidate(/*emptyRange=*/false);
-    // A view that shows the null value goes on showing it; one that reads memory must ask again.
+    // A view that shows the null value keeps showing it; one that reads memory must ask again.
     handle.invalidate(/*emptyRange=*/block_.showsMemory());
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// StdExceptionText: the part of a cloneable exception that survives when somebody catches it by value. Threads: as
+// StdExceptionText: the part of a cloneable exception that survives a catch by value. Threads: as
 // `int`.
 
 #include "dravik/adt/export.h"

@@ -8,7 +8,7 @@
 
 namespace Quorvel::Dravik::Adt::BulkView::Filters::Detail {
 
-/// Taken by one locked instruction and given back by none. Whoever waits yields, so what is done under it has to be
+/// Taken by one locked instruction and given back by none. A waiting thread yields, so what is done under it has to be
 /// brief. Its holder may not take it again.
 class BriefMutex {
   public:

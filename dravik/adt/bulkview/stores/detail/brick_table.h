@@ -42,13 +42,13 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
 
     /// Whether the brick is here or being read.
     bool has(BrickKey const& key);
-    /// Reads the brick if it is not here; a failure is left to whoever asks for the brick.
+    /// Reads the brick if it is not here; a failure is left to the next request for the brick.
     void getAhead(StorePtr const& store, Box const& box) noexcept;
 
     /// Carries the written bricks of one store down and flushes it; of all stores for null.
     void flush(StorePtr const& store);
     void clear();
-    /// Carries written bricks down, tells of those that cannot be, and lets go of all.
+    /// Carries written bricks down, reports those that cannot be, and releases all.
     void close() noexcept;
 
     /// Keeps other threads from bricks that are not here, while their samples pass between the store and other memory.
@@ -129,7 +129,7 @@ class BrickTable : public std::enable_shared_from_this<BrickTable> {
     std::list<std::weak_ptr<PooledStore>> stores_;
 };
 
-// Whoever asks for a claimed brick waits for the end of the claim and then reads for itself. Nothing is waited for
+// A request for a claimed brick waits for the end of the claim and then reads for itself. Nothing is waited for
 // here, so claims never wait for each other.
 class BrickTable::Claims {
   public:

@@ -13,7 +13,7 @@
 
 namespace Quorvel::Dravik::Adt::BulkView::Detail {
 
-/// Shares a store, lets a serial one be used by one thread at a time, and knows whom to tell of losses.
+/// Shares a store, lets a serial one be used by one thread at a time, and reports losses.
 class PooledStore {
   public:
     using Box = OpenEndedRange<4, int>;
@@ -33,7 +33,7 @@ class PooledStore {
     bool servesSteps() const noexcept { return servesSteps_; }
     void readSteps(ExtentK<4, int> const& region, void* samples) const;
 
-    // As write and flush, where nobody is left to throw to: a failure is told to the diagnostics.
+    // As write and flush, where no caller is left to throw to: a failure goes to the diagnostics.
 
     void writeAtLast(Box const& box, void const* samples) noexcept;
     /// Does nothing where nothing was written since the last flush.
