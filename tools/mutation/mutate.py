@@ -174,6 +174,7 @@ def build_tree(root, tree, chosen):
         write_tree(root, tree, chosen, dropped)
         subprocess.run(["cmake", "-S", str(tree), "-B", str(tree / "build"), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=None",
                         "-DCMAKE_CXX_FLAGS=" + flags, "-DDRAVIK_ADT_BUILD_EXAMPLES=OFF",
+                        "-DDRAVIK_ADT_MUTATED=ON",
                         "-DDRAVIK_ADT_CLANG=OFF"],  # what CMake does not compile itself knows nothing of faults
                        check=True, stdout=subprocess.DEVNULL)
         result = subprocess.run(["cmake", "--build", str(tree / "build"), "--", "-k", "0"], capture_output=True, text=True)
