@@ -1,11 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/python/files.h"
 
+#include "dravik/adt/bulkview/stores/openers.h"
+
+#ifdef DRAVIK_PYTHON_HAS_FILES_HDF5
+#include "dravik/files/hdf5/hdf5_file.h"
+#endif
 #ifdef DRAVIK_PYTHON_HAS_FILES_NETCDF
 #include "dravik/files/netcdf/netcdf_file.h"
 #endif
 #ifdef DRAVIK_PYTHON_HAS_FILES_RAW
 #include "dravik/files/raw/raw_file.h"
+#endif
+#ifdef DRAVIK_PYTHON_HAS_FILES_TIFF
+#include "dravik/files/tiff/tiff_file.h"
 #endif
 #ifdef DRAVIK_PYTHON_HAS_FILES_ZARR
 #include "dravik/files/zarr/zarr_file.h"
@@ -13,6 +21,7 @@
 
 #include <pybind11/stl.h>
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,6 +56,26 @@ void createNetcdf(
 #endif
 }
 
+void createHdf5(
+    std::string const& path, Shape const& shape, std::string const& sampleType, std::string const& variable,
+    Shape const& chunks, int deflate, std::string const& unit, std::optional<double> const& missing) {
+#ifdef DRAVIK_PYTHON_HAS_FILES_HDF5
+    Files::createHdf5(path, {variable, shape, sampleType, chunks, deflate, unit, missing});
+#else
+    throw py::value_error("this package was built without HDF5");
+#endif
+}
+
+void createTiff(
+    std::string const& path, Shape const& shape, std::string const& sampleType, std::array<int, 2> const& tile,
+    bool isDeflated, bool isInterleaved, std::string const& unit, std::optional<double> const& missing) {
+#ifdef DRAVIK_PYTHON_HAS_FILES_TIFF
+    Files::createTiff(path, {shape, sampleType, tile, isDeflated, isInterleaved, unit, missing});
+#else
+    throw py::value_error("this package was built without TIFF");
+#endif
+}
+
 void createZarr(
     std::string const& path, Shape const& shape, std::string const& sampleType, bool isBigEndian,
     std::vector<std::string> const& axes, Shape const& chunks, int level, std::string const& unit,
@@ -68,12 +97,38 @@ void createZarr(
 #endif
 }
 
+template <class Def>
+bool isOf(Adt::BulkDef::SourceDef const& source) {
+    return dynamic_cast<Def const*>(&source) != nullptr;
+}
+
+// The names that openers take; of a format with one array for a file, none.
 std::vector<std::string> variablesOfFile(std::string const& path) {
+    auto const source = Adt::BulkView::Openers::standard().sourceAt(path);
 #ifdef DRAVIK_PYTHON_HAS_FILES_NETCDF
-    return Files::netcdfVariables(path);
-#else
-    throw py::value_error("this package was built without netCDF");
+    if (isOf<Files::NetcdfFileDef>(*source)) {
+        return Files::netcdfVariables(path);
+    }
 #endif
+#ifdef DRAVIK_PYTHON_HAS_FILES_HDF5
+    if (isOf<Files::Hdf5FileDef>(*source)) {
+        return Files::hdf5DataSets(path);
+    }
+#endif
+#ifdef DRAVIK_PYTHON_HAS_FILES_ZARR
+    if (isOf<Files::ZarrFileDef>(*source)) {
+        return Files::zarrArrays(path);
+    }
+#endif
+    std::vector<std::string> names;
+#ifdef DRAVIK_PYTHON_HAS_FILES_TIFF
+    if (isOf<Files::TiffFileDef>(*source)) {
+        for (std::size_t number = 0; number < Files::tiffImages(path).size(); ++number) {
+            names.push_back(std::to_string(number));
+        }
+    }
+#endif
+    return names;
 }
 
 }  // namespace
@@ -86,6 +141,12 @@ void addFiles(py::module_& module) {
     module.def(
         "create_netcdf", &createNetcdf, py::arg("path"), py::arg("shape"), py::arg("sample_type"), py::arg("variable"),
         py::arg("axes"), py::arg("chunks"), py::arg("deflate"), py::arg("unit"), py::arg("missing"), Released());
+    module.def(
+        "create_hdf5", &createHdf5, py::arg("path"), py::arg("shape"), py::arg("sample_type"), py::arg("variable"),
+        py::arg("chunks"), py::arg("deflate"), py::arg("unit"), py::arg("missing"), Released());
+    module.def(
+        "create_tiff", &createTiff, py::arg("path"), py::arg("shape"), py::arg("sample_type"), py::arg("tile"),
+        py::arg("is_deflated"), py::arg("is_interleaved"), py::arg("unit"), py::arg("missing"), Released());
     module.def(
         "create_zarr", &createZarr, py::arg("path"), py::arg("shape"), py::arg("sample_type"), py::arg("is_big_endian"),
         py::arg("axes"), py::arg("chunks"), py::arg("level"), py::arg("unit"), py::arg("missing"), Released());

@@ -7,8 +7,8 @@
 
 namespace Quorvel::Dravik::Python {
 
-/// Adds `create_raw`, `create_netcdf`, `create_zarr` and `variables_of_file`. What needs a companion that is not built
-/// raises ValueError.
+/// Adds `create_raw`, `create_netcdf`, `create_hdf5`, `create_tiff`, `create_zarr` and `variables_of_file`. What needs
+/// a companion that is not built raises ValueError.
 void addFiles(pybind11::module_& module);
 
 }  // namespace Quorvel::Dravik::Python

@@ -49,8 +49,7 @@ class DRAVIK_ADT_EXPORT TiffFileDef final : public Adt::BulkDef::SourceDef, publ
 
 /// What a new file holds.
 struct TiffLayout {
-    std::vector<int> shape =
-        {};  ///< samples per axis: rows and columns, bands in front of them, pages in front of those
+    std::vector<int> shape = {};  ///< samples per axis: pages, bands, rows and columns, the last two at least
     std::string sampleType = "float32";
     std::array<int, 2> tile = {256, 256};  ///< rows and columns, multiples of 16
     bool isDeflated = false;

@@ -101,9 +101,7 @@ class Array(_core.Array):
         block = block_of(self.shape, self.chunks, budget)
         counts = [-(-size // step) for size, step in zip(self.shape, block)]
         for place in np.ndindex(*counts):
-            yield tuple(
-                slice(k * step, min((k + 1) * step, size)) for k, step, size in zip(place, block, self.shape)
-            )
+            yield tuple(slice(k * step, min((k + 1) * step, size)) for k, step, size in zip(place, block, self.shape))
 
     def histogram(self, bins: int = 256, range: tuple[float, float] | None = None) -> tuple[NDArray[Any], NDArray[Any]]:
         """Counts and the edges of `bins` bins, as numpy.histogram has them, block by block; not-a-number is left out. Without
@@ -214,9 +212,7 @@ class _NotOpened:
 _core.index_directly(Array)
 
 
-def open(
-    definition: str | os.PathLike[str] | Mapping[str, Any], variable: str = "", *, writable: bool = False
-) -> Array:
+def open(definition: str | os.PathLike[str] | Mapping[str, Any], variable: str = "", *, writable: bool = False) -> Array:
     """The array that a definition describes, or that lies in a file.
 
     `definition` is a definition's text (a line of JSON), the path of a file whose format is recognised by its content, or

@@ -33,9 +33,7 @@ class Array:
     ) -> NDArray[Any]:
         """As indexing, into `out` if given, in another type if wanted (rounded and saturated). `progress(done, total)`, in
         samples, is called on this thread now and then; what it raises ends the transfer."""
-    def write(
-        self, key: Any, value: Any, threads: int = 1, progress: Callable[[int, int], Any] | None = None
-    ) -> None:
+    def write(self, key: Any, value: Any, threads: int = 1, progress: Callable[[int, int], Any] | None = None) -> None:
         """As assignment to an index; `value` is broadcast and converted by numpy's rules."""
     def flush(self) -> None:
         """Carries down to the storage what was written; raises what fails there, and may be called again."""
@@ -73,6 +71,26 @@ def create_netcdf(
     axes: Sequence[str],
     chunks: Sequence[int],
     deflate: int,
+    unit: str,
+    missing: float | None,
+) -> None: ...
+def create_hdf5(
+    path: str,
+    shape: Sequence[int],
+    sample_type: str,
+    variable: str,
+    chunks: Sequence[int],
+    deflate: int,
+    unit: str,
+    missing: float | None,
+) -> None: ...
+def create_tiff(
+    path: str,
+    shape: Sequence[int],
+    sample_type: str,
+    tile: tuple[int, int],
+    is_deflated: bool,
+    is_interleaved: bool,
     unit: str,
     missing: float | None,
 ) -> None: ...

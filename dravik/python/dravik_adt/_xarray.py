@@ -21,9 +21,7 @@ class _Lazy(BackendArray):
         self.shape, self.dtype = array.shape, array.dtype
 
     def __getitem__(self, key: Any) -> Any:
-        return indexing.explicit_indexing_adapter(
-            key, self.shape, indexing.IndexingSupport.BASIC, self._array.__getitem__
-        )
+        return indexing.explicit_indexing_adapter(key, self.shape, indexing.IndexingSupport.BASIC, self._array.__getitem__)
 
 
 def _variable(array: Array, dims: tuple[str, ...]) -> xr.Variable:

@@ -2,8 +2,10 @@
 """Arrays against numpy: every key, from every thread, and past everything that made them."""
 
 import gc
+import os
 import pickle
 import random
+import signal
 import subprocess
 import sys
 import threading
@@ -201,7 +203,7 @@ def test_errors_are_those_of_python():
 
 
 @pytest.mark.parametrize("dtype", ["int16", ">u4", "<f8"])
-@pytest.mark.parametrize("ending", ["raw", "nc", "zarr"])
+@pytest.mark.parametrize("ending", ["raw", "nc", "zarr", "h5", "tif"])
 def test_created_files_hold_what_is_written(tmp_path, dtype, ending):
     path = tmp_path / f"new.{ending}"
     made = dravik_adt.create(path, (5, 6, 7), dtype)
@@ -219,6 +221,33 @@ def test_created_files_hold_what_is_written(tmp_path, dtype, ending):
         dravik_adt.create(path, (1,), dtype)
     with pytest.raises(ValueError):
         dravik_adt.create(tmp_path / "other.tar", (1,), dtype)
+
+
+def test_variables_are_those_that_open_takes(tmp_path):
+    for ending, options, names in (
+        ("nc", {"variable": "depth", "axes": ("y", "x")}, ["depth"]),
+        ("h5", {"variable": "a/b"}, ["a/b"]),
+        ("tif", {}, ["0"]),
+        ("zarr", {}, [""]),
+    ):
+        path = tmp_path / f"new.{ending}"
+        dravik_adt.create(path, (20, 30), "float32", **options).flush()
+        assert dravik_adt.variables(path) == names
+        assert [dravik_adt.open(path, name).shape for name in names] == [(20, 30)]
+
+
+def test_a_signal_ends_a_read_and_the_array_works_on(tmp_path):
+    samples = (np.arange(4_000_000) % 991).astype("int16").reshape(2000, 2000)
+    array = dravik_adt.create(tmp_path / "new.nc", samples.shape, "int16", chunks=(20, 2000), deflate=1)
+    array[...] = samples
+    array.flush()
+    timer = threading.Timer(0.05, os.kill, (os.getpid(), signal.SIGINT))
+    timer.start()
+    with pytest.raises(KeyboardInterrupt):
+        for _ in range(1000):
+            array.read(..., threads=2)
+    timer.join()
+    expect_same(array[...], samples, "after the signal")
 
 
 def test_histogram_counts_as_numpy():

@@ -5,7 +5,6 @@ import os
 import subprocess
 import sys
 
-import dask
 import dask.array as da
 import numpy as np
 import pytest
