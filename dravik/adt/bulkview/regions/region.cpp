@@ -9,6 +9,7 @@
 #include "dravik/adt/core/shared_array.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -117,20 +118,36 @@ Cut cutAlong(int axis, ExtentImpl<int> const& along, AccessTraits const& traits,
     return cut;
 }
 
-// Along the slowest axis that gives enough pieces, else along the one that gives most.
-Cut cutOf(Region const& region, AccessTraits const& traits, int workers) {
-    Cut best;
-    for (int axis = 0; axis < 4; ++axis) {
-        auto const& along = region.data()[axis];
-        bool const isFastest = axis == (traits.fastestAxis < 0 ? 3 : traits.fastestAxis);
-        if (along.count == 1) {
-            continue;
+// The axes from the slowest on: those of the storage, or of the array where the storage can be cut anywhere, so that
+// workers write apart from each other. The storage's fastest axis comes last in any case.
+std::array<int, 4> fromSlowest(RegionRequest const& request, AccessTraits const& traits) {
+    std::array<int, 4> axes{0, 1, 2, 3};
+    bool const isAnyCutGood = traits.naturalBlock == FixedVector<4, int>();
+    int const fastest = traits.fastestAxis < 0 ? 3 : traits.fastestAxis;
+    auto const isBefore = [&](int one, int other) {
+        auto const strideOf = [&](int axis) { return std::abs(std::int64_t{request.array.strides().data()[axis]}); };
+        return one == fastest || other == fastest ? other == fastest && one != fastest
+                                                  : isAnyCutGood && strideOf(one) > strideOf(other);
+    };
+    // By hand: std::sort over so few warns of bounds that it keeps.
+    for (std::size_t end = 1; end < axes.size(); ++end) {
+        for (std::size_t at = end; at > 0 && isBefore(axes[at], axes[at - 1]); --at) {
+            std::swap(axes[at - 1], axes[at]);
         }
-        auto cut = cutAlong(axis, along, traits, 4 * workers);
+    }
+    return axes;
+}
+
+// Along the slowest axis that gives enough pieces, else along the one that gives most.
+Cut cutOf(RegionRequest const& request, AccessTraits const& traits, int workers) {
+    Cut best;
+    for (int const axis : fromSlowest(request, traits)) {
+        auto cut = cutAlong(axis, request.region.data()[axis], traits, 4 * workers);
+        bool const isFastest = axis == (traits.fastestAxis < 0 ? 3 : traits.fastestAxis);
         if (cut.starts.size() > best.starts.size() && (!isFastest || best.starts.size() == 1)) {
             best = std::move(cut);
         }
-        if (!isFastest && best.starts.size() >= 2 * static_cast<std::size_t>(workers)) {
+        if (best.starts.size() >= 2 * static_cast<std::size_t>(workers)) {
             break;
         }
     }
@@ -178,7 +195,7 @@ void transferRegion(IBufferAccessor& accessor, RegionRequest request, TransferOp
     Detail::requireInside(request.region, accessor.getSize());
     bool const isInOrder = isRead && overlapsItself(request.array);
     if (!isInOrder && mayBeShared(request, traits, options)) {
-        if (auto const cut = cutOf(request.region, traits, options.workers); cut.starts.size() > 1) {
+        if (auto const cut = cutOf(request, traits, options.workers); cut.starts.size() > 1) {
             return transferByWorkers(accessor, request, cut, options);
         }
     }

@@ -177,8 +177,11 @@ void transpose(Transposition const& all) {
     bool const aligns = 2 * kStripRows<Word> <= kTileRows && beyond % kBytes == 0 && all.outRow % kVector == 0 &&
                         (all.planes == 1 || all.outPlane % kVector == 0);
     std::int64_t const head = aligns && beyond > 0 ? (kVector - beyond) / kBytes : 0;
-    // Short samples come in too many columns at once for the processor's few write buffers.
-    if (kBytes >= 4 && aligns && all.rows * all.columns * all.planes * kBytes >= kLarge) {
+    // Short samples come in too many columns at once for the processor's few write buffers; a line that is written in
+    // part makes the caches fetch it again, so short columns do better without.
+    bool const isWhole = aligns && head == 0 && all.rows % kStripRows<Word> == 0;
+    bool const isLong = isWhole || (aligns && all.rows * kBytes >= 1024);
+    if (kBytes >= 4 && isLong && all.rows * all.columns * all.planes * kBytes >= kLarge) {
         transposeTiles<Word, true>(all, head);
         hwy::FlushStream();
     } else {
