@@ -25,6 +25,12 @@ what this library sets itself.
 ![The ratios of the table below](images/performance.svg)
 """
 
+GROWTH = """How costs grow: the time of a thousand samples, a look-up or a request as there are more samples, blocks and filters, and
+the time of a whole read by two threads or two processes beside one.
+
+![Time over sizes, and over threads and processes](images/growth.svg)
+"""
+
 INSTRUCTIONS = ("sse4_2", "avx", "avx2", "fma", "avx512f", "avx512bw", "avx512dq", "avx512vl", "avx512vbmi")
 
 
@@ -107,11 +113,41 @@ def table(chosen):
     return "\n".join(lines) + "\n"
 
 
-def draw(chosen, path):
+def plots():
     import matplotlib  # only here: the rest runs without it
     matplotlib.use("svg")
     matplotlib.rcParams["svg.hashsalt"] = "dravik"
     import matplotlib.pyplot as plt
+    return plt
+
+
+def draw_growth(rows, path):
+    """A line for each series of the section Growth: rows are called "series, of things: number"."""
+    plt = plots()
+    times, ratios = {}, {}
+    for (section, what), found in rows.items():
+        if section == "Growth":
+            series, _, number = what.rpartition(": ")
+            figure = found[0][1]
+            (times if figure.endswith(" ns") else ratios).setdefault(series, []).append(
+                (int(number), float(figure.removesuffix(" ns"))))
+    figure, (left, right) = plt.subplots(1, 2, figsize=(8, 3.6), width_ratios=(3, 1))
+    for axes, series, unit in ((left, times, "ns"), (right, ratios, "time beside one alone")):
+        for name, points in series.items():
+            axes.plot(*zip(*sorted(points)), marker="o", markersize=3, linewidth=1, label=name)
+        axes.set_ylabel(unit, fontsize=7)
+        axes.tick_params(labelsize=7)
+        axes.legend(fontsize=6)
+    left.set_xscale("log")
+    left.set_yscale("log")
+    right.set_xticks((1, 2))
+    right.set_ylim(0)
+    figure.tight_layout()
+    figure.savefig(path, metadata={"Date": None})
+
+
+def draw(chosen, path):
+    plt = plots()
     ratios = [(words, peer, float(figure)) for words, peer, figure, _, _ in chosen if re.fullmatch(r"[\d.]+", figure)]
     figure, axes = plt.subplots(figsize=(8, 0.28 * len(ratios) + 0.8))
     axes.barh([f"{words} / {peer.split(' (')[0]}" for words, peer, _ in ratios], [ratio for *_, ratio in ratios],
@@ -132,9 +168,11 @@ def main():
         print(output, end="", flush=True)
         sections += output
     (build / "performance.md").write_text("\n".join([machine(build), sections]))
-    chosen = headlines(rows_of(sections))
-    page.write_text("\n".join([ABOUT, table(chosen), machine(build)]))
+    rows = rows_of(sections)
+    chosen = headlines(rows)
+    page.write_text("\n".join([ABOUT, table(chosen), GROWTH, machine(build)]))
     draw(chosen, page.parent / "images" / "performance.svg")
+    draw_growth(rows, page.parent / "images" / "growth.svg")
 
 
 if __name__ == "__main__":
