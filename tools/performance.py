@@ -25,8 +25,8 @@ what this library sets itself.
 ![The ratios of the table below](images/performance.svg)
 """
 
-GROWTH = """How costs grow: the time of a thousand samples, a look-up or a request as there are more samples, blocks and filters, and
-the time of a whole read by two threads or two processes beside one.
+GROWTH = """How costs grow: the time of a thousand samples, a look-up or a request as there are more samples, blocks and filters,
+and the time of a whole read by two threads or two processes beside one.
 
 ![Time over sizes, and over threads and processes](images/growth.svg)
 """
