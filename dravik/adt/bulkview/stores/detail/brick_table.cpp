@@ -441,8 +441,16 @@ void BrickTable::close() noexcept {
             }
         }
     }
-    for (StorePtr const& store : stores()) {
-        store->flushAtLast();
+    // Taken out rather than copied: nothing may be allocated here.
+    std::list<std::weak_ptr<PooledStore>> last;
+    {
+        std::lock_guard const lock(storesMutex_);
+        last.swap(stores_);
+    }
+    for (auto const& each : last) {
+        if (auto const store = each.lock()) {
+            store->flushAtLast();
+        }
     }
 }
 
