@@ -395,6 +395,7 @@ TEST(Definitions, NestAsDeepAsMemoryAllows) {
     auto const view = inverted(3);
     EXPECT_TRUE(view->equals(*inverted(3)));
     EXPECT_FALSE(view->equals(*inverted(4)));
+    EXPECT_FALSE(view->equals(ArrayViewDef::InverseArrayViewDef(*view))) << "inverted once more";
     EXPECT_EQ(view->getHashCode(), 19);
     EXPECT_EQ(view->viewToTargetAxisExtent({0, {7, 2, 1}}).second, (ExtentImpl<int>{2, 1, 1}));
     EXPECT_EQ(view->targetToViewAxisExtent({0, {2, 1, 1}}).second, (ExtentImpl<int>{7, 2, 1}));

@@ -40,6 +40,24 @@ TEST(MemoryAccessor, HasTheArraysUpperCornerAsSize) {
     EXPECT_EQ(disposed.getSize(), Position(3, 4, 1, 1));
 }
 
+TEST(MemoryAccessor, TellsItsFastestAxis) {
+    float samples[8] = {};
+    struct Row {
+        FixedVector<4, int> size, strides;
+        int fastest;
+    };
+    for (Row const& row :
+         {Row{{2, 1, 2, 1}, {1, 1, 2, 1}, 0}, Row{{2, 2, 2, 1}, {4, 2, -1, 0}, 2},
+          Row{{2, 2, 1, 1}, {4, 2, 1, 1}, -1}}) {
+        ArrayRef<4> const array(
+            OpenEndedRange<4, int>::OfSize(row.size), row.strides, reinterpret_cast<char*>(samples + 1), 0,
+            typeid(float), 32);
+        MemoryAccessor const accessor(SharedArray<4>(array, SharedBuffer()));
+        EXPECT_EQ(accessor.traits().fastestAxis, row.fastest) << row.size;
+    }
+    EXPECT_EQ(AccessTraits().fastestAxis, -1);
+}
+
 TEST(MemoryAccessor, LendsAllOfIt) {
     struct Owner : BufferHandle::Owner {
         void lock() override {}

@@ -167,6 +167,22 @@ void expectPassesUp(PassingRow const& row, Host& host, RecordingAccessor const& 
     EXPECT_THAT(journal.take(), ElementsAre("a.setClient(client)", "~a", "c.releaseAccessor"));
 }
 
+TEST(StatefulFilter, KeepsItsClientWhereTheTargetRefuses) {
+    struct Refusing : RecordingAccessor {
+        using RecordingAccessor::RecordingAccessor;
+        void setClient(IClient* client) override {
+            calls++ == 1 ? throw std::runtime_error("refused") : RecordingAccessor::setClient(client);
+        }
+        int calls = 0;
+    };
+    Journal const journal;
+    Stateful filter(std::make_unique<Refusing>("a", journal));
+    RecordingClient first("first", journal), second("second", journal);
+    filter.setClient(&first);
+    EXPECT_THROW(filter.setClient(&second), std::runtime_error);
+    EXPECT_EQ(filter.clientPtr(), &first);
+}
+
 TEST(EveryFilter, PassesEverythingOn) {
     for (PassingRow const& row : passingRows()) {
         SCOPED_TRACE(row.name);

@@ -221,7 +221,9 @@ TEST_P(Parallel, BlocksAndHistogramsCountEachSample) {
     for (bool const isFixed : {true, false}) {
         Histogram counted = isFixed ? Histogram(Histogram::fixed, 0, 50, 10) : Histogram(Histogram::flexible, 10);
         Histogram expected = counted;
-        addRegion(counted, *accessor, everySecond, executor.options(3));
+        auto options = executor.options(3);
+        options.byteBudget = 400;  // in several pieces
+        addRegion(counted, *accessor, everySecond, options);
         Testing::forEachIndex(samples.box(), [&](Index const& index) {
             return index[2] % 2 == 1 ? expected.add(samples.at(index)) : void(), true;
         });

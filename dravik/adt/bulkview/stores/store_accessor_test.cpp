@@ -1,8 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dravik/adt/bulkview/stores/store_accessor.h"
 
+#include "dravik/adt/bulkview/filters/cache_filter.h"
+#include "dravik/adt/bulkview/filters/check_filter.h"
+#include "dravik/adt/bulkview/filters/concat_filter.h"
+#include "dravik/adt/bulkview/filters/permute_filter.h"
+#include "dravik/adt/bulkview/filters/proxy_filter.h"
+#include "dravik/adt/bulkview/filters/subset_filter.h"
+#include "dravik/adt/bulkview/filters/value_convert_filter.h"
 #include "dravik/adt/bulkview/regions/region.h"
 #include "dravik/adt/bulkview/views/typed_3d_views.h"
+#include "dravik/adt/converters/value_converter_factory.h"
 #include "dravik/adt/exceptions/simple_exception.h"
 #include "dravik/adt/testing/conformance.h"
 #include "dravik/adt/testing/memory_store.h"
@@ -77,6 +85,52 @@ TEST(StoreAccessor, TakesStoresThroughTheScript) {
         store->hasCheapParts = row.servesParts;
         store->hasCheapSteps = row.servesSteps;
         Testing::expectStoreConforms<short>({row.name, [&] { return store; }, samples});
+    }
+}
+
+TEST(StoreAccessor, IsFlushedThroughEveryFilter) {
+    using Accessor = std::unique_ptr<IBufferAccessor>;
+    struct Row {
+        char const* name;
+        Accessor (*over)(Accessor below);
+    };
+    constexpr Row kRows[] = {
+        {"nothing", [](Accessor below) { return below; }},
+        {"box",
+         [](Accessor below) {
+             return Filters::SubsetFilter::MakeSubset(
+                 std::move(below), ExtentK<4, int>(OpenEndedRange<4, int>{{}, {3, 3, 5, 1}}));
+         }},
+        {"order of axes",
+         [](Accessor below) {
+             return Filters::PermuteFilter::Apply(std::move(below), {2, 0, 1, 3});
+         }},
+        {"proxy", [](Accessor below) { return Filters::ProxyFilter::MakeProxy(std::move(below), nullptr); }},
+        {"cache", [](Accessor below) { return Filters::CacheFilter::Apply(std::move(below), 100, -1, -1); }},
+        {"check", [](Accessor below) { return Filters::CheckFilter::Apply(std::move(below)); }},
+        {"converter",
+         [](Accessor below) {
+             auto const copy = Converters::ValueConverterFactory::getCopyConverter(32);
+             return Filters::ValueConvertFilter::Apply(std::move(below), 4, copy, copy);
+         }},
+        {"join",
+         [](Accessor below) {
+             std::vector<Accessor> parts;
+             parts.push_back(below->createClone());
+             parts.push_back(std::move(below));
+             return Filters::ConcatFilter::Apply(std::move(parts), 0);
+         }},
+    };
+    for (Row const& row : kRows) {
+        auto const store = storeOf(PlainArray<float>({8, 3, 5, 1}), {4, 3, 5, 1});
+        auto const chain = row.over(StoreAccessor::Make(store, std::make_shared<BrickPool>(10000)));
+        BufferHandle handle;
+        chain->getBuffer({}, AdtEnums::ReadWrite, handle);
+        static_cast<float*>(handle.buffer())[handle.offset({})] = 7;
+        handle.reset(/*releaseOwner=*/true);
+        flush(*chain);
+        EXPECT_EQ(store->data.at({}), 7) << row.name;
+        EXPECT_GE(store->flushes, 1) << row.name;
     }
 }
 

@@ -29,7 +29,7 @@ PooledStore::PooledStore(std::shared_ptr<IBrickStore> store, Diagnostics diagnos
       traits_(store_->traits()),
       size_(store_->size()),
       servesParts_(store_->servesParts()),
-      servesSteps_(servesParts_ && store_->servesSteps()),
+      servesSteps_(store_->servesSteps()),
       diagnostics_(std::move(diagnostics)) {}
 
 std::unique_lock<std::mutex> PooledStore::turn() const {
