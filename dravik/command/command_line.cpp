@@ -216,6 +216,11 @@ std::optional<Work> parseCommandLine(int argc, char const* const* argv, int& sta
         return commands.work();
     } catch (CLI::Success const& end) {
         status = commands.app().exit(end);
+    } catch (CLI::RequiredError const& error) {
+        bool const isUnknown = argc > 1 && argv[1][0] != '-' && commands.app().get_subcommands().empty();
+        std::cerr << "dravik: " << (isUnknown ? std::string("there is no command ") + argv[1] : error.what())
+                  << "; --help tells more\n";
+        status = 2;
     } catch (CLI::ParseError const& error) {
         std::cerr << "dravik: " << error.what() << "; --help tells more\n";
         status = 2;

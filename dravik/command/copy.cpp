@@ -3,6 +3,7 @@
 
 #include "dravik/adt/bulkdef/entity/source_entity_def.h"
 #include "dravik/adt/bulkdef/transform/convert_def.h"
+#include "dravik/adt/bulkview/filters/permute_filter.h"
 #include "dravik/adt/bulkview/regions/region.h"
 #include "dravik/adt/converters/sample_type_name.h"
 #include "dravik/adt/converters/scale_offset.h"
@@ -64,6 +65,20 @@ Input converted(Input input, CopyWish const& wish, Session& session) {
     return transformed(std::move(input), Adt::BulkDef::Transform::ConvertDef(type, wish.scale, wish.offset));
 }
 
+// A format may leave out axes of one index, as TIFF does for one page and one band: they go behind the others.
+void fitAxes(std::unique_ptr<Adt::BulkView::IBufferAccessor>& input, Adt::FixedVector<4, int> const& wanted) {
+    auto const size = input->getSize();
+    Adt::FixedVector<4, int> order;
+    int kept = 0, last = 3;
+    for (int axis = 0; axis < 4; ++axis) {
+        bool const isLeftOut = size[axis] == 1 && wanted[kept] != 1;
+        order[isLeftOut ? last-- : kept++] = axis;
+    }
+    if (size != wanted) {
+        input = Adt::BulkView::Filters::PermuteFilter::Apply(std::move(input), order);
+    }
+}
+
 // Opened on its own, so that its file is closed with it.
 class Output {
   public:
@@ -74,6 +89,7 @@ class Output {
     }
 
     void fillFrom(Opened& input, Adt::BulkView::TransferOptions const& options) {
+        fitAxes(input.data.chain, chain_->getSize());
         Adt::BulkView::copyRegion(*input.data.chain, *chain_, options);
         Adt::BulkView::flush(*chain_);
     }

@@ -92,8 +92,15 @@ Moments momentsOf(Opened& data, Session& session) {
 }
 
 Adt::Histogram histogramOf(Opened& data, Moments const& moments, Session& session) {
+    // The largest sample belongs into the last bin, and of whole numbers each into one of its own, while there are
+    // enough.
+    double const count = moments.max() - moments.min() + 1;
+    bool const isWhole = *data.sampleType != typeid(float) && *data.sampleType != typeid(double);
+    auto const high = static_cast<float>(isWhole ? moments.max() + 1 : moments.max());
     Adt::Histogram histogram(
-        Adt::Histogram::fixed, static_cast<float>(moments.min()), static_cast<float>(moments.max()), kBins);
+        Adt::Histogram::fixed, static_cast<float>(moments.min()),
+        isWhole ? high : std::nextafter(high, std::numeric_limits<float>::infinity()),
+        isWhole && count < kBins ? static_cast<unsigned>(count) : kBins);
     Adt::BulkView::addRegion(
         histogram, *data.data.chain, Adt::ExtentK<4, int>(data.box()), session.transfer("histogram"));
     return histogram;
@@ -109,8 +116,9 @@ double percentile(Adt::Histogram const& histogram, Moments const& moments, doubl
     for (std::size_t bin = 0; bin < bins.size(); ++bin) {
         auto const here = static_cast<double>(bins[bin]);
         if (here > 0 && below + here >= wanted) {
-            double const value = low + width * (static_cast<double>(bin) + (wanted - below) / here);
-            return std::clamp(value, moments.min(), moments.max());
+            // A bin one wide holds one whole number.
+            double const inside = width == 1 ? 0 : (wanted - below) / here;
+            return std::clamp(low + width * (static_cast<double>(bin) + inside), moments.min(), moments.max());
         }
         below += here;
     }

@@ -80,9 +80,8 @@ class Reader {
             takeIndex(item);
         } else {
             PyErr_SetString(
-                PyExc_IndexError,
-                "only integers, slices (`:`), ellipsis (`...`) and None are valid indices; single samples are had by "
-                "gather");
+                PyExc_IndexError, "only integers, slices (`:`), ellipsis (`...`) and None are valid indices; gather "
+                                  "takes lists of indices");
             raised();
         }
     }

@@ -147,7 +147,8 @@ LINES = [
     ),
     (["info", "-"], 1, "", "dravik: standard input: "),
     (["info", "v.nc", "--memory", "7"], 2, "", "dravik: --memory: 7 bytes are too few; --help tells more\n"),
-    (["fly"], 2, "", "dravik: "),
+    (["fly"], 2, "", "dravik: there is no command fly; --help tells more\n"),
+    (["info"], 2, "", "dravik: FILE is required; --help tells more\n"),
 ]
 
 
@@ -171,6 +172,11 @@ def test_statistics_are_those_of_numpy() -> None:
         assert told[name] == pytest.approx(value)
     width = np.ptp(known) / 65536
     assert np.searchsorted(np.sort(known), told["25 %"] + width) == pytest.approx(known.size / 4, abs=1)
+    run("copy", "v.nc:temp", "whole.raw", "--type", "uint8", "--range", "10%:60%")  # much of it the largest number
+    told = json.loads(run("statistics", "@whole.raw.json", "--json").stdout)
+    for percent in (1, 5, 25, 50, 75, 95, 99):
+        lower = np.percentile(np.fromfile("whole.raw", "u1"), percent, method="inverted_cdf")
+        assert told[f"{percent} %"] == lower
 
 
 def by_gdal(path: str) -> np.ndarray:
@@ -229,6 +235,9 @@ def test_copies_cut_turn_and_convert() -> None:
     spread = np.fromfile("d.raw", "u1").reshape(4, 5, 6)
     assert (spread.min(), spread.max()) == (0, 255)
     assert np.abs(spread - (SAMPLES - SAMPLES.min()) / np.ptp(SAMPLES) * 255).max() <= 0.51
+    run("copy", "v.nc:temp", "one.tif", "--subset", "2:1:1,:,:")
+    run("copy", "one.tif", "one.raw")
+    assert np.array_equal(np.fromfile("one.raw", "<f4").reshape(5, 6), SAMPLES[2])
     run("copy", "c.raw", "e.raw", status=1)
     told = json.loads(run("info", "--json", "@c.raw.json").stdout)
     assert (told[0]["shape"], told[0]["type"]) == ([3, 2, 5], "int16")

@@ -312,8 +312,8 @@ void createNetcdf(std::filesystem::path const& path, NetcdfLayout const& layout)
     if (axes < 1 || axes > 4 || !fits(layout.axisNames) || !fits(layout.chunks) || !fits(layout.axes) ||
         !std::all_of(layout.shape.begin(), layout.shape.end(), isPositive) ||
         !std::all_of(layout.chunks.begin(), layout.chunks.end(), isPositive)) {
-        throw std::invalid_argument(
-            "[NetcdfLayout] Invalid argument: shape, chunks and names of axes have one to four elements, all alike.");
+        throw std::invalid_argument("[NetcdfLayout] Invalid argument: shape, chunks and names of axes have one to four "
+                                    "elements, all alike, and numbers above 0.");
     }
     for (std::size_t axis = 0; axis < layout.axes.size(); ++axis) {
         auto const count = layout.axes[axis].coordinates.size();
