@@ -30,7 +30,7 @@ void requireInside(ExtentImpl<int> const& part, int axis, int size) {
     auto const bounds = part.bounds();
     if (part.count < 1 || bounds.min < 0 || bounds.max >= size) {
         std::ostringstream text;
-        text << "the part " << part << " reaches outside axis " << axis << ", which has " << size << " samples";
+        text << "the part " << part << " reaches outside axis " << axis << ", whose indices are 0 to " << size - 1;
         throw std::out_of_range(text.str());
     }
 }

@@ -100,7 +100,7 @@ LINES = [
         ["statistics", "g.nc", "--subset", "1:1:5"],
         1,
         "",
-        "dravik: the part 1:1:5 reaches outside axis 0, which has 3 samples\n",
+        "dravik: the part 1:1:5 reaches outside axis 0, whose indices are 0 to 2\n",
     ),
     (["statistics", "g.nc", "--subset", "1:5"], 2, "", f"dravik: --subset: 1:5 {NO_PART}\n"),
     (["statistics", "g.nc", "--subset", "1:0:5"], 2, "", f"dravik: --subset: 1:0:5 {NO_PART}\n"),
