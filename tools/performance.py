@@ -100,7 +100,7 @@ def headlines(rows):
         if not line or line.startswith("#"):
             continue
         words, section, what, peer = (cell.strip() for cell in line.split("|"))
-        found = [row for row in rows.get((section, what), []) if row[0].startswith(peer)]
+        found = [row for row in rows.get((section, what), []) if row[0].startswith(tuple(peer.split(" or ")))]
         if len(found) != 1:
             sys.exit(f"headlines.txt: {len(found)} rows say {section} | {what} | {peer}")
         chosen.append((words, *found[0]))
