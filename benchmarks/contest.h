@@ -29,7 +29,8 @@ struct Spread {
 };
 
 /// Runs its entries one after the other, round after round, so that a slow moment of the machine meets them alike; a
-/// ratio is the median of the ratios within the rounds.
+/// ratio is the median of the ratios within the rounds. Before an entry is timed it is called once, so that it meets
+/// the caches as it leaves them itself, not as the entry before it did, which may have read or written the same memory.
 ///
 /// An entry returns a checksum of what it read or made: it keeps the compiler from leaving the work out, and entries
 /// that disagree end the program, since they did not do the same work. Each has to be repeatable.
@@ -50,6 +51,7 @@ class Contest {
         int const rounds = static_cast<int>(std::clamp(kSeconds * 1e9 / round, double{kFewest}, double{kMost}));
         for (int number = 0; number < rounds; ++number) {
             for (Entry& entry : entries_) {
+                check(entry, entry.work());
                 entry.nanoseconds.push_back(nanosecondsOfBatch(entry) / entry.batch);
             }
         }
