@@ -67,101 +67,166 @@ HWY_INLINE void interleave(Vector<Word> const (&vectors)[kCount], Vector<Word> (
     }
 }
 
-// With kStreams the target is aligned to vectors, and the caches are passed by.
-template <class Word, bool kStreams>
-HWY_INLINE void transposeStrip(char const* in, std::ptrdiff_t inRow, char* out, std::ptrdiff_t outRow) {
-    constexpr std::int64_t kColumns = kStripColumns<Word>;
-    Vector<Word> vectors[kColumns], columns[kColumns];
-    for (std::int64_t i = 0; i < kColumns; ++i) {
-        vectors[i] = piecesOf<Word>(in + i * inRow, kColumns * inRow);
+// A call of memcpy takes as long as the bytes of a short row. Two vectors at once: of a loop over single ones a
+// compiler makes such a call again.
+HWY_INLINE void copyRow(char const* in, char* out, std::int64_t bytes) {
+    using Bytes = Tag<std::uint8_t>;
+    constexpr std::int64_t kVector = hn::MaxLanes(Bytes());
+    auto const load = [&](std::int64_t at) {
+        return hn::LoadU(Bytes(), reinterpret_cast<std::uint8_t const*>(in + at));
+    };
+    auto const store = [&](Vector<std::uint8_t> bytesOf, std::int64_t at) {
+        hn::StoreU(bytesOf, Bytes(), reinterpret_cast<std::uint8_t*>(out + at));
+    };
+    if (bytes < kVector) {
+        std::memcpy(out, in, static_cast<std::size_t>(bytes));
+        return;
     }
-    interleave<Word>(vectors, columns);
-    for (std::int64_t i = 0; i < kColumns; ++i) {
-        auto* const to = reinterpret_cast<Word*>(out + i * outRow);
-        kStreams ? hn::Stream(columns[i], Tag<Word>(), to) : hn::StoreU(columns[i], Tag<Word>(), to);
+    for (std::int64_t at = 0; at + kVector < bytes; at += 2 * kVector) {
+        auto const first = load(at), second = load(std::min(at + kVector, bytes - kVector));
+        store(first, at);
+        store(second, std::min(at + kVector, bytes - kVector));
     }
+    store(load(bytes - kVector), bytes - kVector);
 }
 
-constexpr std::int64_t kTileRows = 64;
+// Samples that are brought together before they are turned: rows that lie a power of two apart share few places in a
+// cache, and this way every line is fetched once where is read, and filled at once where is written. Planes whose
+// columns lie end to end in the target are brought together, too, and are then rows like others.
+template <class Word>
+class Tile {
+  public:
+    static constexpr std::int64_t kRow = 256 + 64;  // bytes; no power of two
+    static constexpr std::int64_t kMostColumns = 256 / sizeof(Word);
 
-// A part of a rectangle, brought together.
-struct Tile {
-    char const* in;
-    std::ptrdiff_t inRow;  // bytes
-    char* out;
-    std::ptrdiff_t outRow;  // bytes
-    std::int64_t rows;
-    std::int64_t columns;
-    std::int64_t unaligned;  // rows before the first whose place in the target is aligned
+    explicit Tile(Transposition const& all) noexcept
+        : rows_(std::min(all.rows, kMostRows / kStripRows<Word> * kStripRows<Word>)),
+          planes_(
+              all.outPlane == all.rows * kBytes ? std::clamp<std::int64_t>(kMostRows / all.rows, 1, all.planes) : 1) {}
+
+    std::int64_t rows() const noexcept { return rows_; }
+    std::int64_t planes() const noexcept { return planes_; }
+
+    /// Where row 0 begins. A strip of rows around may be read; what it holds beside the rows is anything.
+    char const* begin() const noexcept { return samples_ + kStripRows<Word> * kRow; }
+
+    // Fetches ahead what lies `ahead` bytes behind the samples, unless 0.
+    HWY_INLINE void fill(Transposition const& from, std::ptrdiff_t ahead) noexcept {
+        std::int64_t const bytes = from.columns * kBytes;
+        for (std::int64_t row = 0; row < from.rows; ++row) {
+            for (std::int64_t plane = 0; plane < from.planes; ++plane) {
+                char const* const in = from.in + plane * from.inPlane + row * from.inRow;
+                copyRow(in, samples_ + (kStripRows<Word> + plane * from.rows + row) * kRow, bytes);
+                for (std::int64_t line = 0; ahead != 0 && line < bytes; line += 64) {
+                    hwy::Prefetch(in + ahead + line);
+                }
+            }
+        }
+    }
+
+  private:
+    static constexpr std::int64_t kBytes = sizeof(Word), kMostRows = 160;
+
+    std::int64_t rows_;
+    std::int64_t planes_;
+    alignas(64) char samples_[(kMostRows + 2 * kStripRows<Word>)*kRow];
 };
 
-// The last strip, and the first where the target is not aligned, overlap their neighbours.
-template <class Word, bool kStreams>
-HWY_INLINE void transposeTile(Tile const& tile) {
-    constexpr std::int64_t kBytes = sizeof(Word), kRows = kStripRows<Word>, kColumns = kStripColumns<Word>;
-    auto const in = [&](std::int64_t row, std::int64_t column) { return tile.in + row * tile.inRow + column * kBytes; };
-    auto const out = [&](std::int64_t row, std::int64_t column) {
-        return tile.out + column * tile.outRow + row * kBytes;
-    };
-    if (tile.rows < kRows || tile.columns < kColumns) {
-        for (std::int64_t column = 0; column < tile.columns; ++column) {
-            for (std::int64_t row = 0; row < tile.rows; ++row) {
-                std::memcpy(out(row, column), in(row, column), kBytes);
-            }
+// How many columns of a strip are written, and which of the rows.
+struct Part {
+    std::int64_t columns;
+    std::int64_t firstRow;
+    std::int64_t endRow;
+};
+
+template <class Word>
+HWY_INLINE void storePart(Vector<Word> const& column, char* out, Part const& part) {
+    auto const first = static_cast<std::size_t>(part.firstRow), end = static_cast<std::size_t>(part.endRow);
+#if HWY_TARGET == HWY_AVX3
+    Tag<Word> const tag;
+    auto const rows = hn::AndNot(hn::FirstN(tag, first), hn::FirstN(tag, end));
+    hn::BlendedStore(column, rows, tag, reinterpret_cast<Word*>(out));
+#else  // where that would write what it has read beside the part
+    alignas(64) Word whole[kStripRows<Word>];
+    hn::Store(column, Tag<Word>(), whole);
+    std::memcpy(out + first * sizeof(Word), whole + first, (end - first) * sizeof(Word));
+#endif
+}
+
+enum class Write { kAnywhere, kPastCaches };
+
+template <class Word, Write kWrite>
+HWY_INLINE void transposeStrip(char const* in, char* out, std::ptrdiff_t outRow, Part const& part) {
+    constexpr std::int64_t kColumns = kStripColumns<Word>, kRow = Tile<Word>::kRow;
+    Vector<Word> vectors[kColumns], columns[kColumns];
+    for (std::int64_t i = 0; i < kColumns; ++i) {
+        vectors[i] = piecesOf<Word>(in + i * kRow, kColumns * kRow);
+    }
+    interleave<Word>(vectors, columns);
+    if (part.columns >= kColumns && part.endRow - part.firstRow == kStripRows<Word>) {
+        for (std::int64_t i = 0; i < kColumns; ++i) {
+            auto* const to = reinterpret_cast<Word*>(out + i * outRow);
+            kWrite == Write::kPastCaches ? hn::Stream(columns[i], Tag<Word>(), to)
+                                         : hn::StoreU(columns[i], Tag<Word>(), to);
         }
         return;
     }
-    for (std::int64_t start = 0; start < tile.columns; start += kColumns) {
-        std::int64_t const column = std::min(start, tile.columns - kColumns);
-        std::int64_t row = tile.unaligned;
-        if (row > 0) {
-            transposeStrip<Word, false>(in(0, column), tile.inRow, out(0, column), tile.outRow);
-        }
-        for (; row + kRows <= tile.rows; row += kRows) {
-            transposeStrip<Word, kStreams>(in(row, column), tile.inRow, out(row, column), tile.outRow);
-        }
-        if (row < tile.rows) {
-            row = tile.rows - kRows;
-            transposeStrip<Word, false>(in(row, column), tile.inRow, out(row, column), tile.outRow);
+    for (std::int64_t i = 0; i < std::min(part.columns, kColumns); ++i) {
+        storePart<Word>(columns[i], out + i * outRow, part);
+    }
+}
+
+// Writes `columns` of the rows and planes of a tile; the first vector of each begins `lead` rows before the tile does.
+template <class Word, Write kWrite>
+HWY_INLINE void transposeTile(Tile<Word> const& tile, Transposition const& to, std::int64_t lead) {
+    std::int64_t const rows = to.planes * to.rows;
+    for (std::int64_t column = 0; column < to.columns; column += kStripColumns<Word>) {
+        for (std::int64_t row = -lead; row < rows; row += kStripRows<Word>) {
+            transposeStrip<Word, kWrite>(
+                tile.begin() + row * Tile<Word>::kRow + column * static_cast<std::int64_t>(sizeof(Word)),
+                to.out + column * to.outRow + row * static_cast<std::int64_t>(sizeof(Word)), to.outRow,
+                {to.columns - column, std::max<std::int64_t>(-row, 0), std::min(rows - row, kStripRows<Word>)});
         }
     }
 }
 
-// Copies a tile to `samples` and fetches ahead what lies `ahead` bytes after it, unless 0.
-HWY_INLINE void bringTogether(
-    char const* in, std::ptrdiff_t inRow, char* samples, std::ptrdiff_t samplesRow, std::int64_t rows,
-    std::int64_t rowBytes, std::ptrdiff_t ahead) {
-    constexpr std::int64_t kLine = 64;
-    for (std::int64_t row = 0; row < rows; ++row, in += inRow, samples += samplesRow) {
-        std::memcpy(samples, in, static_cast<std::size_t>(rowBytes));
-        for (std::int64_t line = 0; ahead != 0 && line < rowBytes; line += kLine) {
-            hwy::Prefetch(in + ahead + line);
+template <class Word, Write kWrite>
+void transposeTiles(Transposition const& all, bool aligns) {
+    constexpr std::int64_t kBytes = sizeof(Word), kVector = kStripRows<Word> * kBytes;
+    Tile<Word> tile(all);
+    auto part = all;
+    for (std::int64_t plane = 0; plane < all.planes; plane += part.planes) {
+        part.planes = std::min(tile.planes(), all.planes - plane);
+        for (std::int64_t row = 0; row < all.rows; row += part.rows) {
+            char* const out = all.out + plane * all.outPlane + row * kBytes;
+            std::int64_t const lead =
+                aligns ? static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(out) % kVector) / kBytes : 0;
+            // The next tile begins with a whole vector.
+            part.rows = std::min(tile.rows() < all.rows ? tile.rows() - lead : tile.rows(), all.rows - row);
+            std::ptrdiff_t const ahead = plane + part.planes < all.planes ? part.planes * all.inPlane
+                                         : row + part.rows < all.rows     ? part.rows * all.inRow
+                                                                          : 0;
+            for (std::int64_t column = 0; column < all.columns; column += part.columns) {
+                part.in = all.in + plane * all.inPlane + row * all.inRow + column * kBytes;
+                part.out = out + column * all.outRow;
+                part.columns = std::min(Tile<Word>::kMostColumns, all.columns - column);
+                tile.fill(part, ahead);
+                transposeTile<Word, kWrite>(tile, part, lead);
+            }
         }
     }
 }
 
-// Rows that lie a power of two apart share few places in a cache, so a tile is first brought together: every line is
-// then fetched once where is read, and filled at once where is written. Its own rows are a line longer than a power of
-// two for the same reason.
-template <class Word, bool kStreams>
-void transposeTiles(Transposition const& all, std::int64_t head) {
+// Of few rows or columns a vector would be filled with little.
+template <class Word>
+void transposeSingly(Transposition const& all) {
     constexpr std::int64_t kBytes = sizeof(Word);
-    constexpr std::int64_t kRows = kTileRows, kWidth = 512 / kBytes, kTileRow = 512 + 64;
-    alignas(64) char samples[kRows * kTileRow];
     for (std::int64_t plane = 0; plane < all.planes; ++plane) {
         char const* const in = all.in + plane * all.inPlane;
         char* const out = all.out + plane * all.outPlane;
-        for (std::int64_t row = 0, rows = 0; row < all.rows; row += rows) {
-            std::int64_t const unaligned = row == 0 ? head : 0;
-            rows = std::min(unaligned > 0 ? kRows - kStripRows<Word> + unaligned : kRows, all.rows - row);
-            bool const isLast = row + rows == all.rows;
-            std::ptrdiff_t const ahead = plane + 1 < all.planes ? all.inPlane : isLast ? 0 : rows * all.inRow;
-            for (std::int64_t column = 0; column < all.columns; column += kWidth) {
-                std::int64_t const columns = std::min(kWidth, all.columns - column);
-                char const* const from = in + row * all.inRow + column * kBytes;
-                bringTogether(from, all.inRow, samples, kTileRow, rows, columns * kBytes, ahead);
-                char* const to = out + column * all.outRow + row * kBytes;
-                transposeTile<Word, kStreams>({samples, kTileRow, to, all.outRow, rows, columns, unaligned});
+        for (std::int64_t column = 0; column < all.columns; ++column) {
+            for (std::int64_t row = 0; row < all.rows; ++row) {
+                std::memcpy(out + column * all.outRow + row * kBytes, in + row * all.inRow + column * kBytes, kBytes);
             }
         }
     }
@@ -173,19 +238,14 @@ template <class Word>
 void transpose(Transposition const& all) {
     constexpr std::int64_t kBytes = sizeof(Word), kVector = kBytes * kStripRows<Word>;
     constexpr std::int64_t kLarge = std::int64_t{8} << 20;  // bytes
-    auto const beyond = static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(all.out) % kVector);
-    bool const aligns = 2 * kStripRows<Word> <= kTileRows && beyond % kBytes == 0 && all.outRow % kVector == 0 &&
-                        (all.planes == 1 || all.outPlane % kVector == 0);
-    std::int64_t const head = aligns && beyond > 0 ? (kVector - beyond) / kBytes : 0;
-    // Short samples come in too many columns at once for the processor's few write buffers; a line that is written in
-    // part makes the caches fetch it again, so short columns do better without.
-    bool const isWhole = aligns && head == 0 && all.rows % kStripRows<Word> == 0;
-    bool const isLong = isWhole || (aligns && all.rows * kBytes >= 1024);
-    if (kBytes >= 4 && isLong && all.rows * all.columns * all.planes * kBytes >= kLarge) {
-        transposeTiles<Word, true>(all, head);
-        hwy::FlushStream();
+    bool const aligns = reinterpret_cast<std::uintptr_t>(all.out) % kBytes == 0 && all.outRow % kVector == 0;
+    if (all.columns < kStripColumns<Word> || all.rows < kStripRows<Word>) {
+        transposeSingly<Word>(all);
+    } else if (!aligns || all.rows * all.columns * all.planes * kBytes < kLarge) {
+        transposeTiles<Word, Write::kAnywhere>(all, aligns);
     } else {
-        transposeTiles<Word, false>(all, head);
+        transposeTiles<Word, Write::kPastCaches>(all, aligns);
+        hwy::FlushStream();
     }
 }
 
